@@ -62,8 +62,8 @@ public:
     int ArchInterval{};  ///< due when the first row is older than this, seconds; 0 off
     int ArchSize{};      ///< due when the file is larger than this, MiB; 0 off
     _SYSLOG_ARCH_FMT_tag ArchFmt{};
-    int Compress{};           ///< 0/1
-    int ByDevice{};           ///< 0/1: one folder for each sending host
-    std::string strArchDest;  ///< archive folder
+    int Compress{};            ///< 0/1
+    int ByDevice{};            ///< 0/1: one folder for each sending host
+    std::string strArchDest;   ///< archive folder
     long long LastArchTime{};  ///< seconds since the epoch
 };

@@ -37,31 +37,31 @@ enum __SYSLOG_SERVICE_ENABLE_CMD_tag : int {
 /// The settings record. Each field but the three job states is kept in the settings file under its own name;
 /// the job states are whether the job is running.
 struct _SYSLOG_CONF_SETTINGS_tag {
-    int bsd_enable{};               ///< receiver of RFC 3164 messages is running
-    int server_ssl{};               ///< 0/1: TLS on the RFC 3164 receiver
-    int server_port{};              ///< port of the RFC 3164 receiver
-    int server_trans{};             ///< its transport, SYSLOG_TRANSMISSION_MODE
-    int ietf_enable{};              ///< receiver of RFC 5424 messages is running
-    int server_ietf_ssl{};          ///< 0/1: TLS on the RFC 5424 receiver
-    int server_ietf_port{};         ///< port of the RFC 5424 receiver
-    int server_ietf_trans{};        ///< its transport, SYSLOG_TRANSMISSION_MODE
-    std::string server_db_loc;      ///< name of the share that holds the live log database
-    std::string server_db_path;     ///< folder of the live log database
-    std::string server_ca_key;      ///< TLS key file
-    std::string server_ca_file;     ///< TLS certificate file
-    std::string arch_dest;          ///< archive folder; the working databases lie here too
-    int arch_time{};                ///< age rule, seconds
-    int arch_size{};                ///< size rule, MiB; 0 switches it off
-    int arch_count{};               ///< count rule, rows
+    int bsd_enable{};            ///< receiver of RFC 3164 messages is running
+    int server_ssl{};            ///< 0/1: TLS on the RFC 3164 receiver
+    int server_port{};           ///< port of the RFC 3164 receiver
+    int server_trans{};          ///< its transport, SYSLOG_TRANSMISSION_MODE
+    int ietf_enable{};           ///< receiver of RFC 5424 messages is running
+    int server_ietf_ssl{};       ///< 0/1: TLS on the RFC 5424 receiver
+    int server_ietf_port{};      ///< port of the RFC 5424 receiver
+    int server_ietf_trans{};     ///< its transport, SYSLOG_TRANSMISSION_MODE
+    std::string server_db_loc;   ///< name of the share that holds the live log database
+    std::string server_db_path;  ///< folder of the live log database
+    std::string server_ca_key;   ///< TLS key file
+    std::string server_ca_file;  ///< TLS certificate file
+    std::string arch_dest;       ///< archive folder; the working databases lie here too
+    int arch_time{};             ///< age rule, seconds
+    int arch_size{};             ///< size rule, MiB; 0 switches it off
+    int arch_count{};            ///< count rule, rows
     _SYSLOG_ARCH_FMT_tag arch_fmt{};
-    int arch_compress{};            ///< 0/1: archives are put into a ZIP file
-    int arch_by_device{};           ///< 0/1: one database and one folder for each sending host
-    int localarchive_enable{};      ///< local archiving is running
-    long long arch_last_time{};     ///< seconds since the epoch; 0 never
-    int system_flush_line{};        ///< rows after which the log writer commits
-    int system_flush_timeout{};     ///< seconds after which the log writer commits
-    int arch_time_enable{};         ///< 0/1: the age rule counts
-    int arch_count_enable{};        ///< 0/1: the count rule counts
+    int arch_compress{};         ///< 0/1: archives are put into a ZIP file
+    int arch_by_device{};        ///< 0/1: one database and one folder for each sending host
+    int localarchive_enable{};   ///< local archiving is running
+    long long arch_last_time{};  ///< seconds since the epoch; 0 never
+    int system_flush_line{};     ///< rows after which the log writer commits
+    int system_flush_timeout{};  ///< seconds after which the log writer commits
+    int arch_time_enable{};      ///< 0/1: the age rule counts
+    int arch_count_enable{};     ///< 0/1: the count rule counts
 };
 
 /// Reads the receiver fields (`bsd_enable` to `arch_dest`) of the settings file at `path`. Missing keys of the

@@ -21,9 +21,9 @@ enum ErrorCode : int {
     kErrorExists = 0x0204,           ///< the name is taken
     kErrorNotALogDatabase = 0x0205,
     kErrorTimeout = 0x0206,
-    kErrorProgramFailed = 0x0207,    ///< a program that was run reported failure
-    kErrorFromErrno = 0x1000,        ///< + errno
-    kErrorFromSqlite = 0x10000,      ///< + extended SQLite result code
+    kErrorProgramFailed = 0x0207,  ///< a program that was run reported failure
+    kErrorFromErrno = 0x1000,      ///< + errno
+    kErrorFromSqlite = 0x10000,    ///< + extended SQLite result code
 };
 
 constexpr int fromErrno(int error) {
