@@ -1,0 +1,2 @@
+list(APPEND CONTRACT_SOURCES
+  keyvalue_contract_test.cpp)
