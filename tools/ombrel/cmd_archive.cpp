@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// `ombrel archive`: archives what is due by the rules of the settings, or everything.
+#include <sysexits.h>
+
+#include <cstdio>
+#include <string_view>
+
+#include "ombrel/logarchiver.h"
+#include "tools/ombrel/commands.h"
+#include "tools/visible_text.h"
+
+namespace {
+
+constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
+
+/// Archives the databases that hold rows, one by one, and says for each how it went.
+int archiveEach(LogArchiver& archiver, std::list<_SYSLOG_WORKING_DB_tag> databases) {
+    int exitCode = EX_OK;
+    std::size_t archived = 0;
+    for (auto& db : databases) {
+        const long long rows = archiver.DBCountGet(db.strDBPath);
+        if (rows == 0) continue;
+        if (rows < 0) {
+            exitCode =
+                ombrel::complain(1, db.strDBPath + " cannot be read as a log database; it was left in place");
+        } else if (archiver.DoArchive(db, false) < 0) {
+            exitCode = ombrel::complain(1, db.strDBPath + " could not be archived; the system log says why");
+        } else {
+            ++archived;
+            (void)printf("archived %s (%lld rows)\n", ombrel::visibleText(db.strDBPath).c_str(), rows);
+        }
+    }
+    if (archived == 0 && exitCode == EX_OK) (void)puts("nothing to archive");
+    return exitCode;
+}
+
+}  // namespace
+
+int ombrel::cmdArchive(std::span<char* const> words) {
+    const bool all = words.size() == 1 && std::string_view(words[0]) == "--all";
+    if (!words.empty() && !all) return complain(EX_USAGE, "usage: ombrel archive [--all]");
+    LogArchiver archiver;
+    if (archiver.ConfigLoad(kSettingsFile) < 0) {
+        return complain(EX_CONFIG, std::string(kSettingsFile) + " cannot be read or lacks a required key");
+    }
+    return archiveEach(archiver, all ? archiver.CurrentWorkingDBGet() : archiver.ArchiveCheck());
+}

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// The sub-commands of `ombrel`, one file each. Each takes the words behind its name and returns the exit code.
+#pragma once
+
+#include <span>
+#include <string>
+
+namespace ombrel {
+
+int cmdArchive(std::span<char* const> words);
+int cmdJob(std::span<char* const> words);
+
+/// Prints one line on stderr and returns `exitCode`.
+int complain(int exitCode, const std::string& what);
+
+}  // namespace ombrel

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// `ombrel`, the command line. Exit codes: 0 done, 1 something failed, 64 wrong words, 78 bad settings.
+#include <sysexits.h>
+
+#include <cstdio>
+#include <string>
+#include <string_view>
+
+#include "tools/ombrel/commands.h"
+#include "tools/visible_text.h"
+
+namespace {
+
+struct Command {
+    std::string_view name;
+    int (*run)(std::span<char* const>);
+    const char* help;
+};
+
+constexpr Command kCommands[] = {
+    {"archive", ombrel::cmdArchive,
+     "archive [--all]          archive the databases that are due, or all that hold rows"},
+    {"job", ombrel::cmdJob, "job ACTION NAME          ACTION: start, stop, restart, reload, status"},
+};
+
+void printHelp(FILE* out) {
+    (void)fputs("usage: ombrel COMMAND ...\n", out);
+    for (const auto& command : kCommands)
+        (void)fprintf(out, "  ombrel %s\n", command.help);
+}
+
+}  // namespace
+
+int ombrel::complain(int exitCode, const std::string& what) {
+    (void)fprintf(stderr, "ombrel: %s\n", visibleText(what).c_str());
+    return exitCode;
+}
+
+int main(int argc, char** argv) {
+    const std::span<char* const> words(argv, static_cast<std::size_t>(argc));
+    if (words.size() < 2) {
+        printHelp(stderr);
+        return EX_USAGE;
+    }
+    const std::string_view name = words[1];
+    if (name == "--help" || name == "help") {
+        printHelp(stdout);
+        return EX_OK;
+    }
+    for (const auto& command : kCommands) {
+        if (command.name == name) return command.run(words.subspan(2));
+    }
+    return ombrel::complain(EX_USAGE, "no command \"" + std::string(name) + "\"; ombrel --help lists them");
+}
