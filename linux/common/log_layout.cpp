@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "linux/common/log_layout.h"
+
+#include <sqlite3.h>
+
+namespace ombrel {
+
+namespace {
+
+int queryHasRow(const Connection& connection, const char* sql, bool& found) {
+    Statement statement;
+    if (const int code = statement.prepare(connection, sql)) return code;
+    const int code = statement.step();
+    found = code == Statement::kRow;
+    return found || code == Statement::kDone ? SQLITE_OK : code;
+}
+
+int readVersion(const Connection& connection, long long& version) {
+    Statement statement;
+    if (const int code = statement.prepare(connection, "SELECT version FROM loginfo")) return code;
+    const int code = statement.step();
+    if (code == Statement::kRow) version = statement.columnInt(0);
+    return code == Statement::kRow || code == Statement::kDone ? SQLITE_OK : code;
+}
+
+}  // namespace
+
+int readLogLayout(const Connection& connection, LogLayout& layout) noexcept {
+    layout = LogLayout::kNone;
+    bool hasLogs = false;
+    bool hasInfo = false;
+    if (const int code = queryHasRow(connection,
+                                     "SELECT 1 FROM sqlite_schema s, pragma_table_info(s.name) c"
+                                     " WHERE s.type='table' AND s.name='logs' AND c.name='ldate'",
+                                     hasLogs)) {
+        return code;
+    }
+    if (!hasLogs) return SQLITE_OK;
+    if (const int code = queryHasRow(
+            connection, "SELECT 1 FROM sqlite_schema WHERE type='table' AND name='loginfo'", hasInfo)) {
+        return code;
+    }
+    if (!hasInfo) {
+        layout = LogLayout::kVersion1;
+        return SQLITE_OK;
+    }
+    long long version = 0;
+    if (const int code = readVersion(connection, version)) return code;
+    if (version == 2) layout = LogLayout::kVersion2;
+    return SQLITE_OK;
+}
+
+int prepareForWriting(Connection& connection) noexcept {
+    {
+        Statement mode;
+        if (const int code = mode.prepare(connection, "PRAGMA journal_mode=TRUNCATE")) return code;
+        if (const int code = mode.step(); code != Statement::kRow) return code;
+        // A database in WAL mode that others have open keeps it, and says so only by this answer.
+        if (mode.columnText(0) != "truncate") return SQLITE_BUSY;
+    }
+    return connection.execute("PRAGMA synchronous=FULL");
+}
+
+int createLogDatabase(Connection& connection, const std::string& schemaText) noexcept {
+    Transaction transaction(connection);
+    if (const int code = transaction.beginImmediate()) return code;
+    bool hasTables = false;
+    if (const int code = queryHasRow(connection, "SELECT 1 FROM sqlite_schema", hasTables)) return code;
+    if (hasTables) return SQLITE_OK;
+    if (const int code = connection.execute(schemaText.c_str())) return code;
+    return transaction.commit();
+}
+
+}  // namespace ombrel
