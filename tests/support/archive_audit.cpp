@@ -142,7 +142,7 @@ bool parseStreams(int argc, char** argv, Streams& streams) {
         stream.sent = std::strtol(equals + 1, nullptr, 10);
         if (stream.sent < 0) return false;
         stream.seen.resize(static_cast<std::size_t>(stream.sent));
-        streams.emplace(std::string(argv[i], equals), std::move(stream));
+        streams.emplace(std::string(argv[i], static_cast<std::size_t>(equals - argv[i])), std::move(stream));
     }
     return true;
 }
