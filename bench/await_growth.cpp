@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// Waits until a log database holds so many rows, or a file so many bytes. Woken by inotify when the file
+// changes; gives up, with exit code 1, after 300 seconds.
+//   await-growth --rows N DATABASE | --count N DATABASE | --bytes N FILE
+// --rows asks the information record, --count runs COUNT(*) on table logs.
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "linux/common/sqlite_db.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kLongest = std::chrono::seconds(300);
+
+long long fileBytes(const std::string& path) {
+    struct stat status {};
+    return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
+}
+
+long long answer(const std::string& path, const char* sql) {
+    if (access(path.c_str(), R_OK) != 0) return -1;
+    ombrel::Connection db;
+    ombrel::Statement statement;
+    if (db.open(path, ombrel::OpenMode::kReadOnly) != 0 || statement.prepare(db, sql) != 0) return -1;
+    return statement.step() == ombrel::Statement::kRow ? statement.columnInt(0) : -1;
+}
+
+std::string folderOf(const std::string& path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+bool await(const std::string& path, long long wanted, const std::function<long long()>& measure) {
+    const int queue = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (queue < 0 || inotify_add_watch(queue, folderOf(path).c_str(), IN_MODIFY | IN_CREATE | IN_MOVED_TO) < 0) {
+        return false;
+    }
+    const auto deadline = Clock::now() + kLongest;
+    while (measure() < wanted) {
+        const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (rest <= 0) return false;
+        pollfd ready{queue, POLLIN, 0};
+        (void)poll(&ready, 1, static_cast<int>(rest));
+        char events[65536];
+        while (read(queue, events, sizeof events) > 0) {
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 4 || argv[3][0] != '/') {
+        (void)fputs("usage: await-growth --rows|--count|--bytes N ABSOLUTE_PATH\n", stderr);
+        return 64;
+    }
+    const std::string_view what = argv[1];
+    const long long wanted = std::atoll(argv[2]);
+    const std::string path = argv[3];
+    if (what == "--bytes") return await(path, wanted, [&] { return fileBytes(path); }) ? 0 : 1;
+    const char* sql = what == "--rows" ? "SELECT row_count FROM loginfo" : "SELECT count(*) FROM logs";
+    return await(path, wanted, [&] { return answer(path, sql); }) ? 0 : 1;
+}
