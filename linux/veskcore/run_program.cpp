@@ -51,8 +51,8 @@ public:
     SpawnSetup& operator=(const SpawnSetup&) = delete;
 
     /// 0 or the errno of what failed, the exec included.
-    int spawn(pid_t* child, char* const arguments[]) const {
-        return ::posix_spawn(child, arguments[0], &actions_, &attributes_, arguments, environ);
+    int spawn(const char* program, char* const arguments[], pid_t* child) const {
+        return ::posix_spawn(child, program, &actions_, &attributes_, arguments, environ);
     }
 
 private:
@@ -95,7 +95,7 @@ int VLIBCExec(const char* prog, const char* a1, const char* a2, const char* a3, 
         arguments[count++] = const_cast<char*>(argument);  // posix_spawn does not write to them
     }
     pid_t child = -1;
-    const int error = SpawnSetup().spawn(&child, arguments);
+    const int error = SpawnSetup().spawn(prog, arguments, &child);
     if (error != 0) return failWith(error, fromErrno(error));
     int status = 0;
     if (!await(child, status)) return failWith(errno, fromErrno(errno));

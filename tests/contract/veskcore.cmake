@@ -1,2 +1,5 @@
 list(APPEND CONTRACT_SOURCES
-  keyvalue_contract_test.cpp)
+  core_objects_contract_test.cpp
+  folder_contract_test.cpp
+  keyvalue_contract_test.cpp
+  section_contract_test.cpp)
