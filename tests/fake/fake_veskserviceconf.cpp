@@ -1,0 +1,187 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// Jobs, system services and port declarations of the fake platform.
+#include "platform/veskserviceconf.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "platform/veskfirewall.h"
+#include "tests/fake/fake_platform.h"
+
+using ombrel::test::FakePlatform;
+
+// Released with free(), so allocated with malloc() and without members that own anything.
+struct VESK_PORT_INFO {
+    VESK_PORT_REQUEST request;
+};
+struct VESK_SECTION_INFO {
+    VESK_SECTION_DESCRIPTION description;
+    VESK_PORT_INFO port;
+};
+struct VESK_SERVICE_PORTS {
+    int unused;
+};
+
+namespace {
+
+int& jobState(FakePlatform& platform, const char* job) {
+    return platform.jobs[job];
+}
+
+template <std::size_t N>
+std::string bounded(const char (&text)[N]) {
+    return {text, strnlen(text, N)};
+}
+
+std::string place(const VESK_SECTION_REQUEST& request) {
+    return bounded(request.file) + "[" + bounded(request.section) + "]";
+}
+
+std::string words(const VESK_SECTION_REQUEST& request) {
+    std::string text;
+    for (const int word : {request.word0, request.word1, request.action, request.word3, request.word4}) {
+        text += std::to_string(word) + " ";
+    }
+    const bool clean =
+        std::all_of(std::begin(request.unused), std::end(request.unused), [](char c) { return c == 0; });
+    return text + (clean ? "zero" : "DIRTY");
+}
+
+std::string declaration(const VESK_SECTION_INFO& info) {
+    const VESK_PORT_REQUEST& port = info.port.request;
+    return bounded(info.description.name) + "|" + bounded(info.description.display_name) + "|" +
+           bounded(info.description.description) + "|" + (port.protocol == 2 ? "udp" : "tcp") + "/" +
+           std::to_string(port.port);
+}
+
+}  // namespace
+
+extern "C" {
+
+int VLIBServicectlJobStart(const char* job) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServicectlJobStart", job)) return -1;
+    jobState(platform, job) = 1;
+    return 0;
+}
+
+int VLIBServicectlJobStop(const char* job) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServicectlJobStop", job)) return -1;
+    jobState(platform, job) = 0;
+    return 0;
+}
+
+int VLIBServicectlJobReload(const char* job) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServicectlJobReload", job)) return -1;
+    return jobState(platform, job) != 0 ? 0 : -1;
+}
+
+int VLIBServicectlRestart(const char* job, int flags) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServicectlRestart", job, flags)) return -1;
+    jobState(platform, job) = 1;
+    return 0;
+}
+
+int VLIBServicectlIsJobRunning(const char* job, int flags) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServicectlIsJobRunning", job, flags)) return 0;
+    return jobState(platform, job);
+}
+
+int VLIBServiceStart(const char* service, int flags) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServiceStart", service, flags)) return -1;
+    platform.services[service] = true;
+    return 0;
+}
+
+int VLIBServiceStop(const char* service, int flags) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServiceStop", service, flags)) return -1;
+    platform.services[service] = false;
+    return 0;
+}
+
+int VESKServiceComposePortInfo(const VESK_PORT_REQUEST* request, VESK_PORT_INFO** info) {
+    FakePlatform& platform = FakePlatform::current();
+    const bool fails = platform.calls.enter("VESKServiceComposePortInfo", request->kind, request->zero,
+                                            request->protocol, request->port);
+    if (request->reserved1 != nullptr || request->reserved2 != nullptr) platform.live.misuse("dirty port request");
+    if (fails && !platform.failuresHandOutObjects) return -1;
+    *info = static_cast<VESK_PORT_INFO*>(std::malloc(sizeof(VESK_PORT_INFO)));
+    if (*info == nullptr) return -1;
+    (*info)->request = *request;
+    platform.live.add("port info", *info);
+    return fails ? -1 : 0;
+}
+
+int VESKServiceComposeSectionInfo(const VESK_SECTION_DESCRIPTION* description, VESK_SECTION_INFO** info) {
+    FakePlatform& platform = FakePlatform::current();
+    const bool fails = platform.calls.enter("VESKServiceComposeSectionInfo", bounded(description->name),
+                                            bounded(description->display_name), bounded(description->description),
+                                            description->kind);
+    if (!platform.live.contains("port info", description->port_info)) {
+        platform.live.misuse("a section composed without a live port");
+        return -1;
+    }
+    if (fails && !platform.failuresHandOutObjects) return -1;
+    *info = static_cast<VESK_SECTION_INFO*>(std::malloc(sizeof(VESK_SECTION_INFO)));
+    if (*info == nullptr) return -1;
+    (*info)->description = *description;
+    (*info)->port = *description->port_info;
+    platform.live.add("section info", *info);
+    return fails ? -1 : 0;
+}
+
+int VLIBServiceConfSectionSet(const VESK_SECTION_REQUEST* request, const VESK_SECTION_INFO* info) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServiceConfSectionSet", place(*request), words(*request))) return -1;
+    if (!platform.live.contains("section info", info) || request->action != 1) return -1;
+    platform.ports[place(*request)] = declaration(*info);
+    return 0;
+}
+
+int VLIBServiceConfSectionRemove(const VESK_SECTION_REQUEST* request) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VLIBServiceConfSectionRemove", place(*request), words(*request))) return -1;
+    if (request->action != 3) return -1;
+    platform.ports.erase(place(*request));
+    return 0;
+}
+
+int VLIBIsPortConflict(const char* service, const char* port, const char* protocol, int flags,
+                       VESK_SERVICE_PORTS** ports) {
+    FakePlatform& platform = FakePlatform::current();
+    const bool fails = platform.calls.enter("VLIBIsPortConflict", service, port, protocol, flags);
+    const std::string wanted = std::string(port) + "/" + protocol;
+    const bool taken =
+        std::find(platform.conflicts.begin(), platform.conflicts.end(), wanted) != platform.conflicts.end();
+    if (ports != nullptr && (!fails || platform.failuresHandOutObjects)) {
+        *ports = new VESK_SERVICE_PORTS{};
+        platform.live.add("service ports", *ports);
+    }
+    if (fails) return -1;
+    return taken ? 1 : 0;
+}
+
+void VESKServiceConfPortsFree(VESK_SERVICE_PORTS* ports) {
+    FakePlatform& platform = FakePlatform::current();
+    platform.calls.note("VESKServiceConfPortsFree");
+    if (platform.live.remove("service ports", ports)) delete ports;
+}
+
+int VESKFwRuleHup(void) {
+    FakePlatform& platform = FakePlatform::current();
+    if (platform.calls.enter("VESKFwRuleHup")) return -1;
+    ++platform.firewallReloads;
+    return 0;
+}
+
+}  // extern "C"
