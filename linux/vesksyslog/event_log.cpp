@@ -1,0 +1,142 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "linux/vesksyslog/event_log.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <new>
+
+#include "linux/common/fd.h"
+#include "linux/common/turnstile.h"
+#include "linux/vesksyslog/text_escape.h"
+#include "platform/vesksyslog.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr Event kServiceStarted = {"service_started", "bdc8076396c44b8b951438b93a49c915", "Service started",
+                                   false};
+constexpr Event kServiceStopped = {"service_stopped", "4b97e3b976d34e2d8f798d71fabe9ce3", "Service stopped",
+                                   false};
+constexpr Event kArchiveFinished = {"archive_finished", "3317f648d1194d3286293f6a661f9de6", "Archive finished",
+                                    false};
+constexpr Event kArchiveFailed = {"archive_failed", "f065c3e56fdb49a89dd4f8aebe69eb9b", "Archiving failed", true};
+
+// RFC 3339, local time with its offset.
+std::string timestampNow() {
+    const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+    std::tm local{};
+    if (::localtime_r(&now, &local) == nullptr) return "1970-01-01T00:00:00Z";
+    std::array<char, 40> text{};
+    const size_t length = std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S%z", &local);
+    std::string stamp(text.data(), length);
+    return stamp.insert(stamp.size() - 2, ":");  // "+0100" of strftime lacks the colon
+}
+
+Fd openForAppending(const std::string& path) {
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+    Fd file(::open(path.c_str(), kFlags, 0640));
+    if (file || errno != ENOENT) return file;
+    (void)::mkdir(folderOf(path).c_str(), 0755);  // the open below tells whether it is there
+    return Fd(::open(path.c_str(), kFlags, 0640));
+}
+
+// The lock keeps two processes from turning a full file and then the new one away.
+void turnFullFileAway(const std::string& path, const Fd& file) {
+    struct stat opened {};
+    if (::fstat(file.get(), &opened) != 0 || opened.st_size < kEventFileLimit) return;
+    if (::flock(file.get(), LOCK_EX) != 0) return;
+    struct stat named {};
+    const bool isStillNamed =
+        ::stat(path.c_str(), &named) == 0 && named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
+    if (isStillNamed) (void)::rename(path.c_str(), (path + ".1").c_str());  // a file that stays only grows
+}
+
+// A line break ends a field of the journal's protocol, so a field is sent with its length.
+void appendField(std::string& entry, const char* name, const std::string& value) {
+    entry += name;
+    entry += '\n';
+    for (size_t shift = 0; shift < 64; shift += 8)
+        entry += static_cast<char>(value.size() >> shift & 0xff);
+    entry += value;
+    entry += '\n';
+}
+
+void report(const Event& event, const std::string& text) noexcept try {
+    (void)sendToJournal(kJournalSocket, event, text);  // not every box has a journal
+    if (!appendEventLine(kEventFile, event, text)) {
+        Debuger::MSG(2, std::string("Event file ") + kEventFile + " cannot be written: " + std::strerror(errno));
+    }
+} catch (const std::bad_alloc&) {
+    Debuger::MSG(0, "Out of memory");
+}
+
+}  // namespace
+
+bool appendEventLine(const std::string& path, const Event& event, const std::string& text) {
+    Fd file = openForAppending(path);
+    if (!file) return false;
+    turnFullFileAway(path, file);
+    file = openForAppending(path);
+    if (!file) return false;
+    const std::string line = "{\"time\":" + quoteJson(timestampNow()) + ",\"event\":" + quoteJson(event.name) +
+                             ",\"text\":" + quoteJson(text) + "}\n";
+    const ssize_t put = ::write(file.get(), line.data(), line.size());
+    if (put == static_cast<ssize_t>(line.size())) return true;
+    if (put >= 0) errno = ENOSPC;
+    return false;
+}
+
+bool sendToJournal(const std::string& socketPath, const Event& event, const std::string& text) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (socketPath.size() >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    std::memcpy(address.sun_path, socketPath.c_str(), socketPath.size() + 1);
+    const Fd sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    if (!sender) return false;
+    const timeval limit{1, 0};
+    if (::setsockopt(sender.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) != 0) return false;
+
+    std::string entry;
+    appendField(entry, "MESSAGE", std::string(event.sentence) + ": " + text);
+    appendField(entry, "MESSAGE_ID", event.messageId);
+    appendField(entry, "PRIORITY", event.isFailure ? "3" : "6");
+    appendField(entry, "SYSLOG_IDENTIFIER", "ombrel");
+    appendField(entry, "OMBREL_EVENT", event.name);
+    const auto* to = reinterpret_cast<const sockaddr*>(&address);
+    return ::sendto(sender.get(), entry.data(), entry.size(), MSG_NOSIGNAL, to, sizeof address) >= 0;
+}
+
+}  // namespace ombrel
+
+Logger::Logger() = default;
+Logger::~Logger() = default;
+
+void Logger::LogAddServStart(std::string description) {
+    ombrel::report(ombrel::kServiceStarted, description);
+}
+
+void Logger::LogAddServStop(std::string description) {
+    ombrel::report(ombrel::kServiceStopped, description);
+}
+
+void Logger::LogAddArchFinish(std::string archivePath) {
+    ombrel::report(ombrel::kArchiveFinished, archivePath);
+}
+
+void Logger::LogAddArchFailed(std::string archivePath) {
+    ombrel::report(ombrel::kArchiveFailed, archivePath);
+}

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// The two places where an event of the box is kept. Both are best effort: an event that cannot be kept
+// must not stop what it tells of.
+#pragma once
+
+#include <string>
+
+namespace ombrel {
+
+struct Event {
+    const char* name;       ///< "archive_finished"
+    const char* messageId;  ///< 128 bits in hexadecimal digits: finds all entries of this kind in the journal
+    const char* sentence;   ///< what the journal's line begins with
+    bool isFailure;
+};
+
+constexpr const char* kEventFile = "/var/packages/Ombrel/target/service/log/events.jsonl";
+constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
+/// A fuller event file becomes "<path>.1", in place of an older one.
+constexpr long long kEventFileLimit = 16LL * 1024 * 1024;
+
+/// Appends one JSON line, in one write: lines of several processes never mix. Makes the file and its folder,
+/// no folder above it. False with errno set.
+bool appendEventLine(const std::string& path, const Event& event, const std::string& text);
+
+/// Sends an entry to the journal. False with errno set, ENOENT or ECONNREFUSED where none listens. Waits at
+/// most a second for a journal that is behind.
+bool sendToJournal(const std::string& socketPath, const Event& event, const std::string& text);
+
+}  // namespace ombrel

@@ -1,0 +1,168 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "linux/vesksyslog/select_conditions.h"
+
+#include <sqlite3.h>
+
+#include <algorithm>
+#include <array>
+
+namespace ombrel {
+
+namespace {
+
+/// One field in both layouts; null where a layout lacks it.
+struct FieldSql {
+    const char* version1;  // an expression of the row
+    const char* version2;
+    const char* keyTable;  // version 2: the table that the expression is an id of
+    bool isNumber;
+};
+
+constexpr const char* kVersion1Time = "CAST(strftime('%s', ldate || ' ' || ltime, 'utc') AS INTEGER)";
+
+constexpr std::array<FieldSql, 7> kFields = {{
+    {"host", "host", "hosts", false},
+    {"program", "program", "programs", false},
+    {nullptr, "sender", "senders", false},
+    {"facility", "facility", "facilities", false},
+    {"ombrel_severity(prio)", "severity", nullptr, true},
+    {kVersion1Time, "utcsec", nullptr, true},
+    {"msg", "msg", nullptr, false},
+}};
+
+std::string comparison(const std::string& expression, _SYSLOG_SQL_COMPARE_tag compare) {
+    switch (compare) {
+        case SYSLOG_SQL_EQUAL:
+            return expression + " = ?";
+        case SYSLOG_SQL_NOT_EQUAL:
+            return expression + " <> ?";
+        case SYSLOG_SQL_AT_LEAST:
+            return expression + " >= ?";
+        case SYSLOG_SQL_AT_MOST:
+            return expression + " <= ?";
+        case SYSLOG_SQL_CONTAINS:
+            return "ombrel_contains(" + expression + ", ?)";
+    }
+    return {};
+}
+
+bool isValid(const _SYSLOG_SQL_COND_tag& condition, bool isNumber) {
+    if (isNumber) return condition.compare >= SYSLOG_SQL_EQUAL && condition.compare <= SYSLOG_SQL_AT_MOST;
+    return condition.compare == SYSLOG_SQL_EQUAL || condition.compare == SYSLOG_SQL_NOT_EQUAL ||
+           condition.compare == SYSLOG_SQL_CONTAINS;
+}
+
+// The names are looked up once, so that each row compares a number.
+std::string keyComparison(const FieldSql& field, _SYSLOG_SQL_COMPARE_tag compare) {
+    const bool negated = compare == SYSLOG_SQL_NOT_EQUAL;
+    return std::string(field.version2) + (negated ? " NOT IN" : " IN") + " (SELECT id FROM " + field.keyTable +
+           " WHERE " + comparison("name", negated ? SYSLOG_SQL_EQUAL : compare) + ")";
+}
+
+char foldCase(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+std::string_view textOf(sqlite3_value* value) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(value));
+    if (text == nullptr) return {};
+    return {text, static_cast<size_t>(sqlite3_value_bytes(value))};
+}
+
+// Bytes that are no ASCII letters are compared as they are, so invalid UTF-8 does no harm.
+void containsFunction(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
+    const std::string_view text = textOf(values[0]);
+    const std::string_view wanted = textOf(values[1]);
+    const auto found = std::search(text.begin(), text.end(), wanted.begin(), wanted.end(),
+                                   [](char a, char b) { return foldCase(a) == foldCase(b); });
+    sqlite3_result_int(context, found != text.end() || wanted.empty() ? 1 : 0);
+}
+
+void severityFunction(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
+    sqlite3_result_int(context, severityOfText(textOf(values[0])));
+}
+
+}  // namespace
+
+bool appendConditions(LogLayout layout, const std::list<_SYSLOG_SQL_COND_tag>& conditions, std::string& sql,
+                      Parameters& parameters) {
+    for (const _SYSLOG_SQL_COND_tag& condition : conditions) {
+        const auto index = static_cast<size_t>(condition.field);
+        if (index >= kFields.size()) return false;
+        const FieldSql& field = kFields[index];
+        if (!isValid(condition, field.isNumber)) return false;
+        const bool isVersion1 = layout == LogLayout::kVersion1;
+        const char* expression = isVersion1 ? field.version1 : field.version2;
+        if (expression == nullptr) return false;
+        sql += " AND ";
+        sql += !isVersion1 && field.keyTable != nullptr ? keyComparison(field, condition.compare)
+                                                        : comparison(expression, condition.compare);
+        if (field.isNumber) {
+            parameters.emplace_back(condition.number);
+        } else {
+            parameters.emplace_back(std::string_view(condition.text));
+        }
+    }
+    return true;
+}
+
+int addConditionFunctions(const Connection& connection) noexcept {
+    constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY;
+    if (const int code = sqlite3_create_function_v2(connection.handle(), "ombrel_contains", 2, kFlags, nullptr,
+                                                    containsFunction, nullptr, nullptr, nullptr)) {
+        return code;
+    }
+    return sqlite3_create_function_v2(connection.handle(), "ombrel_severity", 1, kFlags, nullptr, severityFunction,
+                                      nullptr, nullptr, nullptr);
+}
+
+int bindAll(Statement& statement, const Parameters& parameters) noexcept {
+    int index = 0;
+    for (const auto& parameter : parameters) {
+        ++index;
+        const auto* number = std::get_if<long long>(&parameter);
+        const auto* text = std::get_if<std::string_view>(&parameter);
+        const int code = number != nullptr ? statement.bind(index, *number) : statement.bindText(index, *text);
+        if (code != 0) return code;
+    }
+    return 0;
+}
+
+int severityOfText(std::string_view text) noexcept {
+    struct Name {
+        std::string_view name;
+        int severity;
+    };
+    static constexpr std::array<Name, 11> kNames = {{{"emerg", 0},
+                                                     {"panic", 0},
+                                                     {"alert", 1},
+                                                     {"crit", 2},
+                                                     {"err", 3},
+                                                     {"error", 3},
+                                                     {"warning", 4},
+                                                     {"warn", 4},
+                                                     {"notice", 5},
+                                                     {"info", 6},
+                                                     {"debug", 7}}};
+    if (text.size() == 1 && text[0] >= '0' && text[0] <= '7') return text[0] - '0';
+    for (const Name& entry : kNames) {
+        if (std::equal(text.begin(), text.end(), entry.name.begin(), entry.name.end(),
+                       [](char a, char b) { return foldCase(a) == b; })) {
+            return entry.severity;
+        }
+    }
+    return -1;
+}
+
+std::string conditionsKey(const std::list<_SYSLOG_SQL_COND_tag>& conditions) {
+    std::string key;
+    for (const _SYSLOG_SQL_COND_tag& condition : conditions) {
+        key += std::to_string(condition.field) + ' ' + std::to_string(condition.compare) + ' ' +
+               std::to_string(condition.number) + ' ' + std::to_string(condition.text.size()) + ' ' +
+               condition.text + ';';
+    }
+    return key;
+}
+
+}  // namespace ombrel
