@@ -79,14 +79,5 @@ TEST_F(CoreObjects, TheErrorRecordKeepsACopyOfTheFileName) {
     EXPECT_EQ(VLIBCErrorGetLine(), 81);
 }
 
-TEST_F(CoreObjects, AFailedFileOperationLeavesItsPlaceInTheErrorRecord) {
-    VLIBCErrSetEx(0, "nowhere", -1);
-    List list;
-    EXPECT_LT(VLIBCFileEnumSection(at("none.conf").c_str(), list.address()), 0);
-    EXPECT_NE(VLIBCErrGet(), 0);
-    EXPECT_STRNE(VLIBCErrorGetFile(), "nowhere");
-    EXPECT_GT(VLIBCErrorGetLine(), 0);
-}
-
 }  // namespace
 }  // namespace ombrel::contract
