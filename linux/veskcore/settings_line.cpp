@@ -39,20 +39,20 @@ bool saysNothing(std::string_view line) {
     return line.empty() || line.front() == '#';
 }
 
-std::optional<KeyValue> parseKeyValue(std::string_view line) {
-    if (saysNothing(line)) return std::nullopt;
-    const std::size_t equals = line.find('=');
-    if (equals == std::string_view::npos) return std::nullopt;
-    const std::string_view key = trimmed(line.substr(0, equals));
-    if (key.empty()) return std::nullopt;
-    return KeyValue{key, withoutQuotes(trimmed(line.substr(equals + 1)))};
-}
-
 std::optional<std::string_view> parseHeader(std::string_view line) {
     if (!line.starts_with('[')) return std::nullopt;
     const std::size_t close = line.find(']');
     if (close == std::string_view::npos || !saysNothing(trimmed(line.substr(close + 1)))) return std::nullopt;
     return line.substr(1, close - 1);
+}
+
+std::optional<KeyValue> parseKeyValue(std::string_view line) {
+    if (saysNothing(line) || parseHeader(line)) return std::nullopt;  // "[a=b]" is a header
+    const std::size_t equals = line.find('=');
+    if (equals == std::string_view::npos) return std::nullopt;
+    const std::string_view key = trimmed(line.substr(0, equals));
+    if (key.empty()) return std::nullopt;
+    return KeyValue{key, withoutQuotes(trimmed(line.substr(equals + 1)))};
 }
 
 std::optional<LineFormat> LineFormat::parse(std::string_view format) {
@@ -91,7 +91,7 @@ bool LineFormat::canHold(std::string_view key, std::string_view value) const {
     if (value.find_first_of(kLineBreaks) != std::string_view::npos) return false;
     const std::string rendered = render(key, value);
     LineReader reader(rendered);
-    if (!reader.next() || reader.whole().size() != rendered.size() || parseHeader(reader.text())) return false;
+    if (!reader.next() || reader.whole().size() != rendered.size()) return false;
     const std::optional<KeyValue> read = parseKeyValue(reader.text());
     return read && read->key == key && read->value == value;
 }

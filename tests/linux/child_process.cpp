@@ -58,8 +58,13 @@ bool enterPrivateMounts() {
     return ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
 }
 
-TemporaryFolder::TemporaryFolder() {
-    path_ = (std::filesystem::temp_directory_path() / "ombrel-test-XXXXXX").string();
+TemporaryFolder::TemporaryFolder() : TemporaryFolder(std::filesystem::temp_directory_path()) {
+}
+
+TemporaryFolder::TemporaryFolder(const std::string& parent) {
+    path_ = parent + "/ombrel-test-XXXXXX";
+    if (::mkdtemp(path_.data()) != nullptr) return;
+    path_ = std::filesystem::temp_directory_path() / "ombrel-test-XXXXXX";
     if (::mkdtemp(path_.data()) == nullptr) throw std::system_error(errno, std::generic_category(), path_);
 }
 

@@ -26,6 +26,8 @@ bool enterPrivateMounts();
 class TemporaryFolder {
 public:
     TemporaryFolder();
+    /// In that folder; in the usual place where nothing can be made there.
+    explicit TemporaryFolder(const std::string& parent);
     ~TemporaryFolder();
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;

@@ -132,6 +132,13 @@ TEST(SettingsText, ReadsHeadersWithBlanksAndCommentsBehindThem) {
     EXPECT_EQ(bodyOf("[a]\r\nk=\"1\"\r\n[b]\n", "a"), "k=\"1\"\r\n");
 }
 
+TEST(SettingsText, AHeaderIsNoKeyWhateverItsName) {
+    const std::string text = "[a=b]\nk=\"1\"\n";
+    EXPECT_FALSE(valueOf(text, "[a"));
+    EXPECT_EQ(merge(text, {{"[a", "]"}}), text + "[a=\"]\"\n");
+    EXPECT_THAT(namesOf(text + "[a=\"]\"\n"), ElementsAre("a=b"));
+}
+
 TEST(SettingsText, LinesBeforeTheFirstHeaderBelongToNoSection) {
     const std::string text = "key=\"none\"\n[a]\nkey=\"1\"\n";
     EXPECT_EQ(valueOf(bodyOf(text, "a").value(), "key"), "1");
