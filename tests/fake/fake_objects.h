@@ -11,13 +11,14 @@
 
 #include "platform/veskcore.h"
 #include "platform/vesksdk.h"
+#include "tests/fake/settings_text.h"
 
 namespace ombrel::test {
 struct FakeDatabase;
 }
 
 struct VLIBSZHASH {
-    std::map<std::string, std::string> values;
+    ombrel::test::KeyValues values;
 };
 
 struct VESKDBCONN {

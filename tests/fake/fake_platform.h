@@ -90,9 +90,7 @@ public:
     void failCall(const std::string& name, int nth = 1, int errorNumber = EIO) {
         calls.failCall(name, nth, errorNumber);
     }
-    void failEveryCall(const std::string& name, int errorNumber = EIO) {
-        calls.failEveryCall(name, errorNumber);
-    }
+    void failEveryCall(const std::string& name, int errorNumber = EIO) { calls.failEveryCall(name, errorNumber); }
     /// A failing call hands out its object all the same.
     bool failuresHandOutObjects = false;
 

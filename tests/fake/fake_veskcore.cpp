@@ -58,7 +58,7 @@ int VLIBCSzHashSetValue(VLIBSZHASH* hash, const char* key, const char* value) {
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VLIBCSzHashSetValue", key, value)) return -1;
     if (!platform.live.contains("hash", hash) || key == nullptr || value == nullptr) return -1;
-    hash->values[key] = value;
+    hash->values.set(key, value);
     return 0;
 }
 
@@ -66,8 +66,8 @@ const char* VLIBCSzHashGetValue(const VLIBSZHASH* hash, const char* key) {
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VLIBCSzHashGetValue", key)) return nullptr;
     if (!platform.live.contains("hash", hash) || key == nullptr) return nullptr;
-    const auto found = hash->values.find(key);
-    return found == hash->values.end() ? nullptr : found->second.c_str();
+    const std::string* found = hash->values.find(key);
+    return found == nullptr ? nullptr : found->c_str();
 }
 
 void VLIBCSzHashFree(VLIBSZHASH* hash) {

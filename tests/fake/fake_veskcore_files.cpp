@@ -17,6 +17,7 @@ using ombrel::test::SectionedText;
 
 namespace {
 
+constexpr int kInvalidArgument = 0x0201;
 constexpr int kForbiddenText = 0x0202;
 constexpr int kNoSuchSection = 0x0203;
 constexpr int kSectionExists = 0x0204;
@@ -39,7 +40,7 @@ bool areStorable(const KeyValues& keys) {
 }
 
 bool isSectionName(const char* name) {
-    return name != nullptr && ombrel::test::isStorable(name) && std::strchr(name, ']') == nullptr;
+    return name != nullptr && *name != '\0' && ombrel::test::isStorable(name) && std::strchr(name, ']') == nullptr;
 }
 
 std::vector<std::string> linesFor(const KeyValues& keys, const char* format) {
@@ -85,6 +86,7 @@ int VLIBCFileSetKeys(const char* path, VLIBSZHASH* keys, int flags, const char* 
                                                          ombrel::test::quoted(format) + ")")) {
         return -1;
     }
+    if (!ombrel::test::isLineFormat(format)) return refuse(kInvalidArgument);
     if (!areStorable(keys->values)) return refuse(kForbiddenText);
     platform.addFile(path, ombrel::test::withKeys(platform.read(path).value_or(""), keys->values, format));
     return 0;
@@ -104,15 +106,16 @@ int VLIBCFileGetSection(const char* path, const char* section, VLIBSZHASH** hash
         if (platform.live.remove("hash", *hash)) delete *hash;
     }
     for (const auto& [key, value] : found->keys())
-        filled->values[key] = value;
+        filled->values.set(key, value);
     platform.live.add("hash", filled);
     *hash = filled;
-    return static_cast<int>(found->keys().size());
+    return found->keys().size();
 }
 
 int VLIBCFileAddSection(const char* path, const char* section, VLIBSZHASH* keys, const char* format) {
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VLIBCFileAddSection", path, section, shownKeys(keys), format)) return -1;
+    if (!ombrel::test::isLineFormat(format)) return refuse(kInvalidArgument);
     if (!isSectionName(section) || !areStorable(keys->values)) return refuse(kForbiddenText);
     SectionedText file(platform.read(path).value_or(""));
     if (file.find(section) != nullptr) return refuse(kSectionExists);
@@ -126,6 +129,7 @@ int VLIBCFileSetSection(const char* path, const char* oldSection, const char* ne
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VLIBCFileSetSection", path, oldSection, newSection, shownKeys(keys), format))
         return -1;
+    if (!ombrel::test::isLineFormat(format)) return refuse(kInvalidArgument);
     if (!isSectionName(newSection) || !areStorable(keys->values)) return refuse(kForbiddenText);
     SectionedText file(platform.read(path).value_or(""));
     Section* found = file.find(oldSection);
@@ -167,8 +171,9 @@ int VLIBCFileGetSectionValue(const char* path, const char* section, const char* 
     const Section* found = file.find(section);
     if (found == nullptr || size <= 0) return -1;
     const KeyValues keys = found->keys();
-    if (keys.count(key) == 0) return -1;
-    store(buffer, size - 1, keys.at(key));
+    const std::string* value = keys.find(key);
+    if (value == nullptr) return -1;
+    store(buffer, size - 1, *value);
     return 0;
 }
 

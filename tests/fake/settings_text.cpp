@@ -31,6 +31,22 @@ std::string withoutLineEnd(std::string line) {
 
 }  // namespace
 
+void KeyValues::set(const std::string& key, const std::string& value) {
+    for (Pair& pair : pairs_) {
+        if (pair.first != key) continue;
+        pair.second = value;
+        return;
+    }
+    pairs_.emplace_back(key, value);
+}
+
+const std::string* KeyValues::find(const std::string& key) const {
+    for (const Pair& pair : pairs_) {
+        if (pair.first == key) return &pair.second;
+    }
+    return nullptr;
+}
+
 std::optional<std::pair<std::string, std::string>> parseLine(const std::string& line) {
     const std::string content = trimmed(line);
     if (content.empty() || content.front() == '#' || content.front() == '[') return std::nullopt;
@@ -53,6 +69,15 @@ std::optional<std::string> valueOf(const std::string& text, const std::string& k
     return std::nullopt;
 }
 
+bool isLineFormat(const char* format) {
+    const std::string pattern = format;
+    const auto first = pattern.find('%');
+    if (first == std::string::npos || pattern.compare(first, 2, "%s") != 0) return false;
+    const auto second = pattern.find('%', first + 2);
+    if (second == std::string::npos || pattern.compare(second, 2, "%s") != 0) return false;
+    return pattern.find('%', second + 2) == std::string::npos;
+}
+
 std::string formatLine(const char* format, const std::string& key, const std::string& value) {
     const std::string pattern = format;
     const auto first = pattern.find("%s");
@@ -66,10 +91,11 @@ std::string withKeys(const std::string& text, const KeyValues& keys, const char*
     std::set<std::string> written;
     for (const std::string& line : linesOf(text)) {
         const auto pair = parseLine(line);
-        if (!pair || keys.count(pair->first) == 0) {
+        const std::string* value = pair ? keys.find(pair->first) : nullptr;
+        if (value == nullptr) {
             out += line + "\n";
         } else if (written.insert(pair->first).second) {
-            out += formatLine(format, pair->first, keys.at(pair->first));
+            out += formatLine(format, pair->first, *value);
         }
     }
     for (const auto& [key, value] : keys) {
@@ -89,7 +115,8 @@ bool isStorableKey(const std::string& key) {
 KeyValues Section::keys() const {
     KeyValues found;
     for (const std::string& line : lines) {
-        if (const auto pair = parseLine(line)) found.insert(*pair);
+        const auto pair = parseLine(line);
+        if (pair && found.find(pair->first) == nullptr) found.set(pair->first, pair->second);
     }
     return found;
 }

@@ -5,7 +5,7 @@
 // A line is key="value"; blanks around the equals sign, missing quotes, comments and blank lines are read.
 #pragma once
 
-#include <map>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <utility>
@@ -13,7 +13,22 @@
 
 namespace ombrel::test {
 
-using KeyValues = std::map<std::string, std::string>;
+/// Each key once, in the order in which they were given.
+class KeyValues {
+public:
+    using Pair = std::pair<std::string, std::string>;
+
+    KeyValues() = default;
+    KeyValues(std::initializer_list<Pair> pairs) : pairs_(pairs) {}
+    void set(const std::string& key, const std::string& value);
+    [[nodiscard]] const std::string* find(const std::string& key) const;
+    [[nodiscard]] int size() const { return static_cast<int>(pairs_.size()); }
+    [[nodiscard]] auto begin() const { return pairs_.begin(); }
+    [[nodiscard]] auto end() const { return pairs_.end(); }
+
+private:
+    std::vector<Pair> pairs_;
+};
 
 /// The key and the value of one line; nothing for a comment, a section head or any other line.
 std::optional<std::pair<std::string, std::string>> parseLine(const std::string& line);
@@ -41,6 +56,8 @@ struct SectionedText {
     std::vector<Section> sections;
 };
 
+/// A line format holds exactly two places, both %s.
+bool isLineFormat(const char* format);
 std::string formatLine(const char* format, const std::string& key, const std::string& value);
 
 }  // namespace ombrel::test
