@@ -1,0 +1,134 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: the Ombrel authors
+#
+# The inside of scripts/private-root: process 1 of the new PID namespace. Builds a root folder on a tmpfs,
+# makes it the root, runs the command and ends with its exit code.
+#   private_root_inside.sh STATE WORKING_FOLDER {ro|rw PATH}... -- COMMAND...
+set -euo pipefail
+trap 'echo "private-root: the private root could not be furnished (line $LINENO: $BASH_COMMAND)" >&2; exit 70' ERR
+
+state=$1 folder=$2
+shift 2
+places=()
+while [ "$1" != -- ]; do places+=("$1" "$2"); shift 2; done
+shift
+
+# Folders of the machine that give way to folders of STATE, and those that must be opened to make room.
+fixed=(/var/packages /usr/local/etc/services.d /usr/vesk /srv /tmp /var/tmp)
+hidden=(/run /proc)
+opened=(/usr /usr/local /usr/local/etc /var)
+
+holds() { # holds NAME LIST...
+  local name=$1 one
+  shift
+  for one in "$@"; do [ "$one" != "$name" ] || return 0; done
+  return 1
+}
+
+# Shows the entries of a folder of the machine in the folder of the same name of the new root.
+mirror() {
+  local dir=$1 entry name
+  for entry in "$dir"/* "$dir"/.[!.]*; do
+    name=${entry#/}
+    entry=/$name
+    if holds "$entry" "${fixed[@]}" "${hidden[@]}"; then
+      continue
+    elif holds "$entry" "${opened[@]}" && [ -d "$entry" ]; then
+      mkdir "$root$entry"
+      mirror "$entry"
+    elif [ -L "$entry" ]; then
+      ln -s "$(readlink "$entry")" "$root$entry"
+    elif [ -d "$entry" ]; then
+      mkdir "$root$entry"
+      mount --rbind "$entry" "$root$entry"
+    elif [ -e "$entry" ]; then
+      : >"$root$entry"
+      mount --bind "$entry" "$root$entry"
+    fi
+  done
+}
+
+# A place keeps its path in the new root, whatever the path leads through.
+keep() {
+  local path=$1
+  if [ -d "$path" ]; then
+    mkdir -p "$root$path"
+  else
+    mkdir -p "$root${path%/*}"
+    [ -e "$root$path" ] || : >"$root$path"
+  fi
+  mount --rbind "$path" "$root$path"
+}
+
+writable=("$state")
+private=()
+is_writable() { # everything below a writable place or on a file system of our own
+  local point=$1 one
+  for one in "${private[@]}"; do [ "$point" != "$one" ] || return 0; done
+  for one in "${writable[@]}"; do
+    case $point/ in "$one"/*) return 0 ;; esac
+  done
+  return 1
+}
+
+# Mount points are written as octal escapes where they hold blanks; the flags that a mount has must be
+# given again, or the kernel refuses to drop them in a user namespace.
+make_read_only() {
+  local id parent device source point options rest path flags one
+  while read -r id parent device source point options rest; do
+    path=$(printf '%b' "$point")
+    case $path in "$root" | "$root"/*) ;; *) continue ;; esac
+    path=${path#"$root"}
+    ! is_writable "${path:-/}" || continue
+    flags=ro
+    for one in nosuid nodev noexec noatime nodiratime relatime; do
+      case ,$options, in *,$one,*) flags+=,$one ;; esac
+    done
+    mount -o "remount,bind,$flags" "$root$path"
+  done </proc/self/mountinfo
+}
+
+umask 022
+root=$state/.root
+mkdir -p "$root"
+mount -t tmpfs -o mode=755 private-root "$root"
+# Folders of the machine that hold STATE are shown without this root, or it would hold itself.
+mount --make-unbindable "$root"
+mkdir "$root/proc" "$root/.machine"
+mirror ""
+for path in "${fixed[@]}"; do
+  mkdir -p "$state$path" "$root$path"
+  mount --bind "$state$path" "$root$path"
+  private+=("$path")
+done
+chmod 1777 "$state/tmp" "$state/var/tmp"
+mkdir "$root/run"
+for path in /run /dev/shm; do
+  mode=755
+  [ "$path" = /run ] || mode=1777
+  [ -d "$root$path" ] || continue
+  mount -t tmpfs -o mode=$mode private "$root$path"
+  private+=("$path")
+done
+mkdir "$root/run/lock"
+for ((i = 0; i < ${#places[@]}; i += 2)); do
+  keep "${places[i + 1]}"
+  [ "${places[i]}" = ro ] || writable+=("${places[i + 1]}")
+done
+mount -t proc -o nosuid,nodev,noexec proc "$root/proc"
+private+=(/proc)
+make_read_only
+ip link set lo up
+
+cd "$root"
+pivot_root . .machine
+cd /
+umount -l /.machine
+rmdir /.machine
+mount -o remount,bind,ro /
+mount --make-private /
+cd "$folder"
+trap - ERR
+set +e
+"$@"
+exit $?
