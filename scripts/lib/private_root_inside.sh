@@ -116,7 +116,7 @@ for ((i = 0; i < ${#places[@]}; i += 2)); do
   [ "${places[i]}" = ro ] || writable+=("${places[i + 1]}")
 done
 mount -t proc -o nosuid,nodev,noexec proc "$root/proc"
-private+=(/proc)
+private+=(/proc /) # the root itself turns read-only at the very end
 make_read_only
 ip link set lo up
 
