@@ -29,12 +29,12 @@ int readAll(int fd, std::string& text) {
         errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
         return fail(fromErrno(errno));
     }
-    constexpr std::size_t kChunk = 65536;
+    constexpr std::size_t kLeastRoom = 4096;
     std::string bytes;
-    bytes.reserve(static_cast<std::size_t>(info.st_size) + 1);
+    bytes.reserve(static_cast<std::size_t>(info.st_size) + kLeastRoom);  // and the read that finds the end
     for (;;) {
         const std::size_t before = bytes.size();
-        bytes.resize(std::max(bytes.capacity(), before + kChunk / 16));
+        bytes.resize(std::max(bytes.capacity(), before + kLeastRoom));
         const ssize_t count = ::read(fd, bytes.data() + before, bytes.size() - before);
         bytes.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
         if (count < 0 && errno != EINTR) return fail(fromErrno(errno));

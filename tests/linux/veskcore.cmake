@@ -9,4 +9,7 @@ add_executable(veskcore_test
   veskcore_writers_test.cpp)
 target_link_libraries(veskcore_test PRIVATE
   ombrel_flags veskcore_objects Threads::Threads GTest::gtest_main GTest::gmock)
+if(OMBREL_SANITIZE)
+  target_compile_definitions(veskcore_test PRIVATE OMBREL_SANITIZED)
+endif()
 gtest_discover_tests(veskcore_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)

@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -173,6 +174,25 @@ TEST_F(SettingsFile, IsReadWhateverItsSize) {
     EXPECT_STREQ(buffer, "199999");
     EXPECT_EQ(setKey(path, "new"), 0);
     EXPECT_EQ(readBytes(path), text + "key=\"new\"\n");
+}
+
+TEST_F(SettingsFile, TooLargeForTheMemoryFails) {
+#ifdef OMBREL_SANITIZED
+    GTEST_SKIP() << "a sanitizer needs more address space than this test leaves";
+#endif
+    constexpr off_t kSize = off_t{1} << 32;
+    writeBytes(path, "");
+    ASSERT_EQ(::truncate(path.c_str(), kSize), 0);
+    EXPECT_EQ(runInChild([&] {
+                  const rlimit limit{std::size_t{1} << 30, std::size_t{1} << 30};
+                  if (::setrlimit(RLIMIT_AS, &limit) != 0) return 1;
+                  char buffer[8];
+                  if (VLIBCFileGetKeyValue(path.c_str(), "key", buffer, 7, 0) >= 0) return 2;
+                  if (VLIBCErrGet() != kErrorOutOfMemory) return 3;
+                  return setKey(path, "new") < 0 && VLIBCErrGet() == kErrorOutOfMemory ? 0 : 4;
+              }),
+              0);
+    EXPECT_EQ(std::filesystem::file_size(path), static_cast<std::uintmax_t>(kSize));
 }
 
 TEST_F(SettingsFile, OnAFullDiskStaysAsItWas) {
