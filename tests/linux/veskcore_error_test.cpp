@@ -43,5 +43,42 @@ TEST(ErrorRecord, FailKeepsErrnoAndNamesThePlace) {
     EXPECT_GT(VLIBCErrorGetLine(), 0);
 }
 
+TEST(NullArguments, AreRefusedWithAnEntryInTheRecord) {
+    VLIBSZHASH* hash = VLIBCSzHashAlloc(4);
+    VLIBSZLIST* list = VLIBCSzListAlloc(4);
+    VLIBSZLIST* noList = nullptr;
+    char buffer[4];
+    const int results[] = {
+        VLIBCSzHashSetValue(nullptr, "k", "v"),
+        VLIBCSzHashSetValue(hash, nullptr, "v"),
+        VLIBCSzHashSetValue(hash, "k", nullptr),
+        VLIBCSzListPush(&noList, "x"),
+        VLIBCSzListPush(&list, nullptr),
+        VLIBCFileExist(nullptr),
+        VLIBCFileEnumDir("/", 0, &noList, 0x40),
+        VLIBCFileGetKeyValue("/f", nullptr, buffer, 3, 0),
+        VLIBCFileGetKeyValue("/f", "k", buffer, -1, 0),
+        VLIBCFileSetKeys("/f", nullptr, 0, "%s=%s\n"),
+        VLIBCFileSetKeys("/f", hash, 0, nullptr),
+        VLIBCFileGetSection("/f", "s", nullptr),
+        VLIBCFileAddSection("/f", nullptr, hash, "%s=%s\n"),
+        VLIBCFileSetSection("/f", "s", nullptr, hash, "%s=%s\n"),
+        VLIBCFileRemoveSection(nullptr, "s"),
+        VLIBCFileEnumSection("/f", &noList),
+        VLIBCFileGetSectionValue("/f", "s", "k", buffer, 0),
+        VLIBCFileSetSectionValue("/f", "s", "k", nullptr),
+        VLIBCExecv(nullptr, nullptr, 0),
+    };
+    for (const int result : results)
+        EXPECT_LT(result, 0);
+    EXPECT_EQ(VLIBCErrGet(), kErrorInvalidArgument);
+    EXPECT_EQ(VLIBCSzHashGetValue(nullptr, "k"), nullptr);
+    EXPECT_EQ(VLIBCSzListGet(nullptr, 0), nullptr);
+    EXPECT_EQ(VLIBCSzHashAlloc(-1), nullptr);
+    EXPECT_EQ(VLIBCSzListAlloc(-1), nullptr);
+    VLIBCSzHashFree(hash);
+    VLIBCSzListFree(list);
+}
+
 }  // namespace
 }  // namespace ombrel
