@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "linux/veskfileop/file_place.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <vector>
+
+#include "linux/common/error_record.h"
+#include "linux/common/fd.h"
+#include "linux/common/turnstile.h"
+
+namespace ombrel {
+
+namespace {
+
+// For file systems that cannot rename without replacing (some network and FUSE ones): a second name never
+// replaces, and then the first one goes.
+int linkAndUnlink(const std::string& from, const std::string& to) {
+    if (::link(from.c_str(), to.c_str()) != 0) return fromErrno(errno);
+    if (::unlink(from.c_str()) == 0) return 0;
+    const int error = errno;
+    (void)::unlink(to.c_str());  // the source still has its first name
+    errno = error;
+    return fromErrno(error);
+}
+
+bool isSameFile(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+/// The unfinished copy. The lock tells one that a dead process left from one that another process is at.
+class PartFile {
+public:
+    explicit PartFile(const std::string& to) : path_(to + ".part") {}
+    PartFile(const PartFile&) = delete;
+    PartFile& operator=(const PartFile&) = delete;
+    ~PartFile() {
+        const int error = errno;
+        if (isOurs_) (void)::unlink(path_.c_str());  // a failed copy leaves nothing
+        errno = error;
+    }
+
+    int create() {
+        Fd file(::open(path_.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+        if (!file) return fromErrno(errno);
+        if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return fromErrno(errno);
+        struct stat opened {};
+        struct stat named {};
+        const bool isNamed =
+            ::fstat(file.get(), &opened) == 0 && ::lstat(path_.c_str(), &named) == 0 && isSameFile(opened, named);
+        if (!isNamed || !S_ISREG(opened.st_mode)) {
+            errno = EBUSY;
+            return fromErrno(EBUSY);
+        }
+        isOurs_ = true;
+        file_ = std::move(file);
+        return ::ftruncate(file_.get(), 0) == 0 ? 0 : fromErrno(errno);
+    }
+
+    [[nodiscard]] int fd() const { return file_.get(); }
+
+    int rename(const std::string& to) {
+        const int code = renameWithoutReplacing(path_, to);
+        if (code == 0) isOurs_ = false;
+        return code;
+    }
+
+private:
+    std::string path_;
+    Fd file_;
+    bool isOurs_ = false;
+};
+
+bool writeAt(int fd, const char* bytes, size_t size) {
+    while (size > 0) {
+        const ssize_t put = ::write(fd, bytes, size);
+        if (put < 0 && errno == EINTR) continue;
+        if (put < 0) return false;
+        bytes += put;
+        size -= static_cast<size_t>(put);
+    }
+    return true;
+}
+
+int copyBytes(const ReadAt& readAt, int fd) {
+    std::vector<char> buffer(256UL * 1024);
+    off_t offset = 0;
+    for (;;) {
+        const ssize_t got = readAt(buffer.data(), buffer.size(), offset);
+        if (got == 0) return 0;
+        if (got < 0 || !writeAt(fd, buffer.data(), static_cast<size_t>(got))) return fromErrno(errno);
+        offset += got;
+    }
+}
+
+// The owner before the mode: a change of the owner takes set-id bits away.
+int dressLike(int fd, const struct stat& like) {
+    const timespec times[2] = {like.st_atim, like.st_mtim};
+    if (::fchown(fd, like.st_uid, like.st_gid) != 0 && ::geteuid() == 0) return fromErrno(errno);
+    if (::fchmod(fd, like.st_mode & 07777) != 0) return fromErrno(errno);
+    return ::futimens(fd, times) == 0 ? 0 : fromErrno(errno);
+}
+
+}  // namespace
+
+int renameWithoutReplacing(const std::string& from, const std::string& to) {
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return 0;
+    if (errno == EINVAL || errno == ENOSYS) return linkAndUnlink(from, to);
+    return fromErrno(errno);
+}
+
+int copyInto(const ReadAt& readAt, const struct stat& like, const std::string& to) {
+    PartFile part(to);
+    if (const int code = part.create()) return code;
+    if (const int code = copyBytes(readAt, part.fd())) return code;
+    if (const int code = dressLike(part.fd(), like)) return code;
+    if (::fsync(part.fd()) != 0) return fromErrno(errno);
+    if (const int code = part.rename(to)) return code;
+    const int code = syncFolder(folderOf(to));
+    if (code != 0) (void)::unlink(to.c_str());  // the source stays, so the copy must not
+    return code;
+}
+
+int syncFolder(const std::string& folder) {
+    const Fd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!fd) return fromErrno(errno);
+    // EINVAL: a file system without a way to sync folders keeps its own promises.
+    return ::fsync(fd.get()) == 0 || errno == EINVAL ? 0 : fromErrno(errno);
+}
+
+int movePlainFile(const std::string& from, const std::string& to, const struct stat& info) {
+    int code = renameWithoutReplacing(from, to);
+    if (code == fromErrno(EXDEV)) {
+        const Fd source(::open(from.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        if (!source) return fromErrno(errno);
+        code = copyInto(
+            [&](char* buffer, size_t size, off_t offset) { return ::pread(source.get(), buffer, size, offset); },
+            info, to);
+        if (code == 0) code = removeSource(from, to);
+    } else if (code == 0) {
+        (void)syncFolder(folderOf(to));  // the move is done, and undoing it on a failing disk is no better
+    }
+    if (code == 0) (void)syncFolder(folderOf(from));
+    return code;
+}
+
+int removeSource(const std::string& from, const std::string& to) {
+    if (::unlink(from.c_str()) == 0) return 0;
+    const int error = errno;
+    (void)::unlink(to.c_str());  // the source must not exist twice
+    errno = error;
+    return fromErrno(error);
+}
+
+}  // namespace ombrel
