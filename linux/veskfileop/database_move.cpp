@@ -112,9 +112,11 @@ ReadAt readerOf(const Connection& connection) {
     };
 }
 
-int place(const Connection& connection, const std::string& from, const std::string& to, const struct stat& info) {
+int place(const Connection& connection, const std::string& from, const std::string& to) {
     int code = renameWithoutReplacing(from, to);
     if (code == fromErrno(EXDEV)) {
+        struct stat info {};  // asked for under the lock: the last commit set the time
+        if (::stat(from.c_str(), &info) != 0) return fromErrno(errno);
         code = copyInto(readerOf(connection), info, to);
         if (code == 0) code = removeSource(from, to);
     } else if (code == 0) {
