@@ -311,7 +311,7 @@ INSTANTIATE_TEST_SUITE_P(Formats, SettingsParse,
 class StorageSwitches : public PlatformTestWith<RequiredKey> {};
 
 TEST_P(StorageSwitches, AreOnForTheExactTextOneAlone) {
-    const auto field = [this](const Record& r) {
+    const auto field = [](const Record& r) {
         if (GetParam().name == "arch_time_enable") return r.arch_time_enable;
         if (GetParam().name == "arch_count_enable") return r.arch_count_enable;
         return GetParam().name == "arch_compress" ? r.arch_compress : r.arch_by_device;
