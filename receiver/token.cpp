@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "receiver/token.h"
+
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "linux/common/fd.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr size_t kTokenDigits = 64;
+constexpr const char* kHexDigits = "0123456789abcdef";
+
+std::optional<std::string> readToken(const std::string& path) {
+    const Fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!file) return std::nullopt;
+    struct stat status {};
+    if (::fstat(file.get(), &status) != 0) return std::nullopt;
+    if (!S_ISREG(status.st_mode) || (status.st_mode & 0077) != 0) {
+        errno = EPERM;
+        return std::nullopt;
+    }
+    std::array<char, kTokenDigits + 2> buffer{};
+    const ssize_t got = ::read(file.get(), buffer.data(), buffer.size());
+    if (got < 0) return std::nullopt;
+    std::string token(buffer.data(), static_cast<size_t>(got));
+    if (!token.empty() && token.back() == '\n') token.pop_back();
+    if (token.size() != kTokenDigits || token.find_first_not_of(kHexDigits) != std::string::npos) {
+        errno = EBADMSG;
+        return std::nullopt;
+    }
+    return token;
+}
+
+std::optional<std::string> randomToken() {
+    std::array<unsigned char, kTokenDigits / 2> bytes{};
+    if (::getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) return std::nullopt;
+    std::string token;
+    for (const unsigned char byte : bytes) {
+        token += kHexDigits[byte >> 4];
+        token += kHexDigits[byte & 15];
+    }
+    return token;
+}
+
+bool writeToken(const std::string& path, const std::string& token) {
+    const Fd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    const std::string line = token + "\n";
+    return file && ::write(file.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size()) &&
+           ::fsync(file.get()) == 0;
+}
+
+// Whole under its final name or not at all, and the first one wins: link() does not replace.
+bool makeToken(const std::string& path) {
+    const auto token = randomToken();
+    if (!token) return false;
+    const std::string temporary = path + "." + std::to_string(::getpid());
+    bool made = writeToken(temporary, *token);
+    if (made) made = ::link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST;
+    const int error = errno;
+    (void)::unlink(temporary.c_str());  // not there when it could not be made
+    errno = error;
+    return made;
+}
+
+}  // namespace
+
+std::optional<std::string> readOrMakeToken(const std::string& folder) {
+    const std::string path = folder + "/token";
+    auto token = readToken(path);
+    if (!token && errno == ENOENT && makeToken(path)) token = readToken(path);
+    return token;
+}
+
+bool sameToken(std::string_view a, std::string_view b) noexcept {
+    if (a.size() != b.size()) return false;
+    unsigned difference = 0;
+    for (size_t i = 0; i < a.size(); ++i)
+        difference |= static_cast<unsigned char>(a[i]) ^ static_cast<unsigned char>(b[i]);
+    return difference == 0;
+}
+
+}  // namespace ombrel
