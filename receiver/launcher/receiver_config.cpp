@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// Nothing is parsed here: messages travel as they came, in the frame of a batch, and the log writer has the
+// one parser for them. What is in the frame and why:
+//
+// - flags(no-parse): MESSAGE is the text as it came. Over TCP it ends at a line break or a NUL, over UDP with
+//   the datagram.
+// - The body of a request must not hold a NUL, since libcurl ends it there: those of a datagram become #000.
+// - UDP has a destination of its own, so that a flood of datagrams, which may be dropped, does not stand in
+//   the same queue as the lines of TCP, which are held back in the connections instead.
+// - batch-timeout is short: it is the log writer that waits before it commits.
+// - timeout is long: an answer comes after the commit, and a disk may be slow.
+#include "receiver/launcher/receiver_config.h"
+
+#include <string_view>
+
+#include "receiver/message/batch_frame.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr int kMaxMessageBytes = 128 << 10;
+constexpr int kMaxConnections = 100;
+// Lines a connection may have on the way, so that the next batch fills while one is committed.
+constexpr int kConnectionWindow = 10'000;
+constexpr int kUdpQueueLines = 300'000;
+constexpr int kFetchLimit = 1000;
+
+const char* transportName(Transport transport) {
+    switch (transport) {
+        case Transport::kUdp:
+            return "udp";
+        case Transport::kTcp:
+            return "tcp";
+        case Transport::kTls:
+            return "tls";
+    }
+    return "";
+}
+
+std::string number(long long value) {
+    return std::to_string(value);
+}
+
+std::string renderSource(const ReceiverConfig& config, const Listener& listener) {
+    const std::string transport = transportName(listener.transport);
+    std::string text = "source s_" + transport + " {\n    network(transport(\"" + transport + "\")";
+    text += config.ipv6 ? " ip-protocol(6) ip(\"::\")" : " ip-protocol(4) ip(\"0.0.0.0\")";
+    text += " port(" + number(listener.port) + ") flags(no-parse)\n";
+    text += "        log-fetch-limit(" + number(kFetchLimit) + ")";
+    if (listener.transport == Transport::kUdp) {
+        text += " log-iw-size(" + number(kUdpQueueLines) + ")";
+        if (config.receiveBuffer > 0) text += " so-rcvbuf(" + number(config.receiveBuffer) + ")";
+    } else {
+        text += " max-connections(" + number(kMaxConnections) + ") log-iw-size(" +
+                number(static_cast<long long>(kMaxConnections) * kConnectionWindow) + ") so-keepalive(yes)";
+    }
+    if (listener.transport == Transport::kTls) {
+        text += "\n        tls(key-file('" + config.keyFile + "') cert-file('" + config.certificateFile +
+                "') peer-verify(optional-untrusted))";
+    }
+    return text + ");\n};\n";
+}
+
+std::string renderDestination(const ReceiverConfig& config, const Listener& listener) {
+    const std::string transport = transportName(listener.transport);
+    const std::string name = config.name + "-" + transport;
+    return "destination d_" + transport + " {\n    http(url(\"http://127.0.0.1:" + number(config.writerPort) +
+           "/" + name + "\") method(\"POST\") persist-name(\"" + name + "\")\n" +
+           "        headers(\"Authorization: Bearer " + config.token + "\", \"Expect:\")\n" +
+           "        body(\"$UNIQID $R_UNIXTIME $SOURCEIP $(length $MESSAGE) $MESSAGE\")" +
+           " delimiter(\"\\n\") body-suffix(\"\\n\")\n" + "        batch-lines(" +
+           number(static_cast<long long>(kFullBatchLines)) + ") batch-bytes(" +
+           number(static_cast<long long>(kFullBatchBytes)) + ") batch-timeout(100) workers(1)\n" +
+           "        log-fifo-size(" + number(kUdpQueueLines) + ") time-reopen(1) timeout(120));\n};\n";
+}
+
+std::string renderPath(const Listener& listener) {
+    const std::string transport = transportName(listener.transport);
+    const bool udp = listener.transport == Transport::kUdp;
+    return "log {\n    source(s_" + transport + ");\n" + (udp ? "    rewrite(r_nul);\n" : "") +
+           "    destination(d_" + transport + ");\n" + (udp ? "" : "    flags(flow-control);\n") + "};\n";
+}
+
+}  // namespace
+
+bool isConfigurablePath(const std::string& path) noexcept {
+    if (path.empty() || path.front() != '/') return false;
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7f || std::string_view("'\"\\`").find(c) != std::string_view::npos)
+            return false;
+    }
+    return true;
+}
+
+std::string renderReceiverConfig(const ReceiverConfig& config) {
+    std::string text =
+        "@version: 3.38\n"
+        "# Written by ombrel-receiver from the settings; a change here is lost.\n"
+        "options {\n"
+        "    use-dns(no); dns-cache(no); chain-hostnames(no); stats-freq(0); mark-freq(0);\n"
+        "    use-uniqid(yes); log-msg-size(" +
+        number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
+    text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";
+    for (const Listener& listener : config.listeners) {
+        text += renderSource(config, listener);
+        text += renderDestination(config, listener);
+        text += renderPath(listener);
+    }
+    return text;
+}
+
+}  // namespace ombrel

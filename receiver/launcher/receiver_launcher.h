@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// Starts a receiver: settings to configuration, configuration to a running syslog-ng.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "receiver/launcher/receiver_config.h"
+
+namespace ombrel {
+
+struct LauncherPlaces {
+    std::string settingsFile;
+    std::string runFolder;  ///< token; a folder for each receiver
+    std::string syslogNg = "/usr/sbin/syslog-ng";
+};
+
+/// What the settings say of the receiver of RFC 3164 messages: UDP and TCP on its port, or TLS. Nothing when
+/// they make no sense; `error` then names key and value. The token and what the machine allows are not in it.
+std::optional<ReceiverConfig> bsdReceiverConfig(const std::string& settingsFile, std::string& error);
+
+/// Writes the configuration, checks it and becomes syslog-ng. Returns only on a failure: an exit code of
+/// sysexits.h, after a line on standard error.
+int launchReceiver(const LauncherPlaces& places, ReceiverConfig config);
+
+/// Prints the configuration without the token. Exit code.
+int printReceiverConfig(ReceiverConfig config);
+
+/// 0 when the receiver's syslog-ng answers and has bound its ports, 1 otherwise.
+int checkReceiver(const LauncherPlaces& places, const ReceiverConfig& config);
+
+}  // namespace ombrel
