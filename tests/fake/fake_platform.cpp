@@ -22,6 +22,14 @@ constexpr const char* kDatabaseMark = "fake log database ";
 
 FakePlatform* currentPlatform = nullptr;
 
+/// The code under test may end a child that it has forked, never the program of the tests: an exit in
+/// the middle of a test would look like a success.
+void refuseExit() {
+    if (currentPlatform == nullptr || currentPlatform->forkResult == 0) return;
+    (void)std::fputs("the code under test has ended the program\n", stderr);
+    std::_Exit(EXIT_FAILURE);
+}
+
 int openDescriptors() {
     const fs::directory_iterator entries("/proc/self/fd");
     return static_cast<int>(std::distance(fs::begin(entries), fs::end(entries)));
@@ -30,6 +38,8 @@ int openDescriptors() {
 }  // namespace
 
 FakePlatform::FakePlatform() : descriptorsAtStart_(openDescriptors()) {
+    static const int registered = std::atexit(refuseExit);
+    if (registered != 0) throw std::runtime_error("no exit handler for the tests");
     if (currentPlatform != nullptr) throw std::logic_error("a second FakePlatform at the same time");
     std::string name = (fs::temp_directory_path() / "ombrel-fake-XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder for the test");

@@ -125,6 +125,7 @@ public:
         ShareKind kind;
     };
     std::vector<ShareEntry> shares;
+    int yes = 1;  ///< the answer "it is" of the questions about file systems; any value but 0
 
     // Services.
     std::map<std::string, int> jobs;           ///< answer of "is it running"; a start makes it 1, a stop 0

@@ -188,6 +188,13 @@ TEST_F(ArchiveName, OfAnEmptyVersion1DatabaseTakesTheNextFreeNumber) {
     EXPECT_EQ(destination(), "/volume1/logs/_2.DB");
 }
 
+TEST_F(ArchiveName, ThatIsEmptyAndFreeIsNoName) {
+    platform.addDatabase(kSharedDb).version = 1;
+    platform.existAnswers["/volume1/logs//"] = 0;
+    EXPECT_EQ(destination(), "");
+    EXPECT_THAT(platform.messages, ElementsAre("0 Fail to compose archive destination file name"));
+}
+
 TEST_F(ArchiveName, OfAnUnknownVersionComesFromTheInformationRecord) {
     platform.addDatabase(kSharedDb, march()).version = 3;
     EXPECT_EQ(destination(), "/volume1/logs/" + kName + ".DB");

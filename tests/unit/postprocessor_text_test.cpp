@@ -169,6 +169,8 @@ INSTANTIATE_TEST_SUITE_P(
                    "2024-03-03\t01:02:03\t9\ttable0-1\ttable3-3\ttable1-2" + kEnd},
         ColumnCase{"IdThatTheTableLacks", [](Row& r) { r.hostId = "99"; },
                    "2024-03-03\t01:02:03\twarning\t\ttable3-3\ttable1-2" + kEnd},
+        ColumnCase{"IdInHexadecimalIsZero", [](Row& r) { r.hostId = "0x1"; },
+                   "2024-03-03\t01:02:03\twarning\t\ttable3-3\ttable1-2" + kEnd},
         ColumnCase{"IdBeyond32Bits", [](Row& r) { r.facilityId = "4294967299"; },
                    "2024-03-03\t01:02:03\twarning\ttable0-1\t\ttable1-2" + kEnd},
         ColumnCase{"IdWithBlanksAndLetters", [](Row& r) { r.programId = "  2x"; }, kResolved + "message 1\r\n"},

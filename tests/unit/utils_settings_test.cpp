@@ -133,10 +133,13 @@ TEST_F(SettingsRead, LeavesTheArchivingStateWhenTheLastKeyIsMissing) {
 TEST_F(SettingsRead, ReadsNoStorageKeyAfterAReceiverKeyIsMissing) {
     record.arch_count = 3;
     record.arch_dest = "before";
+    record.server_ca_key = "before";
+    record.server_ca_file = "before";
     EXPECT_EQ(get(sampleText({}, {"server_ca_key"})), -1);
     EXPECT_EQ(platform.calls.lines().back(), readCall("server_ca_key"));
     EXPECT_EQ(record.server_db_path, "/volume1/logs/db");
     EXPECT_EQ(record.server_ca_key, "");
+    EXPECT_EQ(record.server_ca_file, "before");
     EXPECT_EQ(record.arch_count, 3);
     EXPECT_EQ(record.arch_dest, "before");
 }

@@ -71,6 +71,14 @@ TEST_P(ShareValid, DependsOnItsFileSystem) {
     EXPECT_EQ(SyslogIsShareValid("logs"), GetParam().valid);
 }
 
+TEST_P(ShareValid, TakesAnyNonzeroAnswerForAYes) {
+    platform.addShare("logs", GetParam().kind);
+    for (const int yes : {4, -1, 0x10000}) {
+        platform.yes = yes;
+        EXPECT_EQ(SyslogIsShareValid("logs"), GetParam().valid) << yes;
+    }
+}
+
 TEST_P(ShareValid, ReleasesAlsoTheRecordOfAFailedLookup) {
     platform.failuresHandOutObjects = true;
     platform.addShare("logs", GetParam().kind);
