@@ -74,8 +74,8 @@ is_writable() { # everything below a writable place or on a file system of our o
 # Mount points are written as octal escapes where they hold blanks; the flags that a mount has must be
 # given again, or the kernel refuses to drop them in a user namespace.
 make_read_only() {
-  local id parent device source point options rest path flags one
-  while read -r id parent device source point options rest; do
+  local point options path flags one
+  while read -r _ _ _ _ point options _; do
     path=$(printf '%b' "$point")
     case $path in "$root" | "$root"/*) ;; *) continue ;; esac
     path=${path#"$root"}
@@ -130,5 +130,6 @@ mount --make-private /
 cd "$folder"
 trap - ERR
 set +e
+export OMBREL_PRIVATE_ROOT=$state
 "$@"
 exit $?

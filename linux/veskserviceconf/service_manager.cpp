@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "linux/veskserviceconf/service_manager.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string_view>
+
+#include "linux/common/error_record.h"
+#include "linux/veskserviceconf/job_places.h"
+#include "linux/veskserviceconf/s6_manager.h"
+
+namespace ombrel {
+
+bool isJobName(const char* name) {
+    constexpr std::size_t kLongest = 200;
+    constexpr std::string_view kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
+    const std::string_view text = name != nullptr ? name : "";
+    return !text.empty() && text.size() <= kLongest && text.front() != '.' &&
+           text.find_first_not_of(kAllowed) == std::string_view::npos;
+}
+
+std::unique_ptr<ServiceManager> makeServiceManager() {
+    struct stat info {};
+    if (::stat(kScanFolder, &info) == 0 && S_ISDIR(info.st_mode)) return std::make_unique<S6Manager>(kScanFolder);
+    errno = EOPNOTSUPP;
+    (void)fail(fromErrno(errno));  // the caller hands the failure on
+    return nullptr;
+}
+
+}  // namespace ombrel

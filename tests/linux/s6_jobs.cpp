@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "tests/linux/s6_jobs.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <stdexcept>
+
+#include "linux/common/child_process.h"
+#include "linux/veskserviceconf/s6_service_folder.h"
+
+namespace ombrel::test {
+
+namespace {
+
+using contract::JobKind;
+
+constexpr std::chrono::seconds kLongest{10};
+
+[[noreturn]] void runSupervisor(const std::string& folder, pid_t parent, int ready) {
+    (void)::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent || ::dup2(ready, 3) != 3) ::_exit(70);
+    const Fd input(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    (void)::dup2(input.get(), STDIN_FILENO);
+    (void)::dup2(input.get(), STDOUT_FILENO);
+    (void)::execl("/usr/bin/s6-svscan", "s6-svscan", "-d", "3", folder.c_str(), nullptr);
+    ::_exit(72);
+}
+
+const char* scriptOf(JobKind kind) {
+    switch (kind) {
+        case JobKind::kReadyAtOnce:
+            return "trap 'echo reloaded >\"${0%/*}/events\"' HUP\n"
+                   "trap 'kill $!; exit 0' TERM\n"
+                   "echo >&3; exec 3>&-\n"
+                   "while :; do sleep 1000 >/dev/null 2>&1 & wait $!; done\n";  // it would keep the log open
+        case JobKind::kNeverReady:
+            return "exec sleep 1000\n";
+        case JobKind::kExitsAtOnce:
+            return "exit 3\n";
+        case JobKind::kIgnoresSigterm:
+            return "trap '' TERM\necho >&3; exec 3>&-\nexec sleep 1000\n";
+    }
+    return "";
+}
+
+}  // namespace
+
+Supervisor::Supervisor(std::string scanFolder) : scanFolder_(std::move(scanFolder)) {
+    if (::access("/usr/bin/s6-svscan", X_OK) != 0) throw std::runtime_error("s6-svscan is not installed");
+    std::filesystem::create_directories(scanFolder_);
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    const Fd readEnd(ends[0]);
+    Fd writeEnd(ends[1]);
+    const pid_t parent = ::getpid();
+    pid_ = ::fork();
+    if (pid_ == 0) runSupervisor(scanFolder_, parent, writeEnd.get());
+    writeEnd.reset();
+    pollfd wait{readEnd.get(), POLLIN, 0};
+    char line = 0;
+    const bool ready = ::poll(&wait, 1, 10000) == 1 && ::read(readEnd.get(), &line, 1) == 1;
+    if (!ready) throw std::runtime_error("s6-svscan did not come up over " + scanFolder_);
+}
+
+Supervisor::~Supervisor() {
+    (void)::kill(pid_, SIGTERM);
+    const Fd process(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
+    pollfd wait{process.get(), POLLIN, 0};
+    if (::poll(&wait, 1, 30000) != 1) {
+        ADD_FAILURE() << "the jobs of " << scanFolder_ << " do not end";
+        (void)::kill(pid_, SIGKILL);
+    }
+    (void)::waitpid(pid_, nullptr, 0);
+}
+
+JobDefinition scriptedJob(const std::string& name, JobKind kind, const std::string& folder) {
+    const std::string path = folder + "/" + name + ".sh";
+    std::ofstream(path) << "#!/bin/sh\n" << scriptOf(kind);
+    std::filesystem::permissions(path, std::filesystem::perms(0755));
+    JobDefinition job;
+    job.name = name;
+    job.description = "a job for a test";
+    job.command = {path};
+    job.readyFd = 3;
+    job.reloadSignal = "HUP";
+    job.stopTimeoutSeconds = 1;
+    return job;
+}
+
+void addJob(const JobDefinition& job, const std::string& scanFolder, const std::string& logFolder) {
+    const std::string folder = scanFolder + "/" + job.name;
+    if (writeServiceFolder(job, scanFolder, logFolder) != 0) throw std::runtime_error("cannot write " + folder);
+    (void)runProgram({"/usr/bin/s6-mkfifodir", folder + "/event"}, kLongest);
+    const ProgramResult taken = runProgram({"/usr/bin/s6-ftrig-listen1", "-t", "10000", folder + "/event", "s",
+                                            "/usr/bin/s6-svscanctl", "-a", scanFolder},
+                                           kLongest + kLongest);
+    if (taken.error != 0 || taken.exitCode != 0) throw std::runtime_error("no supervisor for " + folder);
+}
+
+}  // namespace ombrel::test
