@@ -226,6 +226,10 @@ int HttpEndpoint::fd() const noexcept {
 }
 
 std::optional<int> HttpEndpoint::nextTimeoutMs() const {
+    // A resumed connection does not make the descriptor readable.
+    for (const auto& [id, request] : impl_->requests) {
+        if (request.state == RequestState::kAnswered || request.state == RequestState::kDropped) return 0;
+    }
     MHD_UNSIGNED_LONG_LONG milliseconds = 0;
     if (MHD_get_timeout(impl_->daemon.get(), &milliseconds) != MHD_YES) return std::nullopt;
     return static_cast<int>(std::min<MHD_UNSIGNED_LONG_LONG>(milliseconds, 60'000));
