@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// What strangers send, from the bytes to the row in the database.
+#include "receiver/store/row_builder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "receiver/store/working_database.h"
+#include "tests/receiver/database_probe.h"
+#include "tests/receiver/temp_folder.h"
+
+namespace ombrel {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr std::int64_t kReceived = 1784548800;  // 2026-07-20 12:00:00 UTC
+
+struct BadInput {
+    const char* name;
+    std::string raw;
+    std::string host;
+    std::string message;
+};
+void PrintTo(const BadInput& one, std::ostream* out) {
+    *out << one.name;
+}
+
+class BadInputRow : public testing::TestWithParam<BadInput> {};
+
+TEST_P(BadInputRow, IsStoredClean) {
+    const TempFolder folder;
+    const std::string path = folder / "VESKSYSLOGDB__ARCH.DB";
+    LocalClock clock;
+    RowBuilder builder(clock);
+    const auto row = builder.received({{1, 1}, kReceived, "192.0.2.1", GetParam().raw});
+    ASSERT_TRUE(row);
+    WorkingDatabase database(path, schemaText());
+    const StoreOutcome outcome = database.store({{"bsd-udp", {*row}}}, clock);
+    ASSERT_TRUE(outcome.stored) << outcome.error;
+    EXPECT_THAT(messages(path), ElementsAre(GetParam().message));
+    EXPECT_THAT(query(path, "SELECT name FROM hosts"), ElementsAre(GetParam().host));
+    EXPECT_THAT(query(path, "SELECT name FROM senders"), ElementsAre("192.0.2.1"));
+    EXPECT_THAT(query(path, "SELECT rutcsec FROM logs"), ElementsAre(std::to_string(kReceived)));
+    EXPECT_THAT(query(path, "PRAGMA integrity_check"), ElementsAre("ok"));
+}
+
+const std::string kHead = "<13>Jul 20 12:00:00 ";
+
+INSTANTIATE_TEST_SUITE_P(
+    All, BadInputRow,
+    testing::Values(
+        BadInput{"ClimbingHost", kHead + "../../etc app: x", "../../etc", "x"},
+        BadInput{"LongHost", kHead + std::string(5000, 'h') + " app: x", std::string(255, 'h'),
+                 std::string(4745, 'h') + " app: x"},
+        BadInput{"EscapeCodesInHost", kHead + "ho\x1b]0;st\x07 app: \x1b[2J", "ho\x1b]0;st\x07", "\x1b[2J"},
+        BadInput{"Nul", kHead + std::string("host app: a\0b\0", 14), "host", "a#000b#000"},
+        BadInput{"OnlyPri", "<13>", "192.0.2.1", ""}, BadInput{"NoPri", "hello", "192.0.2.1", "hello"},
+        BadInput{"PriTooLarge", "<999>hello", "192.0.2.1", "<999>hello"},
+        BadInput{"SixtyFourKibibytes", kHead + "host app: " + std::string(65536, 't'), "host",
+                 std::string(65536, 't')},
+        BadInput{"NoUtf8", kHead + "host app: \xff\xfe\xc3", "host", "\xff\xfe\xc3"},
+        BadInput{"SqlInText", kHead + "h';DROP app: '); DROP TABLE logs;--", "h';DROP", "'); DROP TABLE logs;--"},
+        BadInput{"LineBreaks", kHead + "host app: a\nb\r\n", "host", "a\nb"}),
+    [](const auto& row) { return std::string(row.param.name); });
+
+class RowBuilderTest : public testing::Test {
+protected:
+    LogRow received(std::string_view text, std::string_view sender = "192.0.2.1") {
+        const auto row = builder.received({{1, 1}, kReceived, sender, text});
+        EXPECT_TRUE(row);
+        return row.value_or(LogRow());
+    }
+    LocalClock clock;
+    RowBuilder builder{clock};
+};
+
+TEST_F(RowBuilderTest, LeavesLinesWithoutAnyTextOut) {
+    EXPECT_FALSE(builder.received({{1, 1}, kReceived, "192.0.2.1", ""}));
+    EXPECT_FALSE(builder.received({{1, 1}, kReceived, "192.0.2.1", std::string_view("\r\n\0", 3)}));
+}
+
+TEST_F(RowBuilderTest, KeepsBothTimesAndTrustsTheSenderForADay) {
+    const LogRow near = received("<13>1 2026-07-20T10:00:00Z h a - - - x");
+    EXPECT_EQ(near.sent, kReceived - 7200);
+    EXPECT_EQ(near.time, kReceived - 7200);
+    const LogRow far = received("<13>1 2020-01-01T00:00:00Z h a - - - x");
+    EXPECT_EQ(far.sent, 1577836800);
+    EXPECT_EQ(far.time, kReceived);
+    EXPECT_FALSE(received("<13>x").sent);
+}
+
+TEST_F(RowBuilderTest, GivesIpv4SendersTheirPlainAddress) {
+    EXPECT_EQ(received("x", "::ffff:192.0.2.7").sender, "192.0.2.7");
+    EXPECT_EQ(received("x", "2001:db8::1").sender, "2001:db8::1");
+}
+
+TEST_F(RowBuilderTest, TakesTheTimeOfAnImportedLineHoweverOld) {
+    const auto row = builder.imported("1 2003-10-11T22:14:15Z h a - - - x", "import", kReceived, std::nullopt, 5);
+    ASSERT_TRUE(row);
+    EXPECT_EQ(row->time, 1065910455);
+    EXPECT_EQ(row->received, 5);
+    const auto bare = builder.imported("no time", "import", kReceived, std::nullopt, 5);
+    ASSERT_TRUE(bare);
+    EXPECT_EQ(bare->time, kReceived);
+}
+
+}  // namespace
+}  // namespace ombrel
