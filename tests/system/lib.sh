@@ -1,0 +1,31 @@
+# SPDX-License-Identifier: Apache-2.0
+# SPDX-FileCopyrightText: the Ombrel authors
+#
+# What the system tests share. To be sourced, with BUILD as the first argument of the test.
+set -euo pipefail
+TOP=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
+BUILD=$1
+. "$TOP/scripts/lib/road.sh"
+
+fail() {
+  echo "FAILED: $*" >&2
+  tail -n 40 "$PACKAGE"/service/log/*/current 2>/dev/null >&2 || true
+  exit 1
+}
+
+expect_equal() { # WHAT EXPECTED ACTUAL
+  [ "$2" = "$3" ] || fail "$1: expected \"$2\", is \"$3\""
+}
+
+# Sends standard input exactly as it is: as one datagram, or over one connection.
+send_udp() { cat >/dev/udp/127.0.0.1/5514; }
+send_tcp() { cat >/dev/tcp/127.0.0.1/5514; }
+
+WORKING=$LOGS/VESKSYSLOGDB__ARCH.DB
+
+await_rows() { # N [DATABASE]
+  "$BIN/await-growth" --rows "$1" "${2:-$WORKING}" || fail "no $1 rows came; $(rows_of "${2:-$WORKING}") are there"
+}
+
+rows_of() { sqlite3 -cmd '.timeout 10000' "$1" 'SELECT row_count FROM loginfo' 2>/dev/null || echo none; }
+ask() { sqlite3 -cmd '.timeout 10000' "${2:-$WORKING}" "$1"; }
