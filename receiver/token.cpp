@@ -9,6 +9,7 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdlib>
 
 #include "linux/common/fd.h"
 
@@ -51,22 +52,19 @@ std::optional<std::string> randomToken() {
     return token;
 }
 
-bool writeToken(const std::string& path, const std::string& token) {
-    const Fd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
-    const std::string line = token + "\n";
-    return file && ::write(file.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size()) &&
-           ::fsync(file.get()) == 0;
-}
-
 // Whole under its final name or not at all, and the first one wins: link() does not replace.
 bool makeToken(const std::string& path) {
     const auto token = randomToken();
     if (!token) return false;
-    const std::string temporary = path + "." + std::to_string(::getpid());
-    bool made = writeToken(temporary, *token);
+    std::string temporary = path + ".XXXXXX";
+    const Fd file(::mkostemp(temporary.data(), O_CLOEXEC));  // mode 0600
+    if (!file) return false;
+    const std::string line = *token + "\n";
+    bool made = ::write(file.get(), line.data(), line.size()) == static_cast<ssize_t>(line.size()) &&
+                ::fsync(file.get()) == 0;
     if (made) made = ::link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST;
     const int error = errno;
-    (void)::unlink(temporary.c_str());  // not there when it could not be made
+    (void)::unlink(temporary.c_str());  // a file that is left over holds no token that counts
     errno = error;
     return made;
 }

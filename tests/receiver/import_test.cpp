@@ -1,0 +1,126 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+
+#include <filesystem>
+#include <string>
+
+#include "receiver/store/host_folder.h"
+#include "receiver/writer/import_command.h"
+#include "tests/receiver/database_probe.h"
+#include "tests/receiver/settings_file.h"
+#include "tests/receiver/temp_folder.h"
+
+namespace ombrel {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ImportTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ::setenv("TZ", "UTC", 1);
+        ::tzset();
+        writeSettings(folder / "server.conf", {{"arch_dest", folder / "logs"}});
+        options.settingsFile = folder / "server.conf";
+        options.schemaFile = OMBREL_SCHEMA_FILE;
+        options.file = folder / "input.log";
+    }
+    int import(const std::string& text) {
+        writeText(options.file, text);
+        return run();
+    }
+    int run() {
+        testing::internal::CaptureStderr();
+        const int code = importCommand(options);
+        said = testing::internal::GetCapturedStderr();
+        return code;
+    }
+    [[nodiscard]] std::string shared() const { return sharedDatabasePath(folder / "logs"); }
+
+    TempFolder folder;
+    ImportOptions options;
+    std::string said;
+};
+
+TEST_F(ImportTest, StoresEveryLineWithItsOwnTime) {
+    options.year = 2004;
+    ASSERT_EQ(import("<34>Dec 31 23:59:59 h1 su[7]: a\r\nJan  1 00:00:01 h2 su: b\n\n"
+                     "1 2003-10-11T22:14:15Z h3 app - - - c\nno header"),
+              EX_OK)
+        << said;
+    EXPECT_THAT(
+        query(shared(), "SELECT ldate,ltime,name,msg FROM logs JOIN hosts ON hosts.id=host ORDER BY logs.id"),
+        ElementsAre("2004-12-31|23:59:59|h1|a", "2005-01-01|00:00:01|h2|b", "2003-10-11|22:14:15|h3|c",
+                    "2003-10-11|22:14:15|localhost|no header"));
+    EXPECT_THAT(said, HasSubstr("4 messages imported"));
+    EXPECT_EQ(rowCount(shared()), "4");
+}
+
+TEST_F(ImportTest, GuessesTheYearOfTheFirstLineFromTheLast) {
+    writeText(options.file, "Nov 30 10:00:00 h a: x\nDec 31 10:00:00 h a: x\nJan  1 10:00:00 h a: x\n");
+    struct timespec times[2] = {{1106000000, 0}, {1106000000, 0}};  // January 2005
+    ASSERT_EQ(::utimensat(AT_FDCWD, options.file.c_str(), times, 0), 0);
+    ASSERT_EQ(run(), EX_OK);
+    EXPECT_THAT(query(shared(), "SELECT ldate FROM logs ORDER BY id"),
+                ElementsAre("2004-11-30", "2004-12-31", "2005-01-01"));
+}
+
+TEST_F(ImportTest, StoresMoreThanOneTransaction) {
+    std::string text;
+    for (int i = 0; i < 25'000; ++i)
+        text += "Jul 20 12:00:00 h app: seq=" + std::to_string(i) + "\n";
+    ASSERT_EQ(import(text), EX_OK);
+    EXPECT_EQ(rowCount(shared()), "25000");
+    EXPECT_THAT(query(shared(), "SELECT count(DISTINCT msg) FROM logs"), ElementsAre("25000"));
+    ASSERT_EQ(run(), EX_OK);
+    EXPECT_EQ(rowCount(shared()), "50000") << "importing again is asked for, and done";
+}
+
+TEST_F(ImportTest, FilesByHostWhereTheSettingsSaySo) {
+    writeSettings(options.settingsFile, {{"arch_dest", folder / "logs"}, {"arch_by_device", "1"}});
+    options.host = "box";
+    ASSERT_EQ(import("Jul 20 12:00:00 ../x app: a\nbare\n"), EX_OK);
+    EXPECT_THAT(messages(hostDatabasePath(folder / "logs", "%2E.%2Fx")), ElementsAre("a"));
+    EXPECT_THAT(messages(hostDatabasePath(folder / "logs", "box")), ElementsAre("bare"));
+}
+
+TEST_F(ImportTest, SurvivesAnythingInTheFile) {
+    std::string junk;
+    for (unsigned i = 0; i < 300'000; ++i)
+        junk += static_cast<char>(i * 7919 >> 3);
+    const std::string longLine(3U << 20, 'y');
+    ASSERT_EQ(import(junk + "\n" + longLine + "\nlast\n"), EX_OK);
+    EXPECT_THAT(said, HasSubstr("1 lines of more than 1 MiB were split"));
+    EXPECT_THAT(query(shared(), "SELECT msg FROM logs ORDER BY id DESC LIMIT 1"), ElementsAre("last"));
+    EXPECT_THAT(query(shared(), "SELECT sum(length(msg)) FROM logs WHERE msg LIKE 'yyyy%'"),
+                ElementsAre(std::to_string(longLine.size())));
+    EXPECT_THAT(query(shared(), "PRAGMA integrity_check"), ElementsAre("ok"));
+}
+
+TEST_F(ImportTest, SaysWhatIsMissing) {
+    options.file = folder / "missing.log";
+    EXPECT_EQ(run(), EX_NOINPUT);
+    EXPECT_THAT(said, HasSubstr("missing.log: No such file"));
+    options.file = folder.path();
+    EXPECT_EQ(run(), EX_NOINPUT);
+    options.file = folder / "server.conf";
+    options.schemaFile = folder / "missing.sql";
+    EXPECT_EQ(run(), EX_OSFILE);
+    options.settingsFile = folder / "missing.conf";
+    EXPECT_EQ(run(), EX_CONFIG);
+}
+
+TEST_F(ImportTest, StopsWhereItCannotStore) {
+    writeText(folder / "logs", "in the way");
+    EXPECT_EQ(import("Jul 20 12:00:00 h app: a\n"), EX_IOERR);
+    EXPECT_THAT(said, HasSubstr("stopped after 0 messages"));
+}
+
+}  // namespace
+}  // namespace ombrel
