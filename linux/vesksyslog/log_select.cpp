@@ -3,7 +3,6 @@
 //
 // Reading the rows of a log database, a page a call. Each call opens the file, reads in one transaction
 // and closes it: between two pages neither a writer nor a mover waits for the reader.
-#include <charconv>
 #include <climits>
 #include <new>
 #include <optional>
@@ -12,6 +11,7 @@
 #include "linux/common/error_record.h"
 #include "linux/vesksyslog/open_log_database.h"
 #include "linux/vesksyslog/page_positions.h"
+#include "linux/vesksyslog/row_block.h"
 #include "linux/vesksyslog/select_conditions.h"
 #include "platform/vesksyslog.h"
 
@@ -24,7 +24,6 @@ using ombrel::PagePosition;
 using ombrel::Statement;
 
 using Conditions = std::list<_SYSLOG_SQL_COND_tag>;
-using Callback = int (*)(_SYSLOG_LOG_DATA_tag&, void*);
 
 /// An open log database in a read transaction.
 struct Reader {
@@ -70,13 +69,8 @@ ombrel::PagePositions& positions() {
     return memory;
 }
 
-constexpr const char* kVersion2Rows =
-    "SELECT id, utcsec, rutcsec, severity, sender, host, pid, facility, msgid, ldate, ltime, program, msg"
-    " FROM logs WHERE 1";
-// Texts stand where version 2 has ids; there is one time, in local days and hours, and no sender.
-constexpr const char* kVersion1Rows =
-    "SELECT rowid AS id, CAST(strftime('%s', ldate || ' ' || ltime, 'utc') AS INTEGER) AS utcsec, NULL,"
-    " ombrel_severity(prio), NULL, host, NULL, facility, NULL, ldate, ltime, program, msg FROM logs WHERE 1";
+// Below this a second thread costs more than it saves.
+constexpr long long kReadAheadRows = 2000;
 
 // A position speaks of rows that were there; a commit since then may only have added rows behind it, which
 // holds for a log database read in order of arrival as long as its last row is still the same.
@@ -116,64 +110,16 @@ const char* orderSql(Order order) {
     return order.descending ? " ORDER BY id DESC" : " ORDER BY id";
 }
 
-void setNumber(std::string& text, long long value) {
-    char digits[24];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value);
-    text.assign(digits, static_cast<size_t>(end.ptr - digits));
-}
-
-// Every member is filled, each string in its old memory. The columns stand in the order of the members.
-void fillRow(const Statement& statement, LogLayout layout, _SYSLOG_LOG_DATA_tag& row) {
-    const bool hasIds = layout == LogLayout::kVersion2;
-    const auto setKey = [&](std::string& text, int column) {
-        if (hasIds) {
-            setNumber(text, statement.columnInt(column));
-        } else {
-            text.assign(statement.columnText(column));
-        }
-    };
-    setNumber(row.rowId, statement.columnInt(0));
-    setNumber(row.timestamp, statement.columnInt(1));
-    setNumber(row.receiveTime, statement.columnInt(hasIds ? 2 : 1));
-    row.priority = static_cast<_SYSLOG_DB_PRIORITY_tag>(statement.columnInt(3));
-    setKey(row.senderId, 4);
-    setKey(row.hostId, 5);
-    row.processId.assign(statement.columnText(6));
-    setKey(row.facilityId, 7);
-    row.messageId.assign(statement.columnText(8));
-    row.date.assign(statement.columnText(9));
-    row.time.assign(statement.columnText(10));
-    setKey(row.programId, 11);
-    row.message.assign(statement.columnText(12));
-}
-
-struct Delivered {
-    long long rows = 0;
-    long long lastId = 0;
-    long long lastTime = 0;
-};
-
-int deliver(Statement& statement, LogLayout layout, Callback callback, void* context, Delivered& delivered) {
-    _SYSLOG_LOG_DATA_tag row;
-    int code = statement.step();
-    for (; code == Statement::kRow; code = statement.step()) {
-        fillRow(statement, layout, row);
-        ++delivered.rows;
-        delivered.lastId = statement.columnInt(0);
-        delivered.lastTime = statement.columnInt(1);
-        if (callback(row, context) < 0) return -1;  // its own failure, told by whoever asked
-    }
-    return code == Statement::kDone ? 0 : fail(fromSqlite(code));
-}
-
-int selectPage(const Page& page, Callback callback, void* context) {
+int selectPage(const Page& page, ombrel::RowCallback callback, void* context) {
     Reader reader;
     if (const int code = reader.open(page.path)) return fail(code);
     const std::string walk = page.walk();
     const auto state = ombrel::readFileState(reader.connection, page.path);
     const auto start = findStart(reader, page, walk, state);
 
-    std::string sql = reader.layout == LogLayout::kVersion1 ? kVersion1Rows : kVersion2Rows;
+    std::string sql = "SELECT ";
+    sql += reader.layout == LogLayout::kVersion1 ? ombrel::kVersion1Columns : ombrel::kVersion2Columns;
+    sql += " FROM logs WHERE 1";
     ombrel::Parameters parameters;
     if (!ombrel::appendConditions(reader.layout, page.conditions, sql, parameters)) {
         return fail(ombrel::kErrorInvalidArgument);
@@ -187,8 +133,9 @@ int selectPage(const Page& page, Callback callback, void* context) {
     Statement statement;
     if (const int code = statement.prepare(reader.connection, sql)) return fail(fromSqlite(code));
     if (const int code = ombrel::bindAll(statement, parameters)) return fail(fromSqlite(code));
-    Delivered delivered;
-    if (deliver(statement, reader.layout, callback, context, delivered) < 0) return -1;
+    ombrel::Delivered delivered;
+    const bool mayReadAhead = page.rows < 0 || page.rows >= kReadAheadRows;
+    if (ombrel::deliverRows(statement, reader.layout, mayReadAhead, callback, context, delivered) < 0) return -1;
     if (state && delivered.rows > 0 && page.rows > 0) {
         positions().remember({walk, *state, page.offset + delivered.rows, delivered.lastId, delivered.lastTime});
     }

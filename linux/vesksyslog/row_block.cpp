@@ -1,0 +1,145 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "linux/vesksyslog/row_block.h"
+
+#include <pthread.h>
+
+#include <condition_variable>
+#include <csignal>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include "linux/common/error_record.h"
+#include "linux/vesksyslog/row_decode.h"
+
+namespace ombrel {
+
+namespace {
+
+/// Blocks in turn: the reader fills them, the caller's thread empties them in the same order.
+class BlockRing {
+public:
+    /// Null when the other side has stopped.
+    RowBlock* waitForEmpty() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return stopped_ || full_ < kBlocks; });
+        return stopped_ ? nullptr : &blocks_[filled_ % kBlocks];
+    }
+    void passFull() {
+        const std::lock_guard lock(mutex_);
+        ++filled_;
+        ++full_;
+        changed_.notify_one();
+    }
+    RowBlock& waitForFull() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [&] { return full_ > 0; });
+        return blocks_[(filled_ - full_) % kBlocks];
+    }
+    void passEmpty() {
+        const std::lock_guard lock(mutex_);
+        --full_;
+        changed_.notify_one();
+    }
+    void stop() {
+        const std::lock_guard lock(mutex_);
+        stopped_ = true;
+        changed_.notify_one();
+    }
+
+private:
+    static constexpr size_t kBlocks = 8;
+
+    std::array<RowBlock, kBlocks> blocks_;
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    size_t filled_ = 0;
+    size_t full_ = 0;
+    bool stopped_ = false;
+};
+
+/// The thread that reads ahead; over, whatever the callback does, before the statement is.
+class ReadAhead {
+public:
+    ReadAhead(const Statement& statement, LogLayout layout) : ring_(std::make_unique<BlockRing>()) {
+        // The signals of the program are for its own threads.
+        sigset_t all;
+        sigset_t before;
+        (void)::sigfillset(&all);
+        (void)::pthread_sigmask(SIG_SETMASK, &all, &before);  // fails only for an unknown first argument
+        try {
+            thread_ = std::thread([this, &statement, layout] { read(statement, layout); });
+        } catch (const std::system_error&) {
+            ring_.reset();  // no thread to be had: isRunning() tells
+        }
+        (void)::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    }
+    ~ReadAhead() {
+        if (!thread_.joinable()) return;
+        ring_->stop();
+        thread_.join();
+    }
+    ReadAhead(const ReadAhead&) = delete;
+    ReadAhead& operator=(const ReadAhead&) = delete;
+
+    [[nodiscard]] bool isRunning() const { return ring_ != nullptr; }
+    BlockRing& ring() { return *ring_; }
+
+private:
+    void read(const Statement& statement, LogLayout layout) {
+        while (RowBlock* block = ring_->waitForEmpty()) {
+            fillBlock(statement, layout, *block);
+            const bool isLast = block->isLast;  // the other side owns the block from the next line on
+            ring_->passFull();
+            if (isLast) return;
+        }
+    }
+
+    std::unique_ptr<BlockRing> ring_;
+    std::thread thread_;
+};
+
+// False when the callback has had enough.
+bool deliverBlock(RowBlock& block, RowCallback callback, void* context, Delivered& delivered) {
+    for (size_t i = 0; i < block.count; ++i) {
+        if (callback(block.rows[i], context) < 0) return false;
+    }
+    if (block.count == 0) return true;
+    delivered.rows += static_cast<long long>(block.count);
+    delivered.lastId = block.lastId;
+    delivered.lastTime = block.lastTime;
+    return true;
+}
+
+int endOf(const RowBlock& block) {
+    return block.code == 0 ? 0 : fail(fromSqlite(block.code));
+}
+
+int deliverInTurn(const Statement& statement, LogLayout layout, RowCallback callback, void* context,
+                  Delivered& delivered) {
+    const auto block = std::make_unique<RowBlock>();
+    while (!block->isLast) {
+        fillBlock(statement, layout, *block);
+        if (!deliverBlock(*block, callback, context, delivered)) return -1;
+    }
+    return endOf(*block);
+}
+
+}  // namespace
+
+int deliverRows(Statement& statement, LogLayout layout, bool mayReadAhead, RowCallback callback, void* context,
+                Delivered& delivered) {
+    if (!mayReadAhead) return deliverInTurn(statement, layout, callback, context, delivered);
+    ReadAhead reader(statement, layout);
+    if (!reader.isRunning()) return deliverInTurn(statement, layout, callback, context, delivered);
+    for (;;) {
+        RowBlock& block = reader.ring().waitForFull();
+        if (!deliverBlock(block, callback, context, delivered)) return -1;
+        if (block.isLast) return endOf(block);
+        reader.ring().passEmpty();
+    }
+}
+
+}  // namespace ombrel

@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// Rows on their way from the database to a callback, a block at a time. The callback of an export writes
+// each line out at once, which takes longer than reading a row; so a long selection reads ahead on a second
+// thread while the callbacks run, always on the caller's.
+#pragma once
+
+#include <array>
+#include <cstddef>
+
+#include "linux/common/log_layout.h"
+#include "linux/common/sqlite_db.h"
+#include "platform/vesksyslog.h"
+
+namespace ombrel {
+
+/// Columns of a selection, in the order of the record's members.
+constexpr const char* kVersion2Columns =
+    "id, utcsec, rutcsec, severity, sender, host, pid, facility, msgid, ldate, ltime, program, msg";
+// Texts stand where version 2 has ids; there is one time, in local days and hours, and no sender.
+constexpr const char* kVersion1Columns =
+    "rowid AS id, CAST(strftime('%s', ldate || ' ' || ltime, 'utc') AS INTEGER) AS utcsec, NULL,"
+    " ombrel_severity(prio), NULL, host, NULL, facility, NULL, ldate, ltime, program, msg";
+
+/// A record is filled again and again, so that its strings keep their memory.
+struct RowBlock {
+    static constexpr size_t kRows = 256;
+    static constexpr size_t kBytes = 256UL * 1024;  ///< long messages end a block early
+
+    std::array<_SYSLOG_LOG_DATA_tag, kRows> rows;
+    size_t count = 0;
+    long long lastId = 0;
+    long long lastTime = 0;
+    bool isLast = false;
+    int code = 0;  ///< SQLite result code of the end, 0 when all rows were read
+};
+
+struct Delivered {
+    long long rows = 0;
+    long long lastId = 0;
+    long long lastTime = 0;
+};
+
+using RowCallback = int (*)(_SYSLOG_LOG_DATA_tag&, void*);
+
+/// Steps the statement to its end and calls `callback` for each row, until one answers with a negative
+/// number. `mayReadAhead`: many rows are likely.
+/// @return 0, or -1 with the error record set unless the callback ended it
+int deliverRows(Statement& statement, LogLayout layout, bool mayReadAhead, RowCallback callback, void* context,
+                Delivered& delivered);
+
+}  // namespace ombrel

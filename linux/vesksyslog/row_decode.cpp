@@ -1,0 +1,87 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "linux/vesksyslog/row_decode.h"
+
+#include <sqlite3.h>
+
+#include <charconv>
+#include <new>
+
+namespace ombrel {
+
+namespace {
+
+void setNumber(std::string& text, long long value) {
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value);
+    text.assign(digits, static_cast<size_t>(end.ptr - digits));
+}
+
+void setText(std::string& text, sqlite3_stmt* row, int column) {
+    const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+    if (bytes == nullptr) {
+        text.clear();
+    } else {
+        text.assign(bytes, static_cast<size_t>(sqlite3_column_bytes(row, column)));
+    }
+}
+
+void setNumbers(sqlite3_stmt* row, _SYSLOG_LOG_DATA_tag& record) {
+    setNumber(record.receiveTime, sqlite3_column_int64(row, 2));
+    setNumber(record.senderId, sqlite3_column_int64(row, 4));
+    setNumber(record.hostId, sqlite3_column_int64(row, 5));
+    setNumber(record.facilityId, sqlite3_column_int64(row, 7));
+    setNumber(record.programId, sqlite3_column_int64(row, 11));
+}
+
+void setNames(sqlite3_stmt* row, _SYSLOG_LOG_DATA_tag& record) {
+    record.receiveTime = record.timestamp;
+    setText(record.senderId, row, 4);
+    setText(record.hostId, row, 5);
+    setText(record.facilityId, row, 7);
+    setText(record.programId, row, 11);
+}
+
+// Each string is set in its old memory.
+void setRecord(sqlite3_stmt* row, LogLayout layout, _SYSLOG_LOG_DATA_tag& record, RowBlock& block) {
+    block.lastId = sqlite3_column_int64(row, 0);
+    block.lastTime = sqlite3_column_int64(row, 1);
+    setNumber(record.rowId, block.lastId);
+    setNumber(record.timestamp, block.lastTime);
+    record.priority = static_cast<_SYSLOG_DB_PRIORITY_tag>(sqlite3_column_int(row, 3));
+    if (layout == LogLayout::kVersion2) {
+        setNumbers(row, record);
+    } else {
+        setNames(row, record);
+    }
+    setText(record.processId, row, 6);
+    setText(record.messageId, row, 8);
+    setText(record.date, row, 9);
+    setText(record.time, row, 10);
+    setText(record.message, row, 12);
+}
+
+}  // namespace
+
+void fillBlock(const Statement& statement, LogLayout layout, RowBlock& block) noexcept try {
+    sqlite3_stmt* row = statement.handle();
+    block.count = 0;
+    size_t bytes = 0;
+    while (block.count < RowBlock::kRows && bytes < RowBlock::kBytes) {
+        const int code = sqlite3_step(row);
+        if (code != SQLITE_ROW) {
+            block.isLast = true;
+            block.code = code == SQLITE_DONE ? SQLITE_OK : code;
+            return;
+        }
+        _SYSLOG_LOG_DATA_tag& record = block.rows[block.count];
+        setRecord(row, layout, record, block);
+        bytes += record.message.size();
+        ++block.count;
+    }
+} catch (const std::bad_alloc&) {
+    block.isLast = true;
+    block.code = SQLITE_NOMEM;
+}
+
+}  // namespace ombrel
