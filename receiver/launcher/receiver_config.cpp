@@ -10,6 +10,8 @@
 // - UDP has a destination of its own, so that a flood of datagrams, which may be dropped, does not stand in
 //   the same queue as the lines of TCP, which are held back in the connections instead.
 // - batch-timeout is short: it is the log writer that waits before it commits.
+// - disk-buffer keeps what is queued when syslog-ng is stopped, and what the queue in memory cannot hold while
+//   the log writer is away. Lines are in the front queue first, so that the disk is not in the way of each.
 // - timeout is long: an answer comes after the commit, and a disk may be slow.
 #include "receiver/launcher/receiver_config.h"
 
@@ -26,6 +28,8 @@ constexpr int kMaxConnections = 100;
 // Lines a connection may have on the way, so that the next batch fills while one is committed.
 constexpr int kConnectionWindow = 10'000;
 constexpr int kUdpQueueLines = 300'000;
+constexpr int kFrontQueueLines = 300'000;
+constexpr long long kQueueFileBytes = 1LL << 30;
 constexpr int kFetchLimit = 1000;
 
 const char* transportName(Transport transport) {
@@ -74,7 +78,10 @@ std::string renderDestination(const ReceiverConfig& config, const Listener& list
            " delimiter(\"\\n\") body-suffix(\"\\n\")\n" + "        batch-lines(" +
            number(static_cast<long long>(kFullBatchLines)) + ") batch-bytes(" +
            number(static_cast<long long>(kFullBatchBytes)) + ") batch-timeout(100) workers(1)\n" +
-           "        log-fifo-size(" + number(kUdpQueueLines) + ") time-reopen(1) timeout(120));\n};\n";
+           "        disk-buffer(reliable(no) disk-buf-size(" + number(kQueueFileBytes) + ") qout-size(" +
+           number(kFrontQueueLines) + ")\n            mem-buf-length(" +
+           number(static_cast<long long>(kMaxConnections) * kConnectionWindow) + ") dir('" + config.queueFolder +
+           "'))\n        time-reopen(1) timeout(120));\n};\n";
 }
 
 std::string renderPath(const Listener& listener) {

@@ -26,6 +26,7 @@ struct ReceiverConfig {
     long long receiveBuffer = 0;   ///< of a UDP socket, bytes; 0 leaves the system's
     std::uint16_t writerPort = 0;  ///< of the log writer, on 127.0.0.1
     std::string token;
+    std::string queueFolder;  ///< where lines lie that were not handed over when the receiver ended
 };
 
 /// Whether a path can stand in a configuration: absolute, and without any character that could end the text

@@ -178,6 +178,7 @@ int launchReceiver(const LauncherPlaces& places, ReceiverConfig config) {
     if (::mkdir(own.folder.c_str(), 0700) != 0 && errno != EEXIST) {
         return failErrno(EX_CANTCREAT, "cannot make " + own.folder);
     }
+    config.queueFolder = own.folder;
     if (!writeConfiguration(own.configuration, renderReceiverConfig(config))) {
         return failErrno(EX_CANTCREAT, "cannot write " + own.configuration);
     }

@@ -29,6 +29,7 @@ ReceiverConfig plainConfig() {
     config.receiveBuffer = 212992;
     config.writerPort = 5615;
     config.token = "0123456789abcdef";
+    config.queueFolder = "/run/bsd";
     return config;
 }
 
