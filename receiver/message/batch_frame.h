@@ -22,7 +22,9 @@ struct ReceiptId {
     std::uint32_t host = 0;
     std::uint64_t number = 0;
     friend bool operator==(const ReceiptId&, const ReceiptId&) = default;
-    friend auto operator<=>(const ReceiptId&, const ReceiptId&) = default;
+    friend bool operator<(const ReceiptId& a, const ReceiptId& b) noexcept {
+        return a.host != b.host ? a.host < b.host : a.number < b.number;
+    }
 };
 
 struct BatchLine {

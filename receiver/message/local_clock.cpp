@@ -73,8 +73,8 @@ LocalClock::Stamp LocalClock::stamp(std::int64_t seconds) {
 }
 
 std::int64_t LocalClock::resolveIn(const SenderTime& time, int year, std::int64_t reference) {
-    const std::int64_t wall = daysFromCivil(year, time.month, time.day) * kDaySeconds + time.hour * 3600 +
-                              time.minute * 60 + time.second;
+    const std::int64_t wall = daysFromCivil(year, time.month, time.day) * kDaySeconds +
+                              std::int64_t{time.hour} * 3600 + std::int64_t{time.minute} * 60 + time.second;
     if (time.utcOffsetSeconds) return wall - *time.utcOffsetSeconds;
     // Right away for every time in the same half of the year as the reference, and exact where clocks go
     // back. The other half needs the offset that holds there.
