@@ -24,7 +24,8 @@ int readLogLayout(const Connection& connection, LogLayout& layout) noexcept;
 int prepareForWriting(Connection& connection) noexcept;
 
 /// Runs the schema in one transaction on a database without tables; leaves any other one alone, so two
-/// programs may do it at once. SQLite result code.
+/// programs may do it at once. SQLITE_READONLY_DBMOVED when the file has been moved away since it was opened.
+/// SQLite result code.
 int createLogDatabase(Connection& connection, const std::string& schemaText) noexcept;
 
 }  // namespace ombrel

@@ -95,7 +95,7 @@ std::optional<PagePosition> findStart(const Reader& reader, const Page& page, co
 
 void appendStart(Order order, const PagePosition& start, std::string& sql, ombrel::Parameters& parameters) {
     if (order.byTime) {
-        sql += order.descending ? " AND (utcsec < ? OR utcsec = ? AND id > ?)"
+        sql += order.descending ? " AND (utcsec < ? OR utcsec = ? AND id < ?)"
                                 : " AND (utcsec > ? OR utcsec = ? AND id > ?)";
         parameters.emplace_back(start.lastTime);
         parameters.emplace_back(start.lastTime);
@@ -106,7 +106,7 @@ void appendStart(Order order, const PagePosition& start, std::string& sql, ombre
 }
 
 const char* orderSql(Order order) {
-    if (order.byTime) return order.descending ? " ORDER BY utcsec DESC, id" : " ORDER BY utcsec, id";
+    if (order.byTime) return order.descending ? " ORDER BY utcsec DESC, id DESC" : " ORDER BY utcsec, id";
     return order.descending ? " ORDER BY id DESC" : " ORDER BY id";
 }
 
