@@ -10,8 +10,9 @@
 // - UDP has a destination of its own, so that a flood of datagrams, which may be dropped, does not stand in
 //   the same queue as the lines of TCP, which are held back in the connections instead.
 // - batch-timeout is short: it is the log writer that waits before it commits.
-// - disk-buffer keeps what is queued when syslog-ng is stopped, and what the queue in memory cannot hold while
-//   the log writer is away. Lines are in the front queue first, so that the disk is not in the way of each.
+// - Datagrams cannot be held back, so what their queue in memory cannot take goes into a file. Lines of TCP wait
+//   in their connections instead: a queue file would take them from there as fast as they come and cost more
+//   than storing them.
 // - timeout is long: an answer comes after the commit, and a disk may be slow.
 #include "receiver/launcher/receiver_config.h"
 
@@ -28,7 +29,6 @@ constexpr int kMaxConnections = 100;
 // Lines a connection may have on the way, so that the next batch fills while one is committed.
 constexpr int kConnectionWindow = 10'000;
 constexpr int kUdpQueueLines = 300'000;
-constexpr int kFrontQueueLines = 300'000;
 constexpr long long kQueueFileBytes = 1LL << 30;
 constexpr int kFetchLimit = 1000;
 
@@ -68,6 +68,14 @@ std::string renderSource(const ReceiverConfig& config, const Listener& listener)
     return text + ");\n};\n";
 }
 
+std::string renderQueue(const ReceiverConfig& config, const Listener& listener) {
+    const long long window = static_cast<long long>(kMaxConnections) * kConnectionWindow;
+    if (listener.transport != Transport::kUdp) return "        log-fifo-size(" + number(window) + ")\n";
+    return "        disk-buffer(reliable(no) disk-buf-size(" + number(kQueueFileBytes) + ") qout-size(" +
+           number(kUdpQueueLines) + ")\n            mem-buf-length(" + number(kUdpQueueLines) + ") dir('" +
+           config.queueFolder + "'))\n";
+}
+
 std::string renderDestination(const ReceiverConfig& config, const Listener& listener) {
     const std::string transport = transportName(listener.transport);
     const std::string name = config.name + "-" + transport;
@@ -78,10 +86,7 @@ std::string renderDestination(const ReceiverConfig& config, const Listener& list
            " delimiter(\"\\n\") body-suffix(\"\\n\")\n" + "        batch-lines(" +
            number(static_cast<long long>(kFullBatchLines)) + ") batch-bytes(" +
            number(static_cast<long long>(kFullBatchBytes)) + ") batch-timeout(100) workers(1)\n" +
-           "        disk-buffer(reliable(no) disk-buf-size(" + number(kQueueFileBytes) + ") qout-size(" +
-           number(kFrontQueueLines) + ")\n            mem-buf-length(" +
-           number(static_cast<long long>(kMaxConnections) * kConnectionWindow) + ") dir('" + config.queueFolder +
-           "'))\n        time-reopen(1) timeout(120));\n};\n";
+           renderQueue(config, listener) + "        time-reopen(1) timeout(120));\n};\n";
 }
 
 std::string renderPath(const Listener& listener) {
