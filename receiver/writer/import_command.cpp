@@ -21,7 +21,7 @@
 #include "receiver/store/row_builder.h"
 #include "receiver/visible_log.h"
 #include "receiver/writer/import_progress.h"
-#include "receiver/writer/line_reader.h"
+#include "receiver/writer/file_lines.h"
 #include "receiver/writer/log_writer.h"
 #include "receiver/writer/writer_settings.h"
 #include "receiver/writer/year_tracker.h"
@@ -73,7 +73,7 @@ bool openSource(const std::string& file, Source& source) {
 int guessFirstYear(const Source& source) {
     const int lastYear = yearOf(source.lastChange);
     if (!source.regular) return lastYear;
-    LineReader lines(source.fd);
+    FileLines lines(source.fd);
     YearTracker tracker(0);
     std::string_view line;
     while (lines.next(line)) {
@@ -98,7 +98,7 @@ public:
     }
 
     int run() {
-        LineReader lines(source_.fd);
+        FileLines lines(source_.fd);
         std::string_view line;
         bool stored = true;
         while (stored && lines.next(line)) {
@@ -145,7 +145,7 @@ private:
         return true;
     }
 
-    int report(const LineReader& lines, bool stored) {
+    int report(const FileLines& lines, bool stored) {
         if (!stored) {
             logLine("ombrel-logwriter: " + error_ + "; stopped after " + std::to_string(rows_) + " messages");
             return EX_IOERR;

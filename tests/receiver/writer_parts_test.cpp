@@ -16,7 +16,7 @@
 #include "receiver/token.h"
 #include "receiver/writer/flush_policy.h"
 #include "receiver/writer/import_progress.h"
-#include "receiver/writer/line_reader.h"
+#include "receiver/writer/file_lines.h"
 #include "receiver/writer/quarantine.h"
 #include "receiver/writer/writer_settings.h"
 #include "receiver/writer/year_tracker.h"
@@ -187,7 +187,7 @@ TEST_F(SettingsTest, CannotBeWatchedInAFolderThatIsMissing) {
 std::vector<std::string> linesOf(const std::string& path, const std::string& text, size_t* split = nullptr) {
     writeText(path, text);
     const Fd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    LineReader reader(file.get());
+    FileLines reader(file.get());
     std::vector<std::string> lines;
     std::string_view line;
     while (reader.next(line))
@@ -198,15 +198,15 @@ std::vector<std::string> linesOf(const std::string& path, const std::string& tex
     return lines;
 }
 
-TEST(LineReader, TakesBothLineEndsAndALastLineWithoutOne) {
+TEST(FileLines, TakesBothLineEndsAndALastLineWithoutOne) {
     const TempFolder folder;
     EXPECT_THAT(linesOf(folder / "f", "a\r\n\nb\nc"), ElementsAre("a", "", "b", "c"));
     EXPECT_THAT(linesOf(folder / "f", ""), ElementsAre());
 }
 
-TEST(LineReader, SplitsLongLinesAndLosesNothing) {
+TEST(FileLines, SplitsLongLinesAndLosesNothing) {
     const TempFolder folder;
-    const std::string text(5 * LineReader::kMaxLine / 2, 'x');
+    const std::string text(5 * FileLines::kMaxLine / 2, 'x');
     size_t split = 0;
     const auto lines = linesOf(folder / "f", "a\n" + text + "\nb\n", &split);
     ASSERT_EQ(lines.size(), 5U);
@@ -215,9 +215,9 @@ TEST(LineReader, SplitsLongLinesAndLosesNothing) {
     EXPECT_EQ(split, 1U);
 }
 
-TEST(LineReader, TellsOfAFailedRead) {
+TEST(FileLines, TellsOfAFailedRead) {
     const Fd folder(::open("/", O_RDONLY | O_CLOEXEC));
-    LineReader reader(folder.get());
+    FileLines reader(folder.get());
     std::string_view line;
     EXPECT_FALSE(reader.next(line));
     EXPECT_EQ(reader.error(), EISDIR);

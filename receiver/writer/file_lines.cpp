@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
-#include "receiver/writer/line_reader.h"
+#include "receiver/writer/file_lines.h"
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 namespace ombrel {
 
 // False when nothing more can be read.
-bool LineReader::fill() {
+bool FileLines::fill() {
     if (atEnd_) return false;
     if (begin_ > 0) {
         std::memmove(buffer_.data(), buffer_.data() + begin_, end_ - begin_);
@@ -30,7 +30,7 @@ bool LineReader::fill() {
     return got > 0;
 }
 
-bool LineReader::next(std::string_view& line) {
+bool FileLines::next(std::string_view& line) {
     size_t searched = 0;
     for (;;) {
         const std::string_view ahead(buffer_.data() + begin_, end_ - begin_);

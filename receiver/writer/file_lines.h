@@ -13,13 +13,13 @@
 
 namespace ombrel {
 
-class LineReader {
+class FileLines {
 public:
     /// A longer line is given out in pieces of this size.
     static constexpr size_t kMaxLine = 1U << 20;
 
     /// `fd` stays the caller's.
-    explicit LineReader(int fd) : fd_(fd), buffer_(2 * kMaxLine) {}
+    explicit FileLines(int fd) : fd_(fd), buffer_(2 * kMaxLine) {}
 
     /// The next line without its LF or CR LF, valid until the next call. False at the end and on a failure.
     bool next(std::string_view& line);
