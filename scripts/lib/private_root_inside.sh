@@ -1,9 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 # SPDX-FileCopyrightText: the Ombrel authors
+# shellcheck shell=bash
 #
 # The inside of scripts/private-root: process 1 of the new PID namespace. Builds a root folder on a tmpfs,
 # makes it the root, runs the command and ends with its exit code.
-#   private_root_inside.sh STATE WORKING_FOLDER {ro|rw PATH}... -- COMMAND...
+#   private_root_inside.sh STATE WORKING_FOLDER {ro|rw|here PATH}... -- COMMAND...
 set -euo pipefail
 trap 'echo "private-root: the private root could not be furnished (line $LINENO: $BASH_COMMAND)" >&2; exit 70' ERR
 
@@ -46,6 +47,15 @@ mirror() {
       mount --bind "$entry" "$root$entry"
     fi
   done
+}
+
+# Whether a folder of STATE, or /run, or /proc, lies at or below a path: the machine's would hide it.
+is_above_private() {
+  local one above=${1%/} # "/" becomes empty
+  for one in "${fixed[@]}" "${hidden[@]}"; do
+    case $one/ in "$above"/*) return 0 ;; esac
+  done
+  return 1
 }
 
 # A place keeps its path in the new root, whatever the path leads through.
@@ -112,8 +122,14 @@ for path in /run /dev/shm; do
 done
 mkdir "$root/run/lock"
 for ((i = 0; i < ${#places[@]}; i += 2)); do
-  keep "${places[i + 1]}"
-  [ "${places[i]}" = ro ] || writable+=("${places[i + 1]}")
+  kind=${places[i]} path=${places[i + 1]}
+  if is_above_private "$path"; then
+    [ "$kind" != here ] || continue
+    echo "private-root: $path cannot be kept: it holds one of the private folders" >&2
+    exit 64
+  fi
+  keep "$path"
+  [ "$kind" != rw ] || writable+=("$path")
 done
 mount -t proc -o nosuid,nodev,noexec proc "$root/proc"
 private+=(/proc /) # the root itself turns read-only at the very end

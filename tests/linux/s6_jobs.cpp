@@ -17,7 +17,6 @@
 #include <stdexcept>
 
 #include "linux/common/child_process.h"
-#include "linux/veskserviceconf/s6_service_folder.h"
 
 namespace ombrel::test {
 
@@ -43,7 +42,10 @@ const char* scriptOf(JobKind kind) {
             return "trap 'echo reloaded >\"${0%/*}/events\"' HUP\n"
                    "trap 'kill $!; exit 0' TERM\n"
                    "echo >&3; exec 3>&-\n"
-                   "while :; do sleep 1000 >/dev/null 2>&1 & wait $!; done\n";  // it would keep the log open
+                   "while :; do setpriv --pdeathsig KILL sleep 1000 >/dev/null 2>&1 & wait $!; done\n";  // ends
+                                                                                                         // with
+                                                                                                         // the
+                                                                                                         // shell
         case JobKind::kNeverReady:
             return "exec sleep 1000\n";
         case JobKind::kExitsAtOnce:
@@ -52,6 +54,22 @@ const char* scriptOf(JobKind kind) {
             return "trap '' TERM\necho >&3; exec 3>&-\nexec sleep 1000\n";
     }
     return "";
+}
+
+std::string joined(const std::vector<std::string>& words) {
+    std::string text;
+    for (const std::string& word : words)
+        text += word + " ";
+    return text;
+}
+
+std::string definitionOf(const JobDefinition& job) {
+    std::string text = "description=\"" + job.description + "\"\ncommand=\"" + joined(job.command) + "\"\n";
+    text += job.readyFd < 0 ? "ready_check=\"" + joined(job.readyCheck) + "\"\n"
+                            : "ready_fd=\"" + std::to_string(job.readyFd) + "\"\n";
+    if (!job.reloadSignal.empty()) text += "reload_signal=\"" + job.reloadSignal + "\"\n";
+    text += "stop_signal=\"" + job.stopSignal + "\"\n";
+    return text + "stop_timeout_seconds=\"" + std::to_string(job.stopTimeoutSeconds) + "\"\n";
 }
 
 }  // namespace
@@ -98,9 +116,19 @@ JobDefinition scriptedJob(const std::string& name, JobKind kind, const std::stri
     return job;
 }
 
+void makeServiceFolder(const JobDefinition& job, const std::string& scanFolder, const std::string& logFolder) {
+    std::string definitions = (std::filesystem::temp_directory_path() / "ombrel-jobs-XXXXXX").string();
+    if (::mkdtemp(definitions.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    std::ofstream(definitions + "/" + job.name + ".job") << definitionOf(job);
+    const ProgramResult made = runProgram(
+        {OMBREL_JOBS_PROGRAM, "--jobs=" + definitions, "--scan=" + scanFolder, "--log=" + logFolder}, kLongest);
+    std::filesystem::remove_all(definitions);
+    if (made.error != 0 || made.exitCode != 0) throw std::runtime_error("ombrel-jobs failed: " + made.errors);
+}
+
 void addJob(const JobDefinition& job, const std::string& scanFolder, const std::string& logFolder) {
     const std::string folder = scanFolder + "/" + job.name;
-    if (writeServiceFolder(job, scanFolder, logFolder) != 0) throw std::runtime_error("cannot write " + folder);
+    makeServiceFolder(job, scanFolder, logFolder);
     (void)runProgram({"/usr/bin/s6-mkfifodir", folder + "/event"}, kLongest);
     const ProgramResult taken = runProgram({"/usr/bin/s6-ftrig-listen1", "-t", "10000", folder + "/event", "s",
                                             "/usr/bin/s6-svscanctl", "-a", scanFolder},

@@ -33,6 +33,9 @@ private:
 /// folder/events, when that exists, whenever it has been told to reload.
 JobDefinition scriptedJob(const std::string& name, contract::JobKind kind, const std::string& folder);
 
+/// Makes or renews a service folder as the product does: by ombrel-jobs, from a definition.
+void makeServiceFolder(const JobDefinition& job, const std::string& scanFolder, const std::string& logFolder);
+
 /// Makes the service folder of a stopped job and waits until its supervisor, which must run, has taken it.
 void addJob(const JobDefinition& job, const std::string& scanFolder, const std::string& logFolder);
 

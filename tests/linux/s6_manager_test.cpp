@@ -15,8 +15,6 @@
 #include <fstream>
 
 #include "linux/common/error_record.h"
-#include "linux/veskserviceconf/job_places.h"
-#include "linux/veskserviceconf/s6_service_folder.h"
 #include "tests/linux/s6_jobs.h"
 
 namespace fs = std::filesystem;
@@ -219,11 +217,11 @@ TEST_F(S6Jobs, WithoutAReloadSignalCannotBeReloaded) {
 TEST_F(S6Jobs, WithACheckAreReadyWhenItSaysSo) {
     JobDefinition job = test::scriptedJob("job", JobKind::kNeverReady, folder);
     job.readyFd = -1;
-    job.readyCheck = {"/usr/bin/test", "-e", folder + "/is ready"};
+    job.readyCheck = {"/usr/bin/test", "-e", folder + "/is-ready"};
     test::addJob(job, folder + "/scan", folder + "/log");
     EXPECT_EQ(manager(std::chrono::milliseconds(500)).start("job"), -1);
     EXPECT_EQ(VLIBCErrGet(), kErrorTimeout);
-    std::ofstream(folder + "/is ready") << "yes";
+    std::ofstream(folder + "/is-ready") << "yes";
     EXPECT_EQ(manager().start("job"), 0);
     EXPECT_TRUE(manager().isRunning("job"));
 }
@@ -282,12 +280,12 @@ TEST_F(S6Jobs, KeepTheirStateWhenTheirFolderIsRenewed) {
     ASSERT_EQ(manager().start("job"), 0);
     JobDefinition job = test::scriptedJob("job", JobKind::kReadyAtOnce, folder);
     job.reloadSignal.clear();
-    ASSERT_EQ(writeServiceFolder(job, folder + "/scan", folder + "/log"), 0);
+    test::makeServiceFolder(job, folder + "/scan", folder + "/log");
     EXPECT_TRUE(manager().isRunning("job"));
     EXPECT_FALSE(isOff("job"));
     EXPECT_EQ(manager().reload("job"), -1);
     ASSERT_EQ(manager().stop("job"), 0);
-    ASSERT_EQ(writeServiceFolder(job, folder + "/scan", folder + "/log"), 0);
+    test::makeServiceFolder(job, folder + "/scan", folder + "/log");
     EXPECT_TRUE(isOff("job"));
 }
 

@@ -1,4 +1,7 @@
 # Shares, file systems and service jobs.
+include(${PROJECT_SOURCE_DIR}/cmake/OmbrelPrivateTest.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/s6_jobs.cmake)
+
 add_executable(vesksdk_test
   file_system_kind_test.cpp
   share_definitions_test.cpp)
@@ -6,16 +9,32 @@ target_link_libraries(vesksdk_test PRIVATE ombrel_flags vesksdk_objects veskcore
   GTest::gtest_main GTest::gmock)
 gtest_discover_tests(vesksdk_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
+add_executable(child_process_test
+  child_process_test.cpp)
+target_link_libraries(child_process_test PRIVATE ombrel_flags linux_process GTest::gtest_main GTest::gmock)
+gtest_discover_tests(child_process_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
 add_executable(job_definition_test
   job_definition_test.cpp)
-target_link_libraries(job_definition_test PRIVATE ombrel_flags ombrel_job_definitions veskserviceconf_objects
-  veskcore_objects GTest::gtest_main GTest::gmock)
+target_link_libraries(job_definition_test PRIVATE ombrel_flags ombrel_job_definitions
+  GTest::gtest_main GTest::gmock)
 gtest_discover_tests(job_definition_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
 # What needs a supervisor starts one over a temporary folder.
 add_executable(s6_manager_test
-  s6_jobs.cpp
   s6_manager_test.cpp)
-target_link_libraries(s6_manager_test PRIVATE ombrel_flags ombrel_job_definitions veskserviceconf_objects
-  veskcore_objects GTest::gtest_main GTest::gmock)
+target_link_libraries(s6_manager_test PRIVATE ombrel_flags test_s6_jobs veskserviceconf_objects veskcore
+  GTest::gtest_main GTest::gmock)
 gtest_discover_tests(s6_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
+# Mounts and the share definitions are changed, so these run in a private root.
+add_executable(vesksdk_private_test
+  file_systems_private_test.cpp
+  shares_private_test.cpp
+  service_manager_private_test.cpp)
+target_link_libraries(vesksdk_private_test PRIVATE ombrel_flags vesksdk veskserviceconf veskcore linux_process
+  GTest::gtest_main GTest::gmock)
+ombrel_private_test(vesksdk unit vesksdk_private_test)
+
+add_test(NAME private_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/private_root_test.sh)
+set_tests_properties(private_root PROPERTIES LABELS unit SKIP_RETURN_CODE 77 TIMEOUT 120)
