@@ -18,7 +18,10 @@ expect_equal() { # WHAT EXPECTED ACTUAL
 }
 
 # Sends standard input exactly as it is: as one datagram, or over one connection.
-send_udp() { cat >/dev/udp/127.0.0.1/5514; }
+send_udp() {
+  cat >/tmp/datagram # whole, since each write becomes a datagram
+  dd if=/tmp/datagram bs=128k status=none >/dev/udp/127.0.0.1/5514
+}
 send_tcp() { cat >/dev/tcp/127.0.0.1/5514; }
 
 WORKING=$LOGS/VESKSYSLOGDB__ARCH.DB
