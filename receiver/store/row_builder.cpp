@@ -61,7 +61,8 @@ std::optional<LogRow> RowBuilder::imported(std::string_view text, std::string_vi
         if (!time.year) time.year = year;
         row.sent = clock_.resolve(time, reference);
     }
-    row.time = row.sent.value_or(reference);
+    // No log is older than the epoch, and the day of such a time could not name an archive.
+    row.time = row.sent && *row.sent >= 0 ? *row.sent : reference;
     return row;
 }
 

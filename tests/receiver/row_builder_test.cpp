@@ -106,6 +106,10 @@ TEST_F(RowBuilderTest, TakesTheTimeOfAnImportedLineHoweverOld) {
     ASSERT_TRUE(row);
     EXPECT_EQ(row->time, 1065910455);
     EXPECT_EQ(row->received, 5);
+    const auto ancient =
+        builder.imported("1 0000-10-11T22:14:15Z h a - - - x", "import", kReceived, std::nullopt, 5);
+    ASSERT_TRUE(ancient);
+    EXPECT_EQ(ancient->time, kReceived);
     const auto bare = builder.imported("no time", "import", kReceived, std::nullopt, 5);
     ASSERT_TRUE(bare);
     EXPECT_EQ(bare->time, kReceived);
