@@ -25,15 +25,15 @@ send_everything() {
   wait -f %1 %2
 }
 
-say "1. Settings, supervisor, jobs"
 road_begin
+say "1. Settings, supervisor, jobs"
 start_jobs
 grep -E '^(arch_|server_port)' "$CONF"
 "$OMBREL" job status pkg-Ombrel-syslog
 "$OMBREL" job status pkg-Ombrel-bsd
 
-say "2. Twenty devices send through TCP and UDP port 5514, and this machine sends its own log lines;"
-say "   whenever the working database holds more than 20000 rows it is archived"
+say "2. Twenty devices send through TCP and UDP port 5514, and this machine sends its own log lines;
+   whenever the working database holds more than 20000 rows it is archived"
 dropped_before=$(udp_dropped)
 set -m
 send_everything &
