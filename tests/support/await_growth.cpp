@@ -1,15 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// Waits until a log database holds so many rows, or a file so many bytes. Woken by inotify when the file
+// Waits until a log database holds so many rows, or a file so many lines. Woken by inotify when the file
 // changes; gives up, with exit code 1, after 300 seconds.
-//   await-growth --rows N DATABASE | --count N DATABASE | --bytes N FILE
+//   await-growth --rows N DATABASE | --count N DATABASE | --lines N FILE
 // --rows asks the information record, --count runs COUNT(*) on table logs.
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -24,10 +25,30 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr auto kLongest = std::chrono::seconds(300);
 
-long long fileBytes(const std::string& path) {
-    struct stat status {};
-    return stat(path.c_str(), &status) == 0 ? status.st_size : -1;
-}
+/// Counts the line ends of a growing file; reads only what is new at each call.
+class LineCounter {
+public:
+    explicit LineCounter(std::string path) : path_(std::move(path)) {}
+    ~LineCounter() {
+        if (fd_ >= 0) close(fd_);
+    }
+    LineCounter(const LineCounter&) = delete;
+    LineCounter& operator=(const LineCounter&) = delete;
+
+    long long operator()() {
+        if (fd_ < 0) fd_ = open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        if (fd_ < 0) return -1;
+        static char buffer[1 << 20];
+        for (ssize_t n = 0; (n = read(fd_, buffer, sizeof buffer)) > 0;)
+            lines_ += std::count(buffer, buffer + n, '\n');
+        return lines_;
+    }
+
+private:
+    std::string path_;
+    int fd_ = -1;
+    long long lines_ = 0;
+};
 
 long long answer(const std::string& path, const char* sql) {
     if (access(path.c_str(), R_OK) != 0) return -1;
@@ -63,13 +84,16 @@ bool await(const std::string& path, long long wanted, const std::function<long l
 
 int main(int argc, char** argv) {
     if (argc != 4 || argv[3][0] != '/') {
-        (void)fputs("usage: await-growth --rows|--count|--bytes N ABSOLUTE_PATH\n", stderr);
+        (void)fputs("usage: await-growth --rows|--count|--lines N ABSOLUTE_PATH\n", stderr);
         return 64;
     }
     const std::string_view what = argv[1];
     const long long wanted = std::atoll(argv[2]);
     const std::string path = argv[3];
-    if (what == "--bytes") return await(path, wanted, [&] { return fileBytes(path); }) ? 0 : 1;
+    if (what == "--lines") {
+        LineCounter lines(path);
+        return await(path, wanted, [&] { return lines(); }) ? 0 : 1;
+    }
     const char* sql = what == "--rows" ? "SELECT row_count FROM loginfo" : "SELECT count(*) FROM logs";
     return await(path, wanted, [&] { return answer(path, sql); }) ? 0 : 1;
 }
