@@ -14,9 +14,9 @@
 #include <vector>
 
 #include "receiver/token.h"
+#include "receiver/writer/file_lines.h"
 #include "receiver/writer/flush_policy.h"
 #include "receiver/writer/import_progress.h"
-#include "receiver/writer/file_lines.h"
 #include "receiver/writer/quarantine.h"
 #include "receiver/writer/writer_settings.h"
 #include "receiver/writer/year_tracker.h"
