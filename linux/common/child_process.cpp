@@ -106,7 +106,10 @@ int ChildProcess::spawn(const std::vector<std::string>& arguments, int outputEnd
     if (failure != 0) return failure;
     pid_ = pid;
     handle_.reset(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-    return handle_ ? 0 : errno;
+    if (handle_) return 0;
+    if (errno != ESRCH) return errno;
+    pid_ = -1;  // the caller ignores SIGCHLD, and the program has come and gone
+    return ECHILD;
 }
 
 ChildProcess::~ChildProcess() {

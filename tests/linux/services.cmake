@@ -20,6 +20,14 @@ target_link_libraries(job_definition_test PRIVATE ombrel_flags ombrel_job_defini
   GTest::gtest_main GTest::gmock)
 gtest_discover_tests(job_definition_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
+add_executable(ombrel_jobs_test
+  ombrel_jobs_test.cpp)
+target_link_libraries(ombrel_jobs_test PRIVATE ombrel_flags linux_process GTest::gtest_main GTest::gmock)
+target_compile_definitions(ombrel_jobs_test PRIVATE
+  OMBREL_JOBS_PROGRAM="$<TARGET_FILE:ombrel-jobs>" OMBREL_JOB_FOLDER="${PROJECT_SOURCE_DIR}/receiver/jobs")
+add_dependencies(ombrel_jobs_test ombrel-jobs)
+gtest_discover_tests(ombrel_jobs_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
 # What needs a supervisor starts one over a temporary folder.
 add_executable(s6_manager_test
   s6_manager_test.cpp)
