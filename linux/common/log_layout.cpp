@@ -64,8 +64,9 @@ int prepareForWriting(Connection& connection) noexcept {
 
 int createLogDatabase(Connection& connection, const std::string& schemaText) noexcept {
     Transaction transaction(connection);
-    if (const int code = transaction.beginImmediate()) return code;
-    if (connection.hasMoved()) return SQLITE_READONLY_DBMOVED;
+    const int begun = transaction.beginImmediate();
+    if (connection.isOpen() && connection.hasMoved()) return SQLITE_READONLY_DBMOVED;
+    if (begun != SQLITE_OK) return begun;
     bool hasTables = false;
     if (const int code = queryHasRow(connection, "SELECT 1 FROM sqlite_schema", hasTables)) return code;
     if (hasTables) return SQLITE_OK;

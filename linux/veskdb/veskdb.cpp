@@ -5,6 +5,8 @@
 // the file: the callers ask for single values.
 #include "platform/veskdb.h"
 
+#include <sqlite3.h>
+
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -37,7 +39,7 @@ int checkIsDatabase(const ombrel::Connection& connection) {
     ombrel::Statement statement;
     if (const int code = statement.prepare(connection, "PRAGMA page_count")) return fail(fromSqlite(code));
     if (const int code = statement.step(); code != ombrel::Statement::kRow) return fail(fromSqlite(code));
-    if (statement.columnInt(0) == 0) return fail(fromSqlite(26));  // SQLITE_NOTADB
+    if (statement.columnInt(0) == 0) return fail(fromSqlite(SQLITE_NOTADB));
     // page_count reads the size alone where it can; this reads the head of the file.
     if (const int code = statement.prepare(connection, "SELECT COUNT(*) FROM sqlite_schema")) {
         return fail(fromSqlite(code));

@@ -136,6 +136,8 @@ DatabaseMove moveDatabase(const std::string& from, const std::string& to,
     if (const int code = leaveWal(connection)) return fromLockFailure(code);
     Transaction transaction(connection);
     if (const int code = transaction.beginExclusive()) return fromLockFailure(code);
+    // Of a file that may only be read SQLite takes no more than a shared lock, and reports success.
+    if (connection.isReadOnly()) return failed(fromSqlite(SQLITE_READONLY));
     if (connection.hasMoved()) {
         errno = ENOENT;
         return failed(fromErrno(ENOENT));

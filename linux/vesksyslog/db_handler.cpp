@@ -2,6 +2,8 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // The handle of one log database. The probes read the information record alone, never the rows.
+#include <sqlite3.h>
+
 #include <new>
 #include <string>
 
@@ -101,6 +103,8 @@ std::string DBHandler::DBInfoEndStrGet() {
 }
 
 int DBHandler::DBTranStart() {
+    // SQLite would begin a reading transaction and fail only at the first change.
+    if (impl->connection.isReadOnly()) return fail(fromSqlite(SQLITE_READONLY));
     // Taking the write lock now: two transactions that both read first could never both go on.
     const int code = impl->connection.execute("BEGIN IMMEDIATE");
     if (code != 0) return fail(fromSqlite(code));

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// The layer over SQLite and the test for a log database.
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "linux/common/log_layout.h"
+#include "linux/common/sqlite_db.h"
+#include "tests/linux/child_process.h"
+#include "tests/linux/test_database.h"
+
+namespace ombrel {
+namespace {
+
+using test::makeDatabase;
+using test::TemporaryFolder;
+using test::valueOf;
+using ::testing::ElementsAre;
+
+class DatabaseLayer : public ::testing::Test {
+protected:
+    void open(OpenMode mode) { ASSERT_EQ(connection.open(path, mode), 0); }
+
+    TemporaryFolder folder;
+    std::string path = folder.at("file.DB");
+    Connection connection;
+};
+
+TEST_F(DatabaseLayer, OpensNoMissingFileUnlessToldToMakeIt) {
+    EXPECT_EQ(connection.open(path, OpenMode::kReadWrite), SQLITE_CANTOPEN);
+    EXPECT_FALSE(connection.isOpen());
+    EXPECT_EQ(connection.open(path, OpenMode::kReadOnly), SQLITE_CANTOPEN);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(connection.open(path, OpenMode::kCreate), 0);
+}
+
+TEST_F(DatabaseLayer, TakesAPathForAPath) {
+    ASSERT_EQ(::chdir(folder.path().c_str()), 0);
+    for (const std::string name : {":memory:", "file:other?mode=memory", "plain"}) {
+        ASSERT_EQ(connection.open(name, OpenMode::kCreate), 0);
+        ASSERT_EQ(connection.execute("CREATE TABLE t(x)"), 0);
+        EXPECT_TRUE(std::filesystem::exists(folder.at(name))) << name;
+    }
+    EXPECT_NE(connection.open("", OpenMode::kCreate), 0);
+    EXPECT_NE(connection.open(std::string("a\0b", 3), OpenMode::kCreate), 0);
+    ASSERT_EQ(::chdir("/"), 0);
+}
+
+TEST_F(DatabaseLayer, PreparesExactlyOneStatement) {
+    open(OpenMode::kCreate);
+    Statement statement;
+    EXPECT_EQ(statement.prepare(connection, "SELECT 1"), 0);
+    EXPECT_EQ(statement.prepare(connection, "SELECT 1; \n"), 0);
+    EXPECT_NE(statement.prepare(connection, "SELECT 1; SELECT 2"), 0);
+    EXPECT_FALSE(statement.isPrepared());
+    EXPECT_NE(statement.prepare(connection, ""), 0);
+    EXPECT_NE(statement.prepare(connection, "-- nothing"), 0);
+    EXPECT_NE(statement.prepare(connection, std::string_view("SELECT 1\0; DROP TABLE t", 23)), 0);
+    EXPECT_NE(statement.prepare(Connection(), "SELECT 1"), 0);
+    EXPECT_NE(statement.step(), Statement::kRow);
+}
+
+TEST_F(DatabaseLayer, KeepsTheBytesOfTextsAndBlobs) {
+    open(OpenMode::kCreate);
+    Statement statement;
+    ASSERT_EQ(statement.prepare(connection, "SELECT ?, ?, ?, ?, length(?)"), 0);
+    const std::string odd("a\0\xff\t", 4);
+    ASSERT_EQ(statement.bindText(1, odd), 0);
+    ASSERT_EQ(statement.bindBlob(2, odd), 0);
+    ASSERT_EQ(statement.bindNull(3), 0);
+    ASSERT_EQ(statement.bind(4, -9'000'000'000LL), 0);
+    ASSERT_EQ(statement.bindText(5, {}), 0);
+    ASSERT_EQ(statement.step(), Statement::kRow);
+    EXPECT_EQ(statement.columnText(0), odd);
+    EXPECT_EQ(statement.columnBlob(1), odd);
+    EXPECT_TRUE(statement.columnIsNull(2));
+    EXPECT_EQ(statement.columnInt(3), -9'000'000'000LL);
+    EXPECT_FALSE(statement.columnIsNull(4)) << "an empty text is no NULL";
+    EXPECT_EQ(statement.columnInt(4), 0);
+    EXPECT_EQ(statement.step(), Statement::kDone);
+}
+
+TEST_F(DatabaseLayer, RollsBackWhatIsNotCommitted) {
+    makeDatabase(path, {"kept"});
+    open(OpenMode::kReadWrite);
+    {
+        Transaction transaction(connection);
+        ASSERT_EQ(transaction.beginImmediate(), 0);
+        ASSERT_EQ(connection.execute("DELETE FROM logs"), 0);
+    }
+    EXPECT_FALSE(connection.inTransaction());
+    EXPECT_THAT(test::messagesOf(path), ElementsAre("kept"));
+}
+
+TEST_F(DatabaseLayer, NoticesThatItsFileHasMoved) {
+    makeDatabase(path, {"row"});
+    open(OpenMode::kReadWrite);
+    ASSERT_EQ(connection.execute("BEGIN IMMEDIATE"), 0);
+    EXPECT_FALSE(connection.hasMoved());
+    std::filesystem::rename(path, folder.at("archive.DB"));
+    EXPECT_TRUE(connection.hasMoved());
+    makeDatabase(path, {"another"});
+    EXPECT_TRUE(connection.hasMoved());
+}
+
+TEST_F(DatabaseLayer, MakesALogDatabaseOnce) {
+    open(OpenMode::kCreate);
+    ASSERT_EQ(prepareForWriting(connection), 0);
+    EXPECT_EQ(valueOf(connection, "PRAGMA journal_mode"), "truncate");
+    ASSERT_EQ(createLogDatabase(connection, "CREATE TABLE t(x); INSERT INTO t VALUES(1);"), 0);
+    ASSERT_EQ(createLogDatabase(connection, "CREATE TABLE t(x); INSERT INTO t VALUES(1);"), 0);
+    EXPECT_EQ(valueOf(connection, "SELECT COUNT(*) FROM t"), "1");
+}
+
+TEST_F(DatabaseLayer, LeavesNoHalfMadeLogDatabase) {
+    open(OpenMode::kCreate);
+    EXPECT_NE(createLogDatabase(connection, "CREATE TABLE t(x); CREATE TABLE t(x);"), 0);
+    EXPECT_EQ(valueOf(connection, "SELECT COUNT(*) FROM sqlite_schema"), "0");
+}
+
+TEST_F(DatabaseLayer, MakesNoLogDatabaseInAFileThatWasMovedAway) {
+    open(OpenMode::kCreate);
+    ASSERT_EQ(valueOf(connection, "SELECT COUNT(*) FROM sqlite_schema"), "0");
+    std::filesystem::rename(path, folder.at("archive.DB"));
+    EXPECT_EQ(createLogDatabase(connection, "CREATE TABLE t(x)"), SQLITE_READONLY_DBMOVED);
+    EXPECT_EQ(std::filesystem::file_size(folder.at("archive.DB")), 0U);
+}
+
+TEST_F(DatabaseLayer, WritesNothingIntoAWalDatabaseThatOthersHaveOpen) {
+    Connection other;
+    ASSERT_EQ(other.open(path, OpenMode::kCreate), 0);
+    ASSERT_EQ(valueOf(other, "PRAGMA journal_mode=WAL"), "wal");
+    ASSERT_EQ(other.execute("CREATE TABLE t(x); BEGIN; SELECT * FROM t"), 0);
+    open(OpenMode::kReadWrite);
+    connection.setBusyTimeout(50);
+    EXPECT_NE(prepareForWriting(connection), 0);
+}
+
+struct LayoutCase {
+    const char* name;
+    const char* sql;
+    LogLayout layout;
+};
+
+class LayoutOfTables : public DatabaseLayer, public ::testing::WithParamInterface<LayoutCase> {};
+
+TEST_P(LayoutOfTables, IsTold) {
+    open(OpenMode::kCreate);
+    ASSERT_EQ(connection.execute(GetParam().sql), 0);
+    LogLayout layout = LogLayout::kVersion2;
+    ASSERT_EQ(readLogLayout(connection, layout), 0);
+    EXPECT_EQ(layout, GetParam().layout);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, LayoutOfTables,
+    ::testing::Values(
+        LayoutCase{"Nothing", "SELECT 1", LogLayout::kNone},
+        LayoutCase{"OtherTables", "CREATE TABLE songs(title)", LogLayout::kNone},
+        LayoutCase{"LogsOfAnotherKind", "CREATE TABLE logs(a, b)", LogLayout::kNone},
+        LayoutCase{"OldLayout", "CREATE TABLE logs(host, ldate)", LogLayout::kVersion1},
+        LayoutCase{"LogsThatAreAView", "CREATE VIEW logs AS SELECT 1 AS ldate", LogLayout::kNone},
+        LayoutCase{"EmptyRecord", "CREATE TABLE logs(ldate); CREATE TABLE loginfo(version)", LogLayout::kNone},
+        LayoutCase{"Version2",
+                   "CREATE TABLE logs(ldate); CREATE TABLE loginfo(version); INSERT INTO loginfo VALUES(2)",
+                   LogLayout::kVersion2},
+        LayoutCase{"VersionOfTheFuture",
+                   "CREATE TABLE logs(ldate); CREATE TABLE loginfo(version); INSERT INTO loginfo VALUES(3)",
+                   LogLayout::kNone}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+}  // namespace
+}  // namespace ombrel

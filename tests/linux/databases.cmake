@@ -1,0 +1,36 @@
+# Log databases: their layer over SQLite, the reading of rows, the moving of live files, the event log.
+# The hidden parts of the libraries are tested too, hence their objects instead of the libraries.
+add_library(test_databases STATIC
+  ${PROJECT_SOURCE_DIR}/tests/contract/log_database_maker_linux.cpp
+  child_process.cpp
+  test_database.cpp)
+target_link_libraries(test_databases PUBLIC ombrel_flags linux_sqlite)
+target_compile_definitions(test_databases PUBLIC OMBREL_HAS_DATABASE_MAKER)
+target_compile_definitions(test_databases PRIVATE
+  OMBREL_SCHEMA_FILE="${PROJECT_SOURCE_DIR}/linux/vesksyslog/loginfo2.sql")
+
+add_executable(linux_sqlite_test
+  database_layer_test.cpp
+  database_receipts_test.cpp
+  database_turnstile_test.cpp)
+target_link_libraries(linux_sqlite_test PRIVATE test_databases GTest::gtest_main GTest::gmock)
+gtest_discover_tests(linux_sqlite_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
+add_executable(veskfileop_test
+  database_move_test.cpp
+  database_move_across_test.cpp
+  database_move_kill_test.cpp)
+target_link_libraries(veskfileop_test PRIVATE veskfileop_objects veskcore test_databases PkgConfig::SQLITE3
+  GTest::gtest_main GTest::gmock)
+gtest_discover_tests(veskfileop_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)
+
+add_executable(vesksyslog_test
+  debug_sink_test.cpp
+  event_log_test.cpp
+  log_database_files_test.cpp
+  log_paging_test.cpp
+  log_select_test.cpp
+  text_escape_test.cpp)
+target_link_libraries(vesksyslog_test PRIVATE vesksyslog_objects veskcore test_databases PkgConfig::SQLITE3
+  Threads::Threads GTest::gtest_main GTest::gmock)
+gtest_discover_tests(vesksyslog_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)
