@@ -158,7 +158,9 @@ void LogWriter::bodyArrived(BodyId id, const std::string& receiver, std::string 
     waiting->body = std::move(body);
     std::string reason;
     if (!readBatch(waiting->body, waiting->lines, reason)) return keepUnreadable(*waiting, reason);
-    const bool full = waiting->lines.size() >= kFullBatchLines || waiting->body.size() >= kFullBatchBytes;
+    // A batch without lines is how a receiver that ends asks for a commit of what waits.
+    const bool full = waiting->lines.empty() || waiting->lines.size() >= kFullBatchLines ||
+                      waiting->body.size() >= kFullBatchBytes;
     policy_.add(waiting->lines.size(), full, Clock::now());
     waiting_.push_back(std::move(waiting));
 }

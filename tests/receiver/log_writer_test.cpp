@@ -181,11 +181,17 @@ TEST_F(LogWriterTest, PutsABodyAsideThatIsNoBatch) {
     EXPECT_THAT(messages(shared()), ElementsAre("next"));
 }
 
-TEST_F(LogWriterTest, AnswersAnEmptyBatch) {
+TEST_F(LogWriterTest, CommitsWhatWaitsWhenAnEmptyBatchComes) {
+    configure({{"system_flush_timeout", "5"}, {"system_flush_line", "1000"}});
     start();
     const BatchClient receiver = client();
-    receiver.post("");
-    EXPECT_EQ(receiver.answer(), "200");
+    receiver.post(batchLine(1, "<13>a"));
+    EXPECT_EQ(receiver.answer(300), "waiting");
+    const BatchClient impatient = client();
+    impatient.post("");
+    EXPECT_EQ(impatient.answer(1000), "200");
+    EXPECT_EQ(receiver.answer(1000), "200");
+    EXPECT_THAT(messages(shared()), ElementsAre("a"));
 }
 
 TEST_F(LogWriterTest, KeepsABatchUnansweredThatCannotBeStoredAndGoesOnAfterwards) {
