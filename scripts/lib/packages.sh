@@ -9,7 +9,8 @@ PACKAGES_RUN="g++ cmake ninja-build pkg-config libsqlite3-dev libmount-dev libmi
 # What the demo shows things with.
 PACKAGES_SHOW="sqlite3 unzip tree"
 # What the tests need besides.
-PACKAGES_TEST="libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 binutils sqlite3 unzip strace"
+PACKAGES_TEST="libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 binutils sqlite3 unzip
+  e2fsprogs procps"
 # What the measurements need besides.
 PACKAGES_BENCH="libbenchmark-dev syslog-ng-mod-sql libdbd-sqlite3 sqlite3 unzip"
 
