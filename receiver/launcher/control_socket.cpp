@@ -6,38 +6,61 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstring>
-#include <string_view>
 
 #include "linux/common/fd.h"
 
 namespace ombrel {
 
-bool answersOnControlSocket(const std::string& path, std::chrono::milliseconds timeout) {
+std::optional<std::string> askControlSocket(const std::string& path, std::string_view command, Deadline deadline) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) return false;
+    if (path.size() >= sizeof address.sun_path) return std::nullopt;
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
     const Fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
-        return false;
+        return std::nullopt;
     }
-    constexpr std::string_view kQuestion = "STATS\n";
-    if (::send(socket.get(), kQuestion.data(), kQuestion.size(), MSG_NOSIGNAL) < 0) return false;
-    // The whole answer, up to the line with a single dot: a connection closed earlier is an error in its log.
-    const auto until = std::chrono::steady_clock::now() + timeout;
+    const std::string line = std::string(command) + "\n";
+    if (::send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) return std::nullopt;
+    // Up to the line with a single dot: a connection closed earlier is an error in its log.
     std::string answer;
     std::array<char, 4096> buffer{};
-    while (!answer.ends_with(".\n")) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+    while (!answer.ends_with("\n.\n")) {
         pollfd one{socket.get(), POLLIN, 0};
-        if (left.count() <= 0 || ::poll(&one, 1, static_cast<int>(left.count())) != 1) return false;
+        if (::poll(&one, 1, pollTimeout(deadline)) != 1) return std::nullopt;
         const ssize_t got = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-        if (got <= 0) return false;
+        if (got <= 0) return std::nullopt;
         answer.append(buffer.data(), static_cast<size_t>(got));
     }
-    return true;
+    return answer;
+}
+
+bool answersOnControlSocket(const std::string& path, std::chrono::milliseconds timeout) {
+    return askControlSocket(path, "STATS", std::chrono::steady_clock::now() + timeout).has_value();
+}
+
+long long heldLines(std::string_view stats, std::string_view destination) {
+    // "dst.http;d_tcp#0;http,http://...;a;processed;100": the last two fields are counter and value.
+    long long held = 0;
+    const std::string instance = std::string(destination) + "#";
+    while (!stats.empty()) {
+        const std::string_view line = stats.substr(0, stats.find('\n'));
+        stats.remove_prefix(std::min(line.size() + 1, stats.size()));
+        const size_t second = line.find(';') + 1;
+        if (!line.starts_with("dst.") || second == 0 || !line.substr(second).starts_with(instance)) continue;
+        const size_t last = line.rfind(';');
+        const size_t counter = line.rfind(';', last - 1) + 1;
+        const std::string_view name = line.substr(counter, last - counter);
+        long long value = 0;
+        if (std::from_chars(line.data() + last + 1, line.data() + line.size(), value).ec != std::errc()) continue;
+        if (name == "processed") held += value;
+        if (name == "written" || name == "dropped") held -= value;
+    }
+    return std::max(held, 0LL);
 }
 
 }  // namespace ombrel

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -16,12 +17,21 @@ namespace {
 constexpr const char* kUsage =
     "usage: ombrel-receiver bsd [--print-config | --check]\n"
     "Receives RFC 3164 messages on the port of the settings, UDP and TCP, or TLS: writes a configuration for\n"
-    "syslog-ng, checks it and becomes syslog-ng in the foreground.\n"
+    "syslog-ng, checks it and runs syslog-ng. SIGTERM and SIGINT: hands over to the log writer what it holds, 9 "
+    "s\n"
+    "at most, and ends. SIGHUP: reads the settings again; a change that cannot be used changes nothing.\n"
     "  --print-config  print the configuration instead (without the token)\n"
     "  --check         exit 0 when the receiver is running and has bound its ports, 1 otherwise\n"
-    "Exit codes of a start that fails: 64 wrong options, 69 the port is taken, 70 out of memory,\n"
-    "71 syslog-ng cannot be run, 73 the configuration cannot be written, 77 the token cannot be used,\n"
-    "78 wrong settings\n";
+    "Exit codes: 0 ended by a signal, 64 wrong options, 69 the port is taken, 70 out of memory, 71 syslog-ng\n"
+    "cannot be run, 73 the configuration cannot be written, 75 syslog-ng ended by itself, 77 the token cannot\n"
+    "be used, 78 wrong settings\n";
+
+// Programs of the package lie side by side.
+std::string besideThis(const char* name) {
+    std::error_code error;
+    const auto own = std::filesystem::read_symlink("/proc/self/exe", error);
+    return error ? std::string() : (own.parent_path() / name).string();
+}
 
 }  // namespace
 
@@ -42,7 +52,9 @@ int main(int argc, char** argv) try {
     }
     config->writerPort = ombrel::kWriterPort;
     if (option == "--print-config") return ombrel::printReceiverConfig(*config);
-    const ombrel::LauncherPlaces places{ombrel::kSettingsFile, ombrel::kRunFolder};
+    const ombrel::LauncherPlaces places{.settingsFile = ombrel::kSettingsFile,
+                                        .runFolder = ombrel::kRunFolder,
+                                        .logWriter = besideThis("ombrel-logwriter")};
     return option == "--check" ? ombrel::checkReceiver(places, *config) : ombrel::launchReceiver(places, *config);
 } catch (const std::exception& failure) {
     ombrel::logLine(std::string("ombrel-receiver ends: ") + failure.what());

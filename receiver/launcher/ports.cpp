@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <charconv>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 #include "linux/common/fd.h"
@@ -46,9 +47,18 @@ int tryToBind(const Listener& listener, bool ipv6) noexcept {
     return bindOne(ipv6 ? AF_INET6 : AF_INET, type, listener.port);
 }
 
-bool tableHasPort(const std::string& table, bool udp, std::uint16_t port) {
-    // "sl local_address rem_address st": the port is hexadecimal behind the last colon of the local address.
-    const std::string wanted = udp ? "07" : "0A";  // UDP without a peer; TCP in LISTEN
+namespace {
+
+// "sl local_address rem_address st tx_queue:rx_queue": numbers are hexadecimal, the port is behind the last
+// colon of the local address.
+template <typename Row>
+void forEachOfPort(const std::string& table, std::uint16_t port, const Row& row) {
+    const auto hexadecimalAfterColon = [](const std::string& text) {
+        unsigned long value = 0;
+        const char* const digits = text.c_str() + text.rfind(':') + 1;
+        const bool read = std::from_chars(digits, text.c_str() + text.size(), value, 16).ec == std::errc();
+        return read ? std::optional(value) : std::nullopt;
+    };
     std::istringstream lines(table);
     std::string line;
     while (std::getline(lines, line)) {
@@ -57,23 +67,46 @@ bool tableHasPort(const std::string& table, bool udp, std::uint16_t port) {
         std::string local;
         std::string peer;
         std::string state;
-        if (!(fields >> slot >> local >> peer >> state) || state != wanted) continue;
-        unsigned value = 0;
-        const char* const digits = local.c_str() + local.rfind(':') + 1;
-        if (std::from_chars(digits, local.c_str() + local.size(), value, 16).ec == std::errc() && value == port) {
-            return true;
-        }
+        std::string queues;
+        if (!(fields >> slot >> local >> peer >> state) || hexadecimalAfterColon(local) != port) continue;
+        fields >> queues;
+        row(state, hexadecimalAfterColon(queues).value_or(0));
     }
-    return false;
+}
+
+std::string socketTable(Transport transport, const char* family) {
+    std::ifstream file(std::string("/proc/net/") + (transport == Transport::kUdp ? "udp" : "tcp") + family);
+    std::stringstream table;
+    table << file.rdbuf();
+    return table.str();
+}
+
+}  // namespace
+
+bool tableHasPort(const std::string& table, bool udp, std::uint16_t port) {
+    const std::string wanted = udp ? "07" : "0A";  // UDP without a peer; TCP in LISTEN
+    bool found = false;
+    forEachOfPort(table, port, [&](const std::string& state, unsigned long) { found |= state == wanted; });
+    return found;
+}
+
+unsigned long waitingInTable(const std::string& table, std::uint16_t port) {
+    unsigned long sum = 0;
+    forEachOfPort(table, port, [&](const std::string&, unsigned long waiting) { sum += waiting; });
+    return sum;
+}
+
+unsigned long waitingInKernel(const Listener& listener) {
+    unsigned long sum = 0;
+    for (const char* const family : {"", "6"})
+        sum += waitingInTable(socketTable(listener.transport, family), listener.port);
+    return sum;
 }
 
 bool isBound(const Listener& listener) {
     const bool udp = listener.transport == Transport::kUdp;
     for (const char* const family : {"", "6"}) {
-        std::ifstream file(std::string("/proc/net/") + (udp ? "udp" : "tcp") + family);
-        std::stringstream table;
-        table << file.rdbuf();
-        if (tableHasPort(table.str(), udp, listener.port)) return true;
+        if (tableHasPort(socketTable(listener.transport, family), udp, listener.port)) return true;
     }
     return false;
 }

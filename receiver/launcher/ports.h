@@ -26,6 +26,13 @@ bool isBound(const Listener& listener);
 /// connections or datagrams.
 bool tableHasPort(const std::string& table, bool udp, std::uint16_t port);
 
+/// What waits in the kernel for somebody to read it: bytes that have come, and connections not yet accepted.
+/// 0 when nothing does.
+unsigned long waitingInKernel(const Listener& listener);
+
+/// Likewise, of a table as above.
+unsigned long waitingInTable(const std::string& table, std::uint16_t port);
+
 /// The largest receive buffer a program may ask for (net.core.rmem_max); 0 when it is not known.
 long long largestReceiveBuffer();
 

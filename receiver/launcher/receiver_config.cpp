@@ -68,6 +68,12 @@ std::string renderSource(const ReceiverConfig& config, const Listener& listener)
     return text + ");\n};\n";
 }
 
+// Something that never says anything: a destination exists as long as a path leads to it.
+std::string renderSilentSource(const ReceiverConfig& config, const Listener& listener) {
+    return std::string("source s_") + transportName(listener.transport) + " { unix-dgram('" + config.queueFolder +
+           "/silent'); };\n";
+}
+
 std::string renderQueue(const ReceiverConfig& config, const Listener& listener) {
     const long long window = static_cast<long long>(kMaxConnections) * kConnectionWindow;
     if (listener.transport != Transport::kUdp) return "        log-fifo-size(" + number(window) + ")\n";
@@ -96,6 +102,25 @@ std::string renderPath(const Listener& listener) {
            "    destination(d_" + transport + ");\n" + (udp ? "" : "    flags(flow-control);\n") + "};\n";
 }
 
+using SourceRenderer = std::string (*)(const ReceiverConfig&, const Listener&);
+
+std::string render(const ReceiverConfig& config, SourceRenderer source) {
+    std::string text =
+        "@version: 3.38\n"
+        "# Written by ombrel-receiver from the settings; a change here is lost.\n"
+        "options {\n"
+        "    use-dns(no); dns-cache(no); chain-hostnames(no); stats-freq(0); mark-freq(0);\n"
+        "    use-uniqid(yes); log-msg-size(" +
+        number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
+    text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";
+    for (const Listener& listener : config.listeners) {
+        text += source(config, listener);
+        text += renderDestination(config, listener);
+        text += renderPath(listener);
+    }
+    return text;
+}
+
 }  // namespace
 
 bool isConfigurablePath(const std::string& path) noexcept {
@@ -109,20 +134,18 @@ bool isConfigurablePath(const std::string& path) noexcept {
 }
 
 std::string renderReceiverConfig(const ReceiverConfig& config) {
-    std::string text =
-        "@version: 3.38\n"
-        "# Written by ombrel-receiver from the settings; a change here is lost.\n"
-        "options {\n"
-        "    use-dns(no); dns-cache(no); chain-hostnames(no); stats-freq(0); mark-freq(0);\n"
-        "    use-uniqid(yes); log-msg-size(" +
-        number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
-    text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";
-    for (const Listener& listener : config.listeners) {
-        text += renderSource(config, listener);
-        text += renderDestination(config, listener);
-        text += renderPath(listener);
-    }
-    return text;
+    return render(config, renderSource);
+}
+
+std::string renderHandOverConfig(const ReceiverConfig& config) {
+    return render(config, [](const ReceiverConfig& own, const Listener& listener) {
+        return listener.transport == Transport::kUdp ? renderSource(own, listener)
+                                                     : renderSilentSource(own, listener);
+    });
+}
+
+std::string destinationName(const Listener& listener) {
+    return std::string("d_") + transportName(listener.transport);
 }
 
 }  // namespace ombrel

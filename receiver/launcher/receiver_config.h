@@ -36,4 +36,11 @@ bool isConfigurablePath(const std::string& path) noexcept;
 /// The whole text. The paths must be configurable, the token hexadecimal.
 std::string renderReceiverConfig(const ReceiverConfig& config);
 
+/// For a receiver that is about to end: the same destinations, which keep their queues through a reload, but
+/// nothing is read from streams any more. Datagrams still are, since what is left of them goes into a file.
+std::string renderHandOverConfig(const ReceiverConfig& config);
+
+/// The destination of a listener's lines, as syslog-ng's statistics name it.
+std::string destinationName(const Listener& listener);
+
 }  // namespace ombrel

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// Starts a receiver: settings to configuration, configuration to a running syslog-ng.
+// A receiver: settings to configuration, configuration to a running syslog-ng.
 #pragma once
 
 #include <optional>
@@ -15,14 +15,16 @@ struct LauncherPlaces {
     std::string settingsFile;
     std::string runFolder;  ///< token; a folder for each receiver
     std::string syslogNg = "/usr/sbin/syslog-ng";
+    std::string logWriter{};  ///< started for the last lines when the log writer is away; empty: none
 };
 
 /// What the settings say of the receiver of RFC 3164 messages: UDP and TCP on its port, or TLS. Nothing when
 /// they make no sense; `error` then names key and value. The token and what the machine allows are not in it.
 std::optional<ReceiverConfig> bsdReceiverConfig(const std::string& settingsFile, std::string& error);
 
-/// Writes the configuration, checks it and becomes syslog-ng. Returns only on a failure: an exit code of
-/// sysexits.h, after a line on standard error.
+/// Writes the configuration, checks it and runs syslog-ng until SIGTERM or SIGINT, which hand over what it holds
+/// first, or until it ends by itself. SIGHUP reads the settings again. An exit code of sysexits.h, after a line on
+/// standard error when it is not 0.
 int launchReceiver(const LauncherPlaces& places, ReceiverConfig config);
 
 /// Prints the configuration without the token. Exit code.

@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "receiver/launcher/receiver_files.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "linux/common/fd.h"
+#include "receiver/launcher/child.h"
+#include "receiver/launcher/fail.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr std::chrono::seconds kSyntaxCheck{20};
+
+std::string nextOf(const ReceiverFiles& files) {
+    return files.configuration + ".new";
+}
+
+bool writeNext(const ReceiverFiles& files, const std::string& text) {
+    const std::string next = nextOf(files);
+    (void)::unlink(next.c_str());  // left by a start that was killed
+    const Fd file(::open(next.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    return file && ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+bool useNext(const ReceiverFiles& files) {
+    return ::rename(nextOf(files).c_str(), files.configuration.c_str()) == 0;
+}
+
+}  // namespace
+
+ReceiverFiles::ReceiverFiles(const std::string& runFolder, const std::string& name)
+    : folder(runFolder + "/" + name),
+      configuration(folder + "/syslog-ng.conf"),
+      control(folder + "/control"),
+      persist(folder + "/persist"),
+      pid(folder + "/pid") {
+}
+
+std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
+                                         const std::string& configuration) {
+    return {program,
+            "--foreground",
+            "--stderr",
+            "--no-caps",
+            "--cfgfile=" + configuration,
+            "--control=" + files.control,
+            "--persist-file=" + files.persist,
+            "--pidfile=" + files.pid};
+}
+
+bool writeConfiguration(const ReceiverFiles& files, const std::string& text) {
+    return writeNext(files, text) && useNext(files);
+}
+
+int writeCheckedConfiguration(const std::string& syslogNg, const ReceiverFiles& files, const std::string& text) {
+    if (!writeNext(files, text)) return failErrno(EX_CANTCREAT, "cannot write " + nextOf(files));
+    std::vector<std::string> words = syslogNgCommand(syslogNg, files, nextOf(files));
+    words.emplace_back("--syntax-only");
+    auto check = Child::start(std::move(words));
+    if (!check) return failErrno(EX_OSERR, "cannot run " + syslogNg);
+    if (!check->wait(std::chrono::steady_clock::now() + kSyntaxCheck)) {
+        return fail(EX_OSERR, syslogNg + " does not finish its check of " + nextOf(files));
+    }
+    if (check->exitCode() != 0) return fail(EX_CONFIG, syslogNg + " refuses " + nextOf(files));
+    return useNext(files) ? EX_OK : failErrno(EX_CANTCREAT, "cannot write " + files.configuration);
+}
+
+}  // namespace ombrel

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// The folder of one receiver's syslog-ng, and the configuration in it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ombrel {
+
+struct ReceiverFiles {
+    ReceiverFiles(const std::string& runFolder, const std::string& name);
+
+    std::string folder;
+    std::string configuration;
+    std::string control;
+    std::string persist;
+    std::string pid;
+};
+
+std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
+                                         const std::string& configuration);
+
+/// Replaces the configuration in one step, with errno on failure. Readable by its owner alone: it holds the token.
+bool writeConfiguration(const ReceiverFiles& files, const std::string& text);
+
+/// Likewise, once syslog-ng has found no error in it: 20 s at most. Otherwise the old one stays, and a line
+/// says why. Exit code.
+int writeCheckedConfiguration(const std::string& syslogNg, const ReceiverFiles& files, const std::string& text);
+
+}  // namespace ombrel

@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "receiver/launcher/receiver_process.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <string>
+#include <utility>
+
+#include "receiver/launcher/control_socket.h"
+#include "receiver/launcher/fail.h"
+#include "receiver/launcher/hand_over.h"
+#include "receiver/launcher/ports.h"
+
+namespace ombrel {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+// With those of a hand-over less than the ten seconds after which the supervisor kills a job.
+constexpr std::chrono::seconds kEnd{2};
+constexpr std::chrono::seconds kReload{5};
+
+bool hasTransport(const ReceiverConfig& config, const Listener& listener) {
+    return std::any_of(config.listeners.begin(), config.listeners.end(),
+                       [&](const Listener& one) { return one.transport == listener.transport; });
+}
+
+bool hasListener(const ReceiverConfig& config, const Listener& listener) {
+    return std::any_of(config.listeners.begin(), config.listeners.end(), [&](const Listener& one) {
+        return one.transport == listener.transport && one.port == listener.port;
+    });
+}
+
+// A destination that is not in the next configuration would take its queue with it.
+bool hasSameDestinations(const ReceiverConfig& one, const ReceiverConfig& other) {
+    return one.listeners.size() == other.listeners.size() &&
+           std::all_of(one.listeners.begin(), one.listeners.end(),
+                       [&](const Listener& listener) { return hasTransport(other, listener); });
+}
+
+}  // namespace
+
+void fitToMachine(ReceiverConfig& config) {
+    config.ipv6 = canUseIpv6();
+    config.receiveBuffer = largestReceiveBuffer();
+}
+
+ReceiverProcess::ReceiverProcess(const LauncherPlaces& places, const ReceiverFiles& files, ReceiverConfig config)
+    : places_(places), files_(files), config_(std::move(config)) {
+}
+
+int ReceiverProcess::run() {
+    if (const int code = takeSignals()) return code;
+    if (const int code = start()) return code;
+    return serve();
+}
+
+int ReceiverProcess::takeSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        sigaddset(&set, signal);
+    if (::sigprocmask(SIG_BLOCK, &set, nullptr) != 0) return failErrno(EX_OSERR, "cannot take signals");
+    signals_.reset(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+    return signals_ ? EX_OK : failErrno(EX_OSERR, "cannot take signals");
+}
+
+// Clear words before syslog-ng's own: it would only say that it could not start. Ports that it has are not
+// tried.
+int ReceiverProcess::checkResources(const ReceiverConfig& next) const {
+    for (const Listener& listener : next.listeners) {
+        const int error = syslogNg_ && hasListener(config_, listener) ? 0 : tryToBind(listener, next.ipv6);
+        if (error != 0) {
+            errno = error;
+            return failErrno(EX_UNAVAILABLE, "cannot use port " + std::to_string(listener.port) +
+                                                 (listener.transport == Transport::kUdp ? "/udp" : "/tcp") +
+                                                 " (server_port)");
+        }
+        if (listener.transport != Transport::kTls) continue;
+        for (const auto& [key, path] :
+             {std::pair("server_ca_key", &next.keyFile), std::pair("server_ca_file", &next.certificateFile)}) {
+            if (::access(path->c_str(), R_OK) != 0) {
+                return failErrno(EX_CONFIG, std::string("cannot read ") + key + "=\"" + *path + "\"");
+            }
+        }
+    }
+    return EX_OK;
+}
+
+int ReceiverProcess::start() {
+    if (const int code = checkResources(config_)) return code;
+    if (const int code = writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(config_))) {
+        return code;
+    }
+    auto child = Child::start(syslogNgCommand(places_.syslogNg, files_, files_.configuration));
+    if (!child) return failErrno(EX_OSERR, "cannot run " + places_.syslogNg);
+    syslogNg_.emplace(std::move(*child));
+    return EX_OK;
+}
+
+int ReceiverProcess::serve() {
+    for (;;) {
+        pollfd both[] = {{signals_.get(), POLLIN, 0}, {syslogNg_->handle(), POLLIN, 0}};
+        if (::poll(both, 2, -1) < 0 && errno != EINTR) return failErrno(EX_OSERR, "cannot wait for syslog-ng");
+        if (both[1].revents != 0 && syslogNg_->wait(Clock::now())) {
+            return fail(EX_TEMPFAIL, "syslog-ng ended by itself, " + syslogNg_->howItEnded());
+        }
+        const int signal = both[0].revents != 0 ? readSignal() : 0;
+        if (signal == SIGTERM || signal == SIGINT) {
+            stop();
+            return EX_OK;
+        }
+        if (signal == SIGHUP) {
+            if (const int code = followSettings()) return code;
+        }
+    }
+}
+
+int ReceiverProcess::readSignal() const {
+    signalfd_siginfo signal{};
+    return ::read(signals_.get(), &signal, sizeof signal) == sizeof signal ? static_cast<int>(signal.ssi_signo)
+                                                                           : 0;
+}
+
+void ReceiverProcess::stop() {
+    HandOver handOver(files_, config_, *syslogNg_, places_.logWriter);
+    handOver.run();
+    if (!syslogNg_->end(Clock::now() + kEnd)) {
+        logLine("ombrel-receiver: syslog-ng did not end in time and was killed; datagrams it held may be lost");
+    }
+    syslogNg_.reset();
+}
+
+// 0, also when the settings cannot be used; otherwise the receiver ends with this exit code.
+int ReceiverProcess::followSettings() {
+    std::string error;
+    auto next = bsdReceiverConfig(places_.settingsFile, error);
+    if (!next) {
+        logLine("ombrel-receiver: goes on as before: " + error);
+        return EX_OK;
+    }
+    fitToMachine(*next);
+    next->writerPort = config_.writerPort;
+    next->token = config_.token;
+    next->queueFolder = config_.queueFolder;
+    if (checkResources(*next) != EX_OK) {
+        logLine("ombrel-receiver: goes on as before");
+        return EX_OK;
+    }
+    if (hasSameDestinations(config_, *next)) return useInPlace(*next);
+    stop();
+    config_ = std::move(*next);
+    return start();
+}
+
+int ReceiverProcess::useInPlace(const ReceiverConfig& next) {
+    if (writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(next)) != EX_OK) {
+        logLine("ombrel-receiver: goes on as before");
+        return EX_OK;
+    }
+    const auto answer = askControlSocket(files_.control, "RELOAD", Clock::now() + kReload);
+    if (answer && !answer->starts_with("OK")) {
+        // It has gone back to the old one by itself; the file is to say the same.
+        (void)writeConfiguration(files_, renderReceiverConfig(config_));
+        logLine("ombrel-receiver: syslog-ng cannot use the new settings and goes on as before");
+        return EX_OK;
+    }
+    if (!answer) logLine("ombrel-receiver: syslog-ng has not answered yet; it reloads once its batch is stored");
+    config_ = next;
+    return EX_OK;
+}
+
+}  // namespace ombrel

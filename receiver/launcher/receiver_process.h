@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// A receiver at work: the parent of its syslog-ng, and the one that gets the signals.
+#pragma once
+
+#include <optional>
+
+#include "linux/common/fd.h"
+#include "receiver/launcher/child.h"
+#include "receiver/launcher/receiver_config.h"
+#include "receiver/launcher/receiver_files.h"
+#include "receiver/launcher/receiver_launcher.h"
+
+namespace ombrel {
+
+/// What this machine allows: addresses, and the size of a receive buffer.
+void fitToMachine(ReceiverConfig& config);
+
+class ReceiverProcess {
+public:
+    ReceiverProcess(const LauncherPlaces& places, const ReceiverFiles& files, ReceiverConfig config);
+
+    /// Takes SIGTERM, SIGINT and SIGHUP from here on. Exit code.
+    int run();
+
+private:
+    int takeSignals();
+    int start();
+    int serve();
+    int readSignal() const;
+    void stop();
+    int followSettings();
+    int useInPlace(const ReceiverConfig& next);
+    [[nodiscard]] int checkResources(const ReceiverConfig& next) const;
+
+    const LauncherPlaces& places_;
+    const ReceiverFiles& files_;
+    ReceiverConfig config_;
+    Fd signals_;
+    std::optional<Child> syslogNg_;
+};
+
+}  // namespace ombrel

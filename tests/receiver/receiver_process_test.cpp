@@ -1,0 +1,179 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// The receiver and programs it runs; syslog-ng is a script here, real ones are in the system tests.
+#include "receiver/launcher/receiver_process.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "receiver/launcher/control_socket.h"
+#include "receiver/launcher/ports.h"
+#include "tests/receiver/temp_folder.h"
+
+namespace ombrel {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+using Clock = std::chrono::steady_clock;
+
+Deadline soon() {
+    return Clock::now() + std::chrono::seconds(20);
+}
+
+TEST(HeldLines, AreThoseWithoutAnAnswer) {
+    const std::string stats =
+        "SourceName;SourceId;SourceInstance;State;Type;Number\n"
+        "dst.http;d_tcp#0;http,http://127.0.0.1:5615/bsd-tcp;a;dropped;3\n"
+        "dst.http;d_tcp#0;http,http://127.0.0.1:5615/bsd-tcp;a;processed;10000\n"
+        "dst.http;d_tcp#0;http,http://127.0.0.1:5615/bsd-tcp;a;queued;0\n"
+        "dst.http;d_tcp#0;http,http://127.0.0.1:5615/bsd-tcp;a;written;5000\n"
+        "destination;d_tcp;;a;processed;10000\n"
+        "dst.http;d_udp#0;http,http://127.0.0.1:5615/bsd-udp;a;processed;7\n"
+        "dst.http;d_udp#0;http,http://127.0.0.1:5615/bsd-udp;a;written;20\n.\n";
+    EXPECT_EQ(heldLines(stats, "d_tcp"), 4997);
+    EXPECT_EQ(heldLines(stats, "d_udp"), 0) << "those from a queue file were counted in an earlier life";
+    EXPECT_EQ(heldLines(stats, "d_t"), 0);
+    EXPECT_EQ(heldLines(stats, "d_tls"), 0);
+    for (const char* const broken : {"", "dst.http", "dst.http;d_tcp#0", "dst.http;d_tcp#0;x;a;processed;",
+                                     "dst.http;d_tcp#0;x;a;processed;many\n"})
+        EXPECT_EQ(heldLines(broken, "d_tcp"), 0) << broken;
+}
+
+TEST(WaitingInTable, SumsWhatHasComeForThePort) {
+    const std::string table =
+        "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when\n"
+        "   0: 00000000:0202 00000000:0000 0A 00000000:00000002 00:00000000\n"
+        "   1: 0100007F:0202 0100007F:C001 01 000000FF:00001000 00:00000000\n"
+        "   2: 0100007F:C001 0100007F:0202 01 00001000:00000500 00:00000000\n";
+    EXPECT_EQ(waitingInTable(table, 514), 0x1002U);
+    EXPECT_EQ(waitingInTable(table, 515), 0U);
+    EXPECT_EQ(waitingInTable("junk\n0: 00000000:0202 x 01\n", 514), 0U);
+}
+
+TEST(RenderHandOverConfig, KeepsDestinationsAndReadsNoStream) {
+    ReceiverConfig config;
+    config.name = "bsd";
+    config.listeners = {{Transport::kUdp, 514}, {Transport::kTcp, 514}};
+    config.writerPort = 5615;
+    config.queueFolder = "/run/bsd";
+    const auto afterDestination = [](const std::string& text) {
+        return text.substr(text.find("destination d_tcp"));
+    };
+    const std::string text = renderHandOverConfig(config);
+    EXPECT_EQ(afterDestination(text), afterDestination(renderReceiverConfig(config)));
+    EXPECT_THAT(text, HasSubstr("transport(\"udp\")"));
+    EXPECT_THAT(text, Not(HasSubstr("transport(\"tcp\")")));
+    EXPECT_THAT(text, HasSubstr("source s_tcp { unix-dgram('/run/bsd/silent'); };"));
+}
+
+TEST(ChildProgram, TellsHowItEnded) {
+    auto child = Child::start({"/bin/sh", "-c", "exit 3"});
+    ASSERT_TRUE(child);
+    ASSERT_TRUE(child->wait(soon()));
+    EXPECT_EQ(child->exitCode(), 3);
+    EXPECT_EQ(child->howItEnded(), "exit code 3");
+    auto killed = Child::start({"/bin/sh", "-c", "kill -KILL $$"});
+    ASSERT_TRUE(killed);
+    ASSERT_TRUE(killed->wait(soon()));
+    EXPECT_THAT(killed->howItEnded(), HasSubstr("signal 9"));
+}
+
+TEST(ChildProgram, ThatCannotBeRunIsToldAtOnce) {
+    EXPECT_FALSE(Child::start({"/nonexistent/program"}));
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST(ChildProgram, EndsWhenAskedAndIsKilledWhenItDoesNot) {
+    auto obeys = Child::start({"/bin/sh", "-c", "exec sleep 600"});
+    ASSERT_TRUE(obeys);
+    EXPECT_FALSE(obeys->wait(Clock::now()));
+    EXPECT_TRUE(obeys->end(soon()));
+    EXPECT_EQ(obeys->exitCode(), 128 + SIGTERM);
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const Fd ready(ends[0]);
+    auto refuses = Child::start(
+        {"/bin/sh", "-c", "trap '' TERM; echo >&" + std::to_string(ends[1]) + "; exec sleep 600"}, ends[1]);
+    ::close(ends[1]);
+    ASSERT_TRUE(refuses);
+    char byte = 0;
+    ASSERT_EQ(::read(ready.get(), &byte, 1), 1);
+    EXPECT_FALSE(refuses->end(Clock::now() + std::chrono::milliseconds(50)));
+    EXPECT_EQ(refuses->exitCode(), 128 + SIGKILL);
+}
+
+TEST(ChildProgram, DoesNotOutliveItsParent) {
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const Fd ended(ends[0]);
+    const pid_t parent = ::fork();
+    ASSERT_GE(parent, 0);
+    if (parent == 0) {
+        const auto child = Child::start({"/bin/sh", "-c", "exec sleep 600"}, ends[1]);
+        ::kill(::getpid(), SIGKILL);  // no destructor runs
+    }
+    ::close(ends[1]);
+    char byte = 0;
+    EXPECT_EQ(::read(ended.get(), &byte, 1), 0) << "the last holder of the other end is gone";
+    EXPECT_EQ(::waitpid(parent, nullptr, 0), parent);
+}
+
+class RunReceiver : public testing::Test {
+protected:
+    int run(const std::string& script) {
+        writeText(folder / "syslog-ng", "#!/bin/sh\n" + script);
+        if (::chmod((folder / "syslog-ng").c_str(), 0700) != 0) return -1;
+        return runProgram(folder / "syslog-ng");
+    }
+    // Exit code of a receiver in a process of its own, since it takes signals.
+    int runProgram(const std::string& syslogNg) {
+        const LauncherPlaces places{
+            .settingsFile = folder / "server.conf", .runFolder = folder.path(), .syslogNg = syslogNg};
+        ReceiverConfig config;
+        config.name = "bsd";
+        config.listeners = {{Transport::kTcp, 0}};
+        config.queueFolder = folder / "bsd";
+        ::mkdir(config.queueFolder.c_str(), 0700);
+        const ReceiverFiles files(places.runFolder, config.name);
+        const pid_t pid = ::fork();
+        if (pid == 0) ::_exit(ReceiverProcess(places, files, config).run());
+        int status = -1;
+        ::waitpid(pid, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+    TempFolder folder;
+    const std::string check = "for word; do [ \"$word\" != --syntax-only ] || exit 0; done\n";
+};
+
+TEST_F(RunReceiver, SaysThatTheConfigurationIsRefused) {
+    EXPECT_EQ(run("exit 1\n"), EX_CONFIG);
+}
+
+TEST_F(RunReceiver, WantsToBeStartedAgainWhenSyslogNgEndsByItself) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run(check + "exit 3\n"), EX_TEMPFAIL);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("syslog-ng ended by itself, exit code 3"));
+}
+
+TEST_F(RunReceiver, EndsSyslogNgThatDoesNotAnswerYet) {
+    EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+}
+
+TEST_F(RunReceiver, CannotRunWhatIsNotThere) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(runProgram(folder / "missing"), EX_OSERR);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("missing: No such file or directory"));
+}
+
+}  // namespace
+}  // namespace ombrel
