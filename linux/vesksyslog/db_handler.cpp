@@ -14,12 +14,11 @@
 using ombrel::fail;
 using ombrel::fromSqlite;
 
+// Data alone: a function of this record would be exported with its class.
 struct DBHandler::Impl {
     std::string path;
     ombrel::Connection connection;
     ombrel::LogLayout layout = ombrel::LogLayout::kNone;
-
-    int executeOne(const std::string& sql);
 };
 
 namespace {
@@ -50,13 +49,6 @@ std::string infoDay(const DBHandler::Impl& impl, const char* sql) {
 }
 
 }  // namespace
-
-int DBHandler::Impl::executeOne(const std::string& sql) {
-    ombrel::Statement statement;
-    int code = statement.prepare(connection, sql);
-    if (code == 0) code = statement.run();
-    return code == 0 ? 0 : fail(fromSqlite(code));
-}
 
 // The schema is what the log writer makes new databases from; this handle makes none.
 DBHandler::DBHandler(std::string dbPath, std::string /*schemaPath*/) : impl(new Impl) {
@@ -120,7 +112,10 @@ int DBHandler::DBTranEnd() {
 }
 
 int DBHandler::DBExecute(std::string sql) {
-    return impl->executeOne(sql);
+    Statement statement;
+    int code = statement.prepare(impl->connection, sql);
+    if (code == 0) code = statement.run();
+    return code == 0 ? 0 : fail(fromSqlite(code));
 }
 
 int SyslogDBVersionGet(const std::string& dbPath) {
