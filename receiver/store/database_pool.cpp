@@ -6,6 +6,9 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <atomic>
+#include <new>
+#include <thread>
 #include <utility>
 
 #include "receiver/store/host_folder.h"
@@ -15,6 +18,8 @@ namespace ombrel {
 namespace {
 
 constexpr size_t kMaxKnownHosts = 20'000;
+// Commits of several files that wait for the disk at once are often served by one write of its journal.
+constexpr size_t kThreads = 8;
 
 struct DirClose {
     void operator()(DIR* dir) const noexcept { (void)::closedir(dir); }  // it was only read
@@ -39,6 +44,15 @@ size_t countFolders(const std::string& path) {
         if (name != "." && name != ".." && isFolder(path + "/" + entry->d_name)) ++count;
     }
     return count;
+}
+
+void add(const StoreOutcome& one, StoreOutcome& sum) {
+    sum.rows += one.rows;
+    sum.repeated += one.repeated;
+    if (!one.notice.empty()) sum.notice += (sum.notice.empty() ? "" : "; ") + one.notice;
+    if (one.stored) return;
+    sum.stored = false;
+    if (sum.error.empty()) sum.error = one.error.empty() ? "out of memory" : one.error;
 }
 
 }  // namespace
@@ -89,23 +103,52 @@ WorkingDatabase& DatabasePool::open(const std::string& path) {
     return open_.front();
 }
 
-StoreOutcome DatabasePool::store(const std::vector<RowBatch>& batches, LocalClock& clock) {
-    clock.refresh();
-    if (!byDevice_) return open(sharedDatabasePath(archiveFolder_)).store(batches, clock);
+// One database's share of the batches.
+struct DatabasePool::Part {
+    WorkingDatabase* database = nullptr;
+    const std::vector<RowBatch>* batches = nullptr;
+    StoreOutcome outcome;
+};
+
+void DatabasePool::storeParts(std::vector<Part>& parts) {
+    std::atomic<size_t> next = 0;
+    const auto work = [&parts, &next] {
+        LocalClock own;
+        for (size_t i = next++; i < parts.size(); i = next++) {
+            Part& part = parts[i];
+            try {
+                part.outcome = part.database->store(*part.batches, own);
+            } catch (const std::bad_alloc&) {
+                part.outcome = StoreOutcome();  // its error is added by whoever finds nothing stored
+            }
+        }
+    };
+    std::vector<std::jthread> helpers;
+    while (helpers.size() + 1 < std::min(parts.size(), kThreads))
+        helpers.emplace_back(work);
+    work();
+}
+
+StoreOutcome DatabasePool::storeByHost(const std::vector<RowBatch>& batches) {
+    const Split all = split(batches);
     StoreOutcome sum;
     sum.stored = true;
-    for (const auto& [path, part] : split(batches)) {
-        const StoreOutcome one = open(path).store(part, clock);
-        sum.rows += one.rows;
-        sum.repeated += one.repeated;
-        if (!one.notice.empty()) sum.notice += (sum.notice.empty() ? "" : "; ") + one.notice;
-        if (!one.stored) {
-            sum.stored = false;
-            sum.error = one.error;
-            break;
-        }
+    // No more at a time than may be open: none is closed while it is in use.
+    for (auto rest = all.begin(); rest != all.end() && sum.stored;) {
+        std::vector<Part> parts;
+        for (; rest != all.end() && parts.size() < limits_.openDatabases; ++rest)
+            parts.push_back({&open(rest->first), &rest->second, {}});
+        storeParts(parts);
+        for (const Part& part : parts)
+            add(part.outcome, sum);
     }
     return sum;
+}
+
+StoreOutcome DatabasePool::store(const std::vector<RowBatch>& batches, LocalClock& clock) {
+    clock.refresh();
+    if (byDevice_) return storeByHost(batches);
+    return open(sharedDatabasePath(archiveFolder_)).store(batches, clock);
 }
 
 }  // namespace ombrel

@@ -2,7 +2,8 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // The working databases of one archive folder: a shared one, or one for each sending host. Both the open
-// ones and all of them are bounded, since strangers choose the host names. One thread.
+// ones and all of them are bounded, since strangers choose the host names. To be used by one thread; storing
+// for many hosts it lets some others help, since each transaction mostly waits for the disk.
 #pragma once
 
 #include <list>
@@ -19,7 +20,7 @@ namespace ombrel {
 class DatabasePool {
 public:
     struct Limits {
-        size_t openDatabases = 64;
+        size_t openDatabases = 256;  ///< three descriptors each
         size_t hostFolders = 10'000;
     };
 
@@ -39,6 +40,9 @@ private:
     std::string chooseFolder(std::string_view host);
     Split split(const std::vector<RowBatch>& batches);
     WorkingDatabase& open(const std::string& path);
+    struct Part;
+    StoreOutcome storeByHost(const std::vector<RowBatch>& batches);
+    static void storeParts(std::vector<Part>& parts);
 
     std::string archiveFolder_;
     bool byDevice_;

@@ -81,6 +81,8 @@ WorkingDatabase::Step WorkingDatabase::openFile(StoreOutcome& outcome) {
         return Step::kFailed;
     }
     if (const int code = prepareForWriting(connection_)) return failed(code, "cannot open", outcome);
+    // Rows are only added, so few pages are looked at again; hundreds of databases may be open.
+    (void)connection_.execute("PRAGMA cache_size=-512");  // in KiB; a larger one would do as well
     if (const int code = createLogDatabase(connection_, schema_)) return failed(code, "cannot begin", outcome);
     return checkLayout(outcome);
 }

@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // One live log database. It can be moved away at any moment: each transaction finds that out and goes on in a
-// fresh file of the same name. One thread.
+// fresh file of the same name. One thread at a time.
 //
 // Order of locks: the turnstile of the folder, then SQLite's lock; nothing is held between two calls.
 #pragma once

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -28,6 +29,7 @@ using std::chrono::seconds;
 // What could not be stored is not answered at once: the receiver would send it again right away.
 constexpr seconds kRefusalPause{1};
 constexpr seconds kEndAnswers{2};
+constexpr rlim_t kDescriptors = 2048;
 constexpr size_t kMaxSchema = 1U << 20;
 
 std::string withErrno(const std::string& text) {
@@ -65,6 +67,14 @@ LogWriter::LogWriter(LogWriterOptions options)
 }
 
 LogWriter::~LogWriter() = default;
+
+// Three descriptors for each open database are more than some systems allow without being asked.
+void LogWriter::allowManyFiles() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= kDescriptors) return;
+    limit.rlim_cur = std::min<rlim_t>(limit.rlim_max, kDescriptors);
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) logLine(withErrno("cannot open as many files as needed"));
+}
 
 bool LogWriter::watchSignals() {
     sigset_t set;
@@ -115,6 +125,7 @@ int LogWriter::start() {
         logLine(withErrno("cannot wait for signals"));
         return EX_OSERR;
     }
+    allowManyFiles();
     useSettings(*settings);
     if (!endpoint_.start(options_.port, *token)) {
         logLine(withErrno("cannot listen on 127.0.0.1:" + std::to_string(options_.port)));

@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // The log writer: takes batches from the receivers, commits them to the working databases and answers them,
-// in this order. One thread, one poll loop.
+// in this order. One poll loop.
 #pragma once
 
 #include <chrono>
@@ -60,6 +60,7 @@ private:
         BodyId id = 0;
     };
 
+    static void allowManyFiles();
     bool watchSignals();
     void useSettings(const WriterSettings& settings);
     void reloadSettings();

@@ -98,6 +98,34 @@ TEST_F(DatabasePoolTest, ServesMoreHostsThanItKeepsOpen) {
         EXPECT_THAT(messages(hostPath(host)), ElementsAre(host, host));
 }
 
+TEST_F(DatabasePoolTest, StoresForManyHostsAtOnce) {
+    DatabasePool pool(folder.path(), true, schemaText());
+    std::vector<std::string> hosts;
+    for (int i = 0; i < 600; ++i)
+        hosts.push_back("h" + std::to_string(i % 60));
+    const StoreOutcome outcome = pool.store(batchOf(hosts), clock);
+    ASSERT_TRUE(outcome.stored) << outcome.error;
+    EXPECT_EQ(outcome.rows, 600U);
+    for (int i = 0; i < 60; ++i)
+        EXPECT_EQ(rowCount(hostPath("h" + std::to_string(i))), "10");
+}
+
+TEST_F(DatabasePoolTest, StoresOnceWhatComesAgainSinceOneOfManyFailed) {
+    std::vector<std::string> hosts;
+    for (int i = 0; i < 30; ++i)
+        hosts.push_back("h" + std::to_string(i));
+    std::filesystem::create_directories(hostPath("h7"));
+    const auto batches = batchOf(hosts);
+    DatabasePool pool(folder.path(), true, schemaText());
+    const StoreOutcome outcome = pool.store(batches, clock);
+    EXPECT_FALSE(outcome.stored);
+    EXPECT_THAT(outcome.error, HasSubstr(hostPath("h7")));
+    std::filesystem::remove(hostPath("h7"));
+    EXPECT_TRUE(pool.store(batches, clock).stored);
+    for (const std::string& host : hosts)
+        EXPECT_THAT(messages(hostPath(host)), ElementsAre(host));
+}
+
 TEST_F(DatabasePoolTest, TellsWhichDatabaseCannotBeWritten) {
     DatabasePool pool(folder / "no/such/folder", false, schemaText());
     const std::vector<std::string> hosts = {"a"};
