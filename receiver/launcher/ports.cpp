@@ -55,7 +55,7 @@ template <typename Row>
 void forEachOfPort(const std::string& table, std::uint16_t port, const Row& row) {
     const auto hexadecimalAfterColon = [](const std::string& text) {
         unsigned long value = 0;
-        const char* const digits = text.c_str() + text.rfind(':') + 1;
+        const char* const digits = text.c_str() + (text.rfind(':') + 1);  // from the start without one
         const bool read = std::from_chars(digits, text.c_str() + text.size(), value, 16).ec == std::errc();
         return read ? std::optional(value) : std::nullopt;
     };
