@@ -98,7 +98,8 @@ WorkingDatabase& DatabasePool::open(const std::string& path) {
         open_.splice(open_.begin(), open_, found);
     } else {
         if (open_.size() >= limits_.openDatabases) open_.pop_back();
-        open_.emplace_front(path, schema_);
+        open_.emplace_front(path, schema_,
+                            byDevice_ ? WorkingDatabase::kSmallCacheKib : WorkingDatabase::kLargeCacheKib);
     }
     return open_.front();
 }

@@ -54,8 +54,8 @@ struct WorkingDatabase::Totals {
     std::string lastDay;
 };
 
-WorkingDatabase::WorkingDatabase(std::string path, const std::string& schema)
-    : path_(std::move(path)), schema_(schema) {
+WorkingDatabase::WorkingDatabase(std::string path, const std::string& schema, int cacheKib)
+    : path_(std::move(path)), schema_(schema), cacheKib_(cacheKib) {
 }
 
 void WorkingDatabase::close() {
@@ -81,8 +81,8 @@ WorkingDatabase::Step WorkingDatabase::openFile(StoreOutcome& outcome) {
         return Step::kFailed;
     }
     if (const int code = prepareForWriting(connection_)) return failed(code, "cannot open", outcome);
-    // Rows are only added, so few pages are looked at again; hundreds of databases may be open.
-    (void)connection_.execute("PRAGMA cache_size=-512");  // in KiB; a larger one would do as well
+    // Another size would do as well, only slower or larger.
+    (void)connection_.execute(("PRAGMA cache_size=-" + std::to_string(cacheKib_)).c_str());
     if (const int code = createLogDatabase(connection_, schema_)) return failed(code, "cannot begin", outcome);
     return checkLayout(outcome);
 }

@@ -32,8 +32,9 @@ struct StoreOutcome {
 
 class WorkingDatabase {
 public:
-    /// Opens nothing yet. `schema` is the text of loginfo2.sql and must outlive this object.
-    WorkingDatabase(std::string path, const std::string& schema);
+    /// Opens nothing yet. `schema` is the text of loginfo2.sql and must outlive this object. A transaction whose
+    /// pages do not fit into the cache costs a sync of its own.
+    WorkingDatabase(std::string path, const std::string& schema, int cacheKib = kLargeCacheKib);
 
     /// Stores the batches in one transaction, synced to the disk when it returns. Rows whose receipt ids are
     /// known are left out. Waits for other users of the file at most `kPatience` each time it meets one.
@@ -43,6 +44,8 @@ public:
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
     static constexpr std::chrono::milliseconds kPatience{2000};
+    static constexpr int kLargeCacheKib = 24 << 10;  ///< for a full batch, whatever its lines
+    static constexpr int kSmallCacheKib = 512;       ///< where hundreds are open, each with a share of a batch
 
 private:
     enum class Step { kDone, kMoved, kUnusable, kFailed };
@@ -73,6 +76,7 @@ private:
 
     std::string path_;
     const std::string& schema_;
+    int cacheKib_;
     Turnstile turnstile_;
     Connection connection_;
     std::optional<Statements> statements_;  // behind the connection that they belong to
