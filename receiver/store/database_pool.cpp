@@ -124,9 +124,9 @@ void DatabasePool::storeParts(std::vector<Part>& parts) {
             }
         }
     };
-    std::vector<std::jthread> helpers;
-    while (helpers.size() + 1 < std::min(parts.size(), kThreads))
-        helpers.emplace_back(work);
+    std::vector<std::jthread> threads;
+    while (threads.size() + 1 < std::min(parts.size(), kThreads))
+        threads.emplace_back(work);
     work();
 }
 
