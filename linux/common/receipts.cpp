@@ -17,6 +17,7 @@
 
 #include "linux/common/fd.h"
 #include "linux/common/turnstile.h"
+#include "linux/common/write_all.h"
 
 namespace ombrel {
 
@@ -91,18 +92,6 @@ bool readAll(int fd, std::string& text) {
             return false;
         }
     }
-}
-
-bool writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t put = ::write(fd, text.data(), text.size());
-        if (put >= 0) {
-            text.remove_prefix(static_cast<size_t>(put));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
 }
 
 bool syncFolderOf(const std::string& path) {

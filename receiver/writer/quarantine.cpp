@@ -11,24 +11,9 @@
 #include <utility>
 
 #include "linux/common/fd.h"
+#include "linux/common/write_all.h"
 
 namespace ombrel {
-
-namespace {
-
-bool writeAll(int fd, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t put = ::write(fd, text.data(), text.size());
-        if (put >= 0) {
-            text.remove_prefix(static_cast<size_t>(put));
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
-}  // namespace
 
 Quarantine::Quarantine(std::string folder, long long mostBytes)
     : path_(std::move(folder) + "/unreadable-batches"), mostBytes_(mostBytes) {
