@@ -37,6 +37,8 @@ struct Reader {
         const int code = ombrel::addConditionFunctions(connection);
         return code == 0 ? 0 : fromSqlite(code);
     }
+    // Each page of the file is read once: memory that stays in the processor's cache is faster than more of it.
+    void readOnceThrough() { (void)connection.execute("PRAGMA cache_size=-128"); }
 };
 
 struct Order {
@@ -130,6 +132,7 @@ int selectPage(const Page& page, ombrel::RowCallback callback, void* context) {
     parameters.emplace_back(page.rows);
     parameters.emplace_back(page.offset - (start ? start->offset : 0));
 
+    if (!page.order.byTime) reader.readOnceThrough();
     Statement statement;
     if (const int code = statement.prepare(reader.connection, sql)) return fail(fromSqlite(code));
     if (const int code = ombrel::bindAll(statement, parameters)) return fail(fromSqlite(code));

@@ -26,8 +26,8 @@ constexpr const char* kVersion1Columns =
 
 /// A record is filled again and again, so that its strings keep their memory.
 struct RowBlock {
-    static constexpr size_t kRows = 256;
-    static constexpr size_t kBytes = 256UL * 1024;  ///< long messages end a block early
+    static constexpr size_t kRows = 64;
+    static constexpr size_t kBytes = 64UL * 1024;  ///< long messages end a block early
 
     std::array<_SYSLOG_LOG_DATA_tag, kRows> rows;
     DayText day;

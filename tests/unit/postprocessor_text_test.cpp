@@ -62,6 +62,33 @@ TEST_F(TextExport, IsReadableByItsOwnerAlone) {
     EXPECT_EQ(status.st_mode & 07777, 0600U);
 }
 
+TEST_F(TextExport, TakesNoMoreRoomOnTheDiskThanItsLength) {
+    platform.addDatabase(kDb, textDatabase(20'000));
+    EXPECT_EQ(run(), 0);
+    struct stat status {};
+    ASSERT_EQ(::stat(platform.real(kOut).c_str(), &status), 0);
+    ASSERT_GT(status.st_size, 0);
+    EXPECT_LE(status.st_blocks * 512, status.st_size + 64 * 1024);
+}
+
+TEST_F(TextExport, NamesSeveritiesThatFollowOneAnother) {
+    FakeDatabase database = textDatabase(4);
+    int severity = 1;
+    for (_SYSLOG_LOG_DATA_tag& row : database.rows) {
+        row.priority = static_cast<_SYSLOG_DB_PRIORITY_tag>(severity);
+        severity = severity == 1 ? 9 : severity == 9 ? -1 : 1;
+    }
+    platform.addDatabase(kDb, database);
+    EXPECT_EQ(run(), 0);
+    const std::string text = platform.read(kOut).value_or("");
+    std::vector<std::string> names;
+    for (size_t at = 0; (at = text.find("01:02:03\t", at)) != std::string::npos;) {
+        at += 9;
+        names.push_back(text.substr(at, text.find('\t', at) - at));
+    }
+    EXPECT_THAT(names, ElementsAre("alert", "9", "-1", "alert"));
+}
+
 TEST_F(TextExport, ReplacesAnOlderText) {
     platform.addDatabase(kDb, textDatabase(0));
     platform.addFile(kOut, "old");
@@ -155,6 +182,12 @@ INSTANTIATE_TEST_SUITE_P(
         ColumnCase{"FormatLettersInTheMessage", [](Row& r) { r.message = "100%s %n"; },
                    kResolved + "100%s %n\r\n"},
         ColumnCase{"BytesThatAreNoText", [](Row& r) { r.message = "\xff\x1b[2J"; }, kResolved + "\xff\x1b[2J\r\n"},
+        ColumnCase{"TextsThatGoOnBehindANul",
+                   [](Row& r) {
+                       r.time += std::string("\0x", 2);
+                       r.message += std::string("\0hidden", 7);
+                   },
+                   kResolved + "message 1\r\n"},
         ColumnCase{"LongMessage", [](Row& r) { r.message = std::string(300000, 'm'); },
                    kResolved + std::string(300000, 'm') + "\r\n"},
         ColumnCase{"DateAndTimeAsStored",
@@ -168,6 +201,9 @@ INSTANTIATE_TEST_SUITE_P(
         ColumnCase{"SeverityWithoutAName", [](Row& r) { r.priority = static_cast<_SYSLOG_DB_PRIORITY_tag>(9); },
                    "2024-03-03\t01:02:03\t9\ttable0-1\ttable3-3\ttable1-2" + kEnd},
         ColumnCase{"IdThatTheTableLacks", [](Row& r) { r.hostId = "99"; },
+                   "2024-03-03\t01:02:03\twarning\t\ttable3-3\ttable1-2" + kEnd},
+        ColumnCase{"IdWithLeadingZeros", [](Row& r) { r.hostId = "00000000000001"; }, kResolved + "message 1\r\n"},
+        ColumnCase{"IdOfManyDigits", [](Row& r) { r.hostId = "100001"; },
                    "2024-03-03\t01:02:03\twarning\t\ttable3-3\ttable1-2" + kEnd},
         ColumnCase{"IdInHexadecimalIsZero", [](Row& r) { r.hostId = "0x1"; },
                    "2024-03-03\t01:02:03\twarning\t\ttable3-3\ttable1-2" + kEnd},
