@@ -341,6 +341,22 @@ TEST_F(DatabaseMove, CountsBeyondOneDigit) {
     EXPECT_EQ(platform.read(std::string(kTo) + "_11"), "old");
 }
 
+TEST_F(DatabaseMove, PassesOverANumberOfWhichNobodyCanTell) {
+    platform.addFile(kTo, "old");
+    platform.existAnswers[std::string(kTo) + "_0"] = -1;
+    EXPECT_EQ(SyslogDBFileMove(kFrom, kTo), 0);
+    EXPECT_EQ(platform.read(std::string(kTo) + "_1"), "old");
+}
+
+TEST_F(DatabaseMove, GivesUpWhenNoNumberFitsBehindTheNameOfTheStandingFile) {
+    const std::string longest = "/volume1/archive/" + std::string(254, 'b');
+    platform.addFile(longest, "old");
+    EXPECT_EQ(SyslogDBFileMove(kFrom, longest), -1);
+    EXPECT_EQ(platform.read(kFrom), "rows");
+    EXPECT_EQ(platform.read(longest), "old");
+    EXPECT_EQ(platform.calls.count("VESKFileCopy"), 0);
+}
+
 TEST_F(DatabaseMove, StopsWhenTheStandingFileCannotBePutAside) {
     platform.addFile(kTo, "old");
     platform.failCall("VESKFileCopy", 1);
