@@ -12,12 +12,6 @@
 
 namespace ombrel {
 
-std::string folderOf(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
 bool Turnstile::open(const std::string& databasePath) noexcept try {
     folder_.reset(::open(folderOf(databasePath).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     return isOpen();

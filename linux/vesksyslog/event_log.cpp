@@ -16,7 +16,7 @@
 #include <new>
 
 #include "linux/common/fd.h"
-#include "linux/common/turnstile.h"
+#include "linux/common/path_parts.h"
 #include "linux/vesksyslog/text_escape.h"
 #include "platform/vesksyslog.h"
 

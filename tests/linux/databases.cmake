@@ -12,7 +12,8 @@ target_compile_definitions(test_databases PRIVATE
 add_executable(linux_sqlite_test
   database_layer_test.cpp
   database_receipts_test.cpp
-  database_turnstile_test.cpp)
+  database_turnstile_test.cpp
+  file_helpers_test.cpp)
 target_link_libraries(linux_sqlite_test PRIVATE test_databases GTest::gtest_main GTest::gmock)
 gtest_discover_tests(linux_sqlite_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
