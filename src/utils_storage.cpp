@@ -76,6 +76,8 @@ int copyAndRemove(const std::string& from, const std::string& to) {
     options.flag3 = 1;
     options.flag4 = 1;
     const FilePin source(from);
+    // Without the pin a source that the copy leaves could not be removed, and its rows would be archived again.
+    if (source.error() != 0 && source.error() != ENOENT) return -1;
     if (VESKFileCopy(from.c_str(), to.c_str(), &options) != 0) return -1;
     return removeSource(from, source);
 }

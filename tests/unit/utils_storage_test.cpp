@@ -253,6 +253,14 @@ TEST_F(DatabaseMove, FailsWhenTheCopiedSourceCannotBeRemoved) {
     EXPECT_EQ(SyslogDBFileMove(kFrom, kTo), -1);
 }
 
+TEST_F(DatabaseMove, CopiesNothingThatItCouldNotTellFromANewFileAfterwards) {
+    platform.copyManner = CopyManner::kCopy;
+    platform.failCall("open", 1, EMFILE);
+    EXPECT_EQ(SyslogDBFileMove(kFrom, kTo), -1);
+    EXPECT_EQ(platform.read(kFrom), "rows");
+    EXPECT_FALSE(platform.exists(kTo));
+}
+
 TEST_F(DatabaseMove, RefusesAnEmptyDestination) {
     EXPECT_EQ(SyslogDBFileMove(kFrom, ""), -2);
     EXPECT_EQ(SyslogDBFileMove("", ""), -2);
