@@ -183,17 +183,16 @@ void prepareCopyingMove(FakePlatform& platform) {
     platform.copyManner = CopyManner::kCopy;
 }
 
-const Operation kMoveFileByCopying = {
-    "MoveFileByCopying",
-    prepareCopyingMove,
-    moveFile,
-    "0",
-    {{"stat64", "-1"},
-     {"statfs64", "-5"},
-     {"VLIBCFileExist#2", "-1"},
-     {"VESKFileCopy", "-1"},
-     {"open", "-1"},
-     {"unlink", "-1"}}};
+const Operation kMoveFileByCopying = {"MoveFileByCopying",
+                                      prepareCopyingMove,
+                                      moveFile,
+                                      "0",
+                                      {{"stat64", "-1"},
+                                       {"statfs64", "-5"},
+                                       {"VLIBCFileExist#2", "-1"},
+                                       {"VESKFileCopy", "-1"},
+                                       {"open", "-1"},
+                                       {"unlink", "-1"}}};
 
 // ---- archiving
 
