@@ -21,6 +21,7 @@ using ombrel::Share;
 
 constexpr int kShareListEntries = 512;
 constexpr int kShareEnumFlags = 513;
+constexpr int kMostUntoldNames = 100;
 
 /// The log database may lie neither on a disk image nor on a network file system.
 bool isShareUsable(const char* name) {
@@ -75,15 +76,28 @@ int copyAndRemove(const std::string& from, const std::string& to) {
     options.flag3 = 1;
     options.flag4 = 1;
     const FilePin source(from);
+    // Without the pin a source that the copy leaves could not be removed, and its rows would be archived again.
+    if (source.error() != 0 && source.error() != ENOENT) return -1;
     if (VESKFileCopy(from.c_str(), to.c_str(), &options) != 0) return -1;
     return removeSource(from, source);
 }
 
+/// The first of PATH_0, PATH_1, ... that does not exist. Empty when that could not be told of many of them:
+/// then it will be told of none, since the name is too long with any number or the disk fails.
 std::string freeBackupName(const std::string& path) {
-    for (unsigned long long n = 0;; ++n) {
+    int untold = 0;
+    for (unsigned long long n = 0; untold < kMostUntoldNames; ++n) {
         std::string name = path + "_" + std::to_string(n);
-        if (VLIBCFileExist(name.c_str()) == 0) return name;
+        const int exists = VLIBCFileExist(name.c_str());
+        if (exists == 0) return name;
+        if (exists < 0) ++untold;
     }
+    return {};
+}
+
+int putAside(const std::string& path) {
+    const std::string backup = freeBackupName(path);
+    return backup.empty() ? -1 : copyAndRemove(path, backup);
 }
 
 std::string folderOf(const std::string& path) {
@@ -123,8 +137,6 @@ int SyslogDBFileMove(const std::string& source, const std::string& destination) 
     struct stat64 status {};
     if (stat64(source.c_str(), &status) != 0) return -1;
     if (!IsVolumeSpaceEnough(folderOf(destination), static_cast<unsigned long long>(status.st_size))) return -5;
-    if (VLIBCFileExist(destination.c_str()) != 0 && copyAndRemove(destination, freeBackupName(destination)) < 0) {
-        return -1;
-    }
+    if (VLIBCFileExist(destination.c_str()) != 0 && putAside(destination) < 0) return -1;
     return copyAndRemove(source, destination);
 }

@@ -31,6 +31,10 @@ public:
     /// Loads a settings file. 0, or -1 with all members as they were.
     int ConfigLoad(const std::string& path);
 
+    // Questions to one database file, by its full path. They read no member, open the file by themselves and
+    // leave it as it is; failures are reported to the debug sink, but for a missing file (of which only the
+    // size is).
+
     /// File size in whole MiB (2^20 bytes, fraction dropped); -1 on failure.
     int DBSizeGet(const std::string& path);
     /// Time of the first and the last row, seconds since the epoch; the current time when there is no such
@@ -50,10 +54,12 @@ public:
     std::list<_SYSLOG_WORKING_DB_tag> ArchiveCheck();
 
     /// Archives one database: moves it with its companion files, restarts the log writer, starts the
-    /// post-processing in a process of its own and enters the result in the event log. `flag` has no effect.
-    /// @return 0, or -1; what was done before a failure is not undone
+    /// post-processing in a process of its own and enters the result in the event log. Waits for the log writer,
+    /// not for the post-processing. `flag` has no effect.
+    /// @return 0, also when there is no such file any more, or -1; what was done before a failure is not undone
     int DoArchive(_SYSLOG_WORKING_DB_tag& db, bool flag);
-    /// Archives each database of the list that has rows. 0, or -1 when at least one failed.
+    /// Archives each database of the list that has rows, one after the other, also behind one that failed.
+    /// 0, or -1 when at least one failed.
     int DoArchive(std::list<_SYSLOG_WORKING_DB_tag>& list, bool flag);
     /// Archives every working database that has rows, whatever the rules say. 0 or -1.
     int ArchiveAll();
@@ -65,5 +71,5 @@ public:
     int Compress{};            ///< 0/1
     int ByDevice{};            ///< 0/1: one folder for each sending host
     std::string strArchDest;   ///< archive folder
-    long long LastArchTime{};  ///< seconds since the epoch
+    long long LastArchTime{};  ///< of the last archiving, seconds since the epoch; the time of loading when never
 };

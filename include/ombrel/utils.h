@@ -102,9 +102,11 @@ OMBREL_EXPORT bool IsVolumeSpaceEnough(const std::string& path, unsigned long lo
 OMBREL_EXPORT int SyslogAvailShareGet(VLIBSZLIST** shares);
 /// Whether one share may hold the log database, by the same rule.
 OMBREL_EXPORT bool SyslogIsShareValid(const std::string& shareName);
-/// Moves a database file. A file that stands at `destination` is moved to `destination`_0, _1, ... first.
+/// Moves a database file. A file that stands at `destination` is moved to `destination`_0, _1, ... first, and
+/// stays there when the move itself fails. Waits for a program that is writing into the file. Logs nothing.
 /// Afterwards `source` no longer names the moved file; a new file that another program has begun there
 /// meanwhile is left alone.
 /// @return 0, also when there is nothing to move (empty, missing or equal to `destination`); -1 on a failed
-///         stat, copy or removal; -2 for an empty destination; -5 when the destination lacks room
+///         stat, copy or removal, and when no backup name can be found; -2 for an empty destination; -5 when
+///         the destination lacks room
 OMBREL_EXPORT int SyslogDBFileMove(const std::string& source, const std::string& destination);

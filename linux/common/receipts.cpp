@@ -16,7 +16,8 @@
 #include <sstream>
 
 #include "linux/common/fd.h"
-#include "linux/common/turnstile.h"
+#include "linux/common/path_parts.h"
+#include "linux/common/sync_folder.h"
 #include "linux/common/write_all.h"
 
 namespace ombrel {
@@ -94,15 +95,10 @@ bool readAll(int fd, std::string& text) {
     }
 }
 
-bool syncFolderOf(const std::string& path) {
-    const Fd folder(::open(folderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    return folder && ::fsync(folder.get()) == 0;
-}
-
 bool replaceFile(const std::string& path, const std::string& temporary, const std::string& text) {
     Fd file(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!file || !writeAll(file.get(), text) || ::fsync(file.get()) != 0) return false;
-    return ::rename(temporary.c_str(), path.c_str()) == 0 && syncFolderOf(path);
+    return ::rename(temporary.c_str(), path.c_str()) == 0 && syncFolder(folderOf(path));
 }
 
 }  // namespace

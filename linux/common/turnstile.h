@@ -13,6 +13,7 @@
 #include <string>
 
 #include "linux/common/fd.h"
+#include "linux/common/path_parts.h"
 
 namespace ombrel {
 
@@ -41,8 +42,5 @@ private:
 
     Fd folder_;
 };
-
-/// "/a/b" of "/a/b/c", "/" of "/c", "." of "c".
-std::string folderOf(const std::string& path);
 
 }  // namespace ombrel

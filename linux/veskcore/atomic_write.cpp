@@ -12,6 +12,8 @@
 
 #include "linux/common/error_record.h"
 #include "linux/common/fd.h"
+#include "linux/common/sync_folder.h"
+#include "linux/common/write_all.h"
 
 namespace ombrel {
 namespace {
@@ -47,15 +49,6 @@ private:
     int folder_;
     Fd fd_;
 };
-
-bool writeAll(int fd, std::string_view bytes) {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(fd, bytes.data(), bytes.size());
-        if (written < 0 && errno != EINTR) return false;
-        if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
-    }
-    return true;
-}
 
 /// Carries the extended attributes over. Without the access lists the permission bits would grant more
 /// than before, so that failure counts; labels that only the system may set do not.
@@ -101,7 +94,7 @@ int replaceFile(int folder, const std::string& name, std::string_view bytes, int
     if (!writeAll(temporary.get(), bytes)) return fail(fromErrno(errno));
     if (::fsync(temporary.get()) != 0) return fail(fromErrno(errno));
     if (!temporary.renameTo(name)) return fail(fromErrno(errno));
-    if (::fsync(folder) != 0) return fail(fromErrno(errno));
+    if (!syncFolder(folder)) return fail(fromErrno(errno));
     return 0;
 }
 

@@ -12,6 +12,7 @@
 
 #include "linux/common/error_record.h"
 #include "linux/common/fd.h"
+#include "linux/common/path_parts.h"
 #include "linux/veskcore/atomic_write.h"
 #include "linux/veskcore/folder_lock.h"
 
@@ -42,17 +43,6 @@ int readAll(int fd, std::string& text) {
     }
     text = std::move(bytes);
     return 0;
-}
-
-std::string folderOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    if (slash == std::string::npos) return ".";
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-std::string nameOf(const std::string& path) {
-    const std::size_t slash = path.rfind('/');
-    return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
 /// Where `path` leads to over any number of symbolic links; the target need not exist.

@@ -19,9 +19,10 @@
 #include <cerrno>
 
 #include "linux/common/error_record.h"
+#include "linux/common/path_parts.h"
 #include "linux/common/receipts.h"
 #include "linux/common/sqlite_db.h"
-#include "linux/common/turnstile.h"
+#include "linux/common/sync_folder.h"
 #include "linux/veskfileop/file_place.h"
 
 namespace ombrel {
@@ -64,9 +65,7 @@ int leaveWal(Connection& connection) {
 
 // Only the log writer has receipts, and only for the databases it writes.
 bool isWorkingDatabase(const std::string& path) {
-    const size_t slash = path.rfind('/');
-    const std::string_view name = std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1);
-    return name.substr(0, kWorkingPrefix.size()) == kWorkingPrefix;
+    return nameOf(path).starts_with(kWorkingPrefix);
 }
 
 // A receiver without an entry in this database may have one from a database moved before.

@@ -12,21 +12,27 @@
 
 #include "linux/common/error_record.h"
 #include "linux/common/fd.h"
-#include "linux/common/turnstile.h"
+#include "linux/common/path_parts.h"
+#include "linux/common/sync_folder.h"
+#include "linux/common/write_all.h"
 
 namespace ombrel {
 
 namespace {
 
+/// Takes the new name away again: the file keeps its old one, and must not exist twice. The code of errno.
+int withdrawCopy(const std::string& to) {
+    const int error = errno;
+    (void)::unlink(to.c_str());  // what failed before is the failure to tell
+    errno = error;
+    return fromErrno(error);
+}
+
 // For file systems that cannot rename without replacing (some network and FUSE ones): a second name never
 // replaces, and then the first one goes.
 int linkAndUnlink(const std::string& from, const std::string& to) {
     if (::link(from.c_str(), to.c_str()) != 0) return fromErrno(errno);
-    if (::unlink(from.c_str()) == 0) return 0;
-    const int error = errno;
-    (void)::unlink(to.c_str());  // the source still has its first name
-    errno = error;
-    return fromErrno(error);
+    return ::unlink(from.c_str()) == 0 ? 0 : withdrawCopy(to);
 }
 
 bool isSameFile(const struct stat& a, const struct stat& b) {
@@ -76,24 +82,13 @@ private:
     bool isOurs_ = false;
 };
 
-bool writeAt(int fd, const char* bytes, size_t size) {
-    while (size > 0) {
-        const ssize_t put = ::write(fd, bytes, size);
-        if (put < 0 && errno == EINTR) continue;
-        if (put < 0) return false;
-        bytes += put;
-        size -= static_cast<size_t>(put);
-    }
-    return true;
-}
-
 int copyBytes(const ReadAt& readAt, int fd) {
     std::vector<char> buffer(256UL * 1024);
     off_t offset = 0;
     for (;;) {
         const ssize_t got = readAt(buffer.data(), buffer.size(), offset);
         if (got == 0) return 0;
-        if (got < 0 || !writeAt(fd, buffer.data(), static_cast<size_t>(got))) return fromErrno(errno);
+        if (got < 0 || !writeAll(fd, {buffer.data(), static_cast<size_t>(got)})) return fromErrno(errno);
         offset += got;
     }
 }
@@ -121,16 +116,7 @@ int copyInto(const ReadAt& readAt, const struct stat& like, const std::string& t
     if (const int code = dressLike(part.fd(), like)) return code;
     if (::fsync(part.fd()) != 0) return fromErrno(errno);
     if (const int code = part.rename(to)) return code;
-    const int code = syncFolder(folderOf(to));
-    if (code != 0) (void)::unlink(to.c_str());  // the source stays, so the copy must not
-    return code;
-}
-
-int syncFolder(const std::string& folder) {
-    const Fd fd(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd) return fromErrno(errno);
-    // EINVAL: a file system without a way to sync folders keeps its own promises.
-    return ::fsync(fd.get()) == 0 || errno == EINVAL ? 0 : fromErrno(errno);
+    return syncFolder(folderOf(to)) ? 0 : withdrawCopy(to);
 }
 
 int movePlainFile(const std::string& from, const std::string& to, const struct stat& info) {
@@ -150,11 +136,7 @@ int movePlainFile(const std::string& from, const std::string& to, const struct s
 }
 
 int removeSource(const std::string& from, const std::string& to) {
-    if (::unlink(from.c_str()) == 0) return 0;
-    const int error = errno;
-    (void)::unlink(to.c_str());  // the source must not exist twice
-    errno = error;
-    return fromErrno(error);
+    return ::unlink(from.c_str()) == 0 ? 0 : withdrawCopy(to);
 }
 
 }  // namespace ombrel

@@ -22,9 +22,6 @@ int renameWithoutReplacing(const std::string& from, const std::string& to);
 /// names it `to`. On failure neither name is left.
 int copyInto(const ReadAt& readAt, const struct stat& like, const std::string& to);
 
-/// Writes a folder's entries to the disk.
-int syncFolder(const std::string& folder);
-
 /// Moves a file that no program keeps open for writing.
 int movePlainFile(const std::string& from, const std::string& to, const struct stat& info);
 

@@ -15,10 +15,11 @@ constexpr unsigned kLoopMajor = 7;  // "Block devices: 7 loopback devices", devi
 
 constexpr std::array kImageTypes{"cramfs"sv, "erofs"sv, "iso9660"sv, "romfs"sv, "squashfs"sv, "udf"sv};
 
-constexpr std::array kRemoteTypes{"9p"sv,    "afs"sv,   "beegfs"sv, "ceph"sv,      "cifs"sv,
-                                  "coda"sv,  "davfs"sv, "gpfs"sv,   "glusterfs"sv, "lustre"sv,
-                                  "ncpfs"sv, "nfs"sv,   "nfs4"sv,   "orangefs"sv,  "pvfs2"sv,
-                                  "shfs"sv,  "smb2"sv,  "smb3"sv,   "smbfs"sv,     "virtiofs"sv};
+// An automount point that shows itself could not be mounted on: mostly a machine that does not answer.
+constexpr std::array kRemoteTypes{"9p"sv,   "afs"sv,   "autofs"sv,   "beegfs"sv,    "ceph"sv,   "cifs"sv,
+                                  "coda"sv, "davfs"sv, "gpfs"sv,     "glusterfs"sv, "lustre"sv, "ncpfs"sv,
+                                  "nfs"sv,  "nfs4"sv,  "orangefs"sv, "pvfs2"sv,     "shfs"sv,   "smb2"sv,
+                                  "smb3"sv, "smbfs"sv, "virtiofs"sv};
 
 // A file system in user space is told by its program. The same programs without "fuse." in front appear
 // where a mount helper sets the type.

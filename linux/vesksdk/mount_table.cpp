@@ -46,7 +46,8 @@ libmnt_fs* findMount(libmnt_table* table, const struct statx& info) {
 
 int fileSystemKindOf(const char* path) {
     struct statx info {};
-    if (::statx(AT_FDCWD, path, AT_NO_AUTOMOUNT, STATX_MNT_ID, &info) != 0) return fail(fromErrno(errno));
+    // What an automount point stands for is known only once it is mounted, hence no AT_NO_AUTOMOUNT.
+    if (::statx(AT_FDCWD, path, 0, STATX_MNT_ID, &info) != 0) return fail(fromErrno(errno));
     const Table table(mnt_new_table());
     if (!table) return fail(kErrorOutOfMemory);
     // The kernel's own table: the one of mount(8) in /run knows only what mount(8) did.

@@ -27,7 +27,7 @@ struct OwnedShare : VESKSHARE {
 
 int shareGet(const char* name, VESKSHARE** share) {
     std::vector<Share> shares;
-    if (readShares(shares) != 0) return -1;
+    if (readShares(shares, Reuse::kJustRead) != 0) return -1;
     const auto found = std::find_if(shares.begin(), shares.end(),
                                     [&](const Share& one) { return sameShareName(one.name, name); });
     if (found == shares.end()) return fail(kErrorNotFound);
@@ -37,7 +37,7 @@ int shareGet(const char* name, VESKSHARE** share) {
 
 int shareEnum(VLIBSZLIST** list) {
     std::vector<Share> shares;
-    if (readShares(shares) != 0) return -1;
+    if (readShares(shares, Reuse::kNothing) != 0) return -1;
     for (const Share& share : shares) {
         if (VLIBCSzListPush(list, share.name.c_str()) < 0) return -1;
     }

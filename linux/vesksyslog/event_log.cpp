@@ -3,7 +3,6 @@
 #include "linux/vesksyslog/event_log.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -16,7 +15,8 @@
 #include <new>
 
 #include "linux/common/fd.h"
-#include "linux/common/turnstile.h"
+#include "linux/common/path_parts.h"
+#include "linux/common/timed_lock.h"
 #include "linux/vesksyslog/text_escape.h"
 #include "platform/vesksyslog.h"
 
@@ -32,6 +32,9 @@ constexpr Event kArchiveFinished = {"archive_finished", "3317f648d1194d3286293f6
                                     false};
 constexpr Event kArchiveFailed = {"archive_failed", "f065c3e56fdb49a89dd4f8aebe69eb9b", "Archiving failed", true};
 
+/// Of one event for those of other processes.
+constexpr std::chrono::milliseconds kLongestWait{500};
+
 // RFC 3339, local time with its offset.
 std::string timestampNow() {
     const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
@@ -44,7 +47,7 @@ std::string timestampNow() {
 }
 
 Fd openForAppending(const std::string& path) {
-    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
+    constexpr int kFlags = O_RDWR | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC;
     Fd file(::open(path.c_str(), kFlags, 0640));
     if (file || errno != ENOENT) return file;
     (void)::mkdir(folderOf(path).c_str(), 0755);  // the open below tells whether it is there
@@ -55,11 +58,20 @@ Fd openForAppending(const std::string& path) {
 void turnFullFileAway(const std::string& path, const Fd& file) {
     struct stat opened {};
     if (::fstat(file.get(), &opened) != 0 || opened.st_size < kEventFileLimit) return;
-    if (::flock(file.get(), LOCK_EX) != 0) return;
+    if (!lockWithin(file.get(), LOCK_EX, kLongestWait)) return;
     struct stat named {};
     const bool isStillNamed =
         ::stat(path.c_str(), &named) == 0 && named.st_ino == opened.st_ino && named.st_dev == opened.st_dev;
     if (isStillNamed) (void)::rename(path.c_str(), (path + ".1").c_str());  // a file that stays only grows
+}
+
+// A disk that was full may have cut the last line off: the next one shall not be lost with it. Under the lock,
+// since a line of another process that is just being written looks the same.
+bool endsInsideALine(const Fd& file) {
+    struct stat info {};
+    char last = '\n';
+    if (::fstat(file.get(), &info) != 0 || info.st_size == 0) return false;
+    return ::pread(file.get(), &last, 1, info.st_size - 1) == 1 && last != '\n';
 }
 
 // A line break ends a field of the journal's protocol, so a field is sent with its length.
@@ -89,7 +101,9 @@ bool appendEventLine(const std::string& path, const Event& event, const std::str
     turnFullFileAway(path, file);
     file = openForAppending(path);
     if (!file) return false;
-    const std::string line = "{\"time\":" + quoteJson(timestampNow()) + ",\"event\":" + quoteJson(event.name) +
+    const bool isAlone = lockWithin(file.get(), LOCK_EX, kLongestWait);  // otherwise a hanging process holds it
+    const std::string line = std::string(isAlone && endsInsideALine(file) ? "\n" : "") +
+                             "{\"time\":" + quoteJson(timestampNow()) + ",\"event\":" + quoteJson(event.name) +
                              ",\"text\":" + quoteJson(text) + "}\n";
     const ssize_t put = ::write(file.get(), line.data(), line.size());
     if (put == static_cast<ssize_t>(line.size())) return true;

@@ -22,7 +22,8 @@ constexpr const char* kJournalSocket = "/run/systemd/journal/socket";
 constexpr long long kEventFileLimit = 16LL * 1024 * 1024;
 
 /// Appends one JSON line, in one write: lines of several processes never mix. Makes the file and its folder,
-/// no folder above it. False with errno set.
+/// no folder above it. Waits at most a second for a process that holds the file's lock, and goes on without
+/// it. False with errno set.
 bool appendEventLine(const std::string& path, const Event& event, const std::string& text);
 
 /// Sends an entry to the journal. False with errno set, ENOENT or ECONNREFUSED where none listens. Waits at

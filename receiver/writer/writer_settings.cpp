@@ -12,16 +12,12 @@
 #include <memory>
 #include <string_view>
 
-#include "linux/common/turnstile.h"
+#include "linux/common/path_parts.h"
 #include "ombrel/utils.h"
 
 namespace ombrel {
 
 namespace {
-
-std::string nameOf(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
 
 struct Free {
     void operator()(char* text) const noexcept { std::free(text); }

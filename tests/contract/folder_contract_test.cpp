@@ -28,6 +28,10 @@ TEST_F(Folder, AFileAndAFolderExistAndAMissingNameDoesNot) {
     EXPECT_EQ(VLIBCFileExist(""), 0);
 }
 
+TEST_F(Folder, WhetherANameThatIsTooLongExistsCannotBeTold) {
+    EXPECT_LT(VLIBCFileExist(at(std::string(256, 'n')).c_str()), 0);
+}
+
 TEST_F(Folder, DeliversTheNamesOfItsSubFoldersAlone) {
     file("VESKSYSLOGDB__ARCH.DB", "");
     world->makeFolder(at("host1"));

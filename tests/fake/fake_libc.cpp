@@ -143,7 +143,9 @@ int __wrap_open(const char* path, int flags, ...) {
     const auto mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     FakePlatform* platform = platformFor(path);
-    return __real_open(platform == nullptr ? path : platform->real(path).c_str(), flags, mode);
+    if (platform == nullptr) return __real_open(path, flags, mode);
+    if (platform->calls.enter("open", path)) return -1;
+    return __real_open(platform->real(path).c_str(), flags, mode);
 }
 
 int __wrap_unlink(const char* path) {

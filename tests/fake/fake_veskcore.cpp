@@ -111,7 +111,10 @@ int VLIBCFileExist(const char* path) {
     if (path == nullptr) return 0;
     const auto answer = platform.existAnswers.find(path);
     if (answer != platform.existAnswers.end()) return answer->second;
-    return platform.exists(path) ? 1 : 0;
+    std::error_code failure;
+    const auto type = fs::symlink_status(platform.real(path), failure).type();
+    if (type == fs::file_type::not_found || *path == '\0') return 0;
+    return type == fs::file_type::none ? -1 : 1;  // it may be that it cannot be told
 }
 
 int VLIBCFileEnumDir(const char* dir, int flags, VLIBSZLIST** list, int typeMask) {

@@ -70,11 +70,5 @@ TEST_F(TurnstileOfFolder, NeedsAFolder) {
     EXPECT_EQ(none.pass(0ms), TurnstileResult::kFailed);
 }
 
-TEST(FolderOf, CutsTheLastName) {
-    EXPECT_EQ(folderOf("/a/b/c"), "/a/b");
-    EXPECT_EQ(folderOf("/c"), "/");
-    EXPECT_EQ(folderOf("c"), ".");
-}
-
 }  // namespace
 }  // namespace ombrel

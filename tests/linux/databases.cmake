@@ -12,14 +12,17 @@ target_compile_definitions(test_databases PRIVATE
 add_executable(linux_sqlite_test
   database_layer_test.cpp
   database_receipts_test.cpp
-  database_turnstile_test.cpp)
+  database_turnstile_test.cpp
+  file_helpers_test.cpp)
 target_link_libraries(linux_sqlite_test PRIVATE test_databases GTest::gtest_main GTest::gmock)
 gtest_discover_tests(linux_sqlite_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
 add_executable(veskfileop_test
   database_move_test.cpp
   database_move_across_test.cpp
-  database_move_kill_test.cpp)
+  database_move_kill_test.cpp
+  database_move_names_test.cpp)
+target_link_options(veskfileop_test PRIVATE -Wl,--wrap=renameat2)
 target_link_libraries(veskfileop_test PRIVATE veskfileop_objects veskcore test_databases PkgConfig::SQLITE3
   GTest::gtest_main GTest::gmock)
 gtest_discover_tests(veskfileop_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)

@@ -5,6 +5,7 @@
 #include "linux/vesksyslog/event_log.h"
 
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -93,6 +94,28 @@ TEST_F(EventFile, IsTurnedAwayWhenItIsFull) {
     EXPECT_EQ(linesOf(path).size(), 1U);
     EXPECT_THAT(readBytes(path), HasSubstr("after"));
     EXPECT_EQ(std::filesystem::file_size(path + ".1"), static_cast<size_t>(kEventFileLimit));
+}
+
+TEST_F(EventFile, GoesOnInANewLineBehindOneThatWasCutOff) {
+    ASSERT_TRUE(appendEventLine(path, kEvent, "before"));
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) - 5);
+    ASSERT_TRUE(appendEventLine(path, kEvent, "after"));
+    ASSERT_TRUE(appendEventLine(path, kEvent, "last"));
+    const auto lines = linesOf(path);
+    ASSERT_EQ(lines.size(), 3U);
+    EXPECT_THAT(lines[1], ::testing::StartsWith("{\"time\""));
+    EXPECT_THAT(lines[1], HasSubstr("after"));
+}
+
+TEST_F(EventFile, IsWrittenThoughAHangingProcessHoldsItsLock) {
+    ASSERT_TRUE(appendEventLine(path, kEvent, "before"));
+    const Fd held(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(held.get(), LOCK_EX), 0);
+    ASSERT_TRUE(appendEventLine(path, kEvent, "after"));
+    EXPECT_EQ(linesOf(path).size(), 2U);
+    std::filesystem::resize_file(path, kEventFileLimit);  // a full file is not turned away then, but grows
+    ASSERT_TRUE(appendEventLine(path, kEvent, "last"));
+    EXPECT_GT(std::filesystem::file_size(path), static_cast<size_t>(kEventFileLimit));
 }
 
 TEST_F(EventFile, IsNotWrittenThroughALink) {

@@ -61,6 +61,7 @@ INSTANTIATE_TEST_SUITE_P(
                       Case{"Glusterfs", "fuse.glusterfs", "host:/vol", 0, kFileSystemRemote},
                       Case{"Rclone", "fuse.rclone", "remote:", 0, kFileSystemRemote},
                       Case{"S3fs", "fuse.s3fs", "s3fs", 0, kFileSystemRemote},
+                      Case{"AutomountNotYetMounted", "autofs", "systemd-1", 0, kFileSystemRemote},
                       Case{"RemoteWithLoopSource", "nfs", "/dev/loop0", 7, kFileSystemRemote}),
     [](const auto& one) { return std::string(one.param.name); });
 

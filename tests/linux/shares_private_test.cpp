@@ -140,6 +140,28 @@ TEST_F(SambaShares, OfUsersKeepToTheListsOfTheAdministrator) {
     EXPECT_THAT(names(), IsEmpty());
 }
 
+TEST_F(SambaShares, AreReadOnceForAListAndTheLookUpsOfItsNames) {
+    // testparm that leaves a line for each run.
+    std::filesystem::copy_file("/usr/bin/testparm", folder + "/testparm");
+    write(folder + "/counting", "#!/bin/sh\necho >>" + folder + "/runs\nexec " + folder + "/testparm \"$@\"\n");
+    ASSERT_EQ(::chmod((folder + "/counting").c_str(), 0755), 0);
+    bind(folder + "/counting", "/usr/bin/testparm");
+    const auto runs = [this] {
+        return std::filesystem::exists(folder + "/runs") ? std::filesystem::file_size(folder + "/runs") : 0;
+    };
+    define("[a]\npath = /srv/a\n[b]\npath = /srv/b\n");
+    EXPECT_THAT(names(), ElementsAre("a", "b"));
+    EXPECT_EQ(pathOf("a"), "/srv/a");
+    EXPECT_EQ(pathOf("b"), "/srv/b");
+    EXPECT_EQ(runs(), 1U);
+    define("[a]\npath = /srv/c\n");
+    EXPECT_EQ(pathOf("a"), "/srv/c");
+    EXPECT_EQ(pathOf("b"), "<none>");
+    EXPECT_EQ(runs(), 2U);
+    EXPECT_THAT(names(), ElementsAre("a"));
+    EXPECT_EQ(runs(), 3U) << "a list is always a new one";
+}
+
 TEST_F(SambaShares, CannotBeReadWithoutTheTool) {
     define("[a]\npath = /srv/a\n");
     bind("/dev/null", "/usr/bin/testparm");

@@ -25,6 +25,8 @@ struct Operation {
     std::string normally;
     /// "Call" or "Call#2" (the second one) -> the result when it fails; any other failure changes nothing.
     std::map<std::string, std::string> otherwise;
+
+    friend void PrintTo(const Operation& operation, std::ostream* out) { *out << operation.name; }
 };
 
 class FailureSweep : public ::testing::TestWithParam<Operation> {
@@ -173,19 +175,24 @@ const Operation kMoveFile = {"MoveFile",
                               {"statfs64", "-5"},
                               // Taken for missing, the destination is in the way of the copy.
                               {"VLIBCFileExist#2", "-1"},
-                              {"VESKFileCopy", "-1"}}};
+                              {"VESKFileCopy", "-1"},
+                              {"open", "-1"}}};
 
 void prepareCopyingMove(FakePlatform& platform) {
     prepareMove(platform);
     platform.copyManner = CopyManner::kCopy;
 }
 
-const Operation kMoveFileByCopying = {
-    "MoveFileByCopying",
-    prepareCopyingMove,
-    moveFile,
-    "0",
-    {{"stat64", "-1"}, {"statfs64", "-5"}, {"VLIBCFileExist#2", "-1"}, {"VESKFileCopy", "-1"}, {"unlink", "-1"}}};
+const Operation kMoveFileByCopying = {"MoveFileByCopying",
+                                      prepareCopyingMove,
+                                      moveFile,
+                                      "0",
+                                      {{"stat64", "-1"},
+                                       {"statfs64", "-5"},
+                                       {"VLIBCFileExist#2", "-1"},
+                                       {"VESKFileCopy", "-1"},
+                                       {"open", "-1"},
+                                       {"unlink", "-1"}}};
 
 // ---- archiving
 
@@ -305,6 +312,8 @@ const Operation kArchiveOne = {"ArchiveOne",
                                 {"stat64#1", kNotArchived},
                                 {"statfs64#1", kNotArchived},
                                 {"VESKFileCopy#1", kNotArchived},
+                                {"open#1", kNotArchived},
+                                {"open#2", kNotArchived},
                                 {"VLIBServicectlRestart", kNotArchived},
                                 {"VLIBCSzListAlloc", kNotArchived},
                                 // An argument vector that is not whole starts nothing.
@@ -334,6 +343,7 @@ const Operation kArchiveAll = {"ArchiveAll",
                                 {"stat64", "-1 1"},
                                 {"statfs64", "-1 1"},
                                 {"VESKFileCopy", "-1 1"},
+                                {"open", "-1 1"},
                                 {"VLIBServicectlRestart", "-1 1"},
                                 {"VLIBCSzListAlloc#2", "-1 1"},
                                 {"VLIBCSzListPush", "-1 1"}}};

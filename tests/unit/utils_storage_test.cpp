@@ -253,6 +253,14 @@ TEST_F(DatabaseMove, FailsWhenTheCopiedSourceCannotBeRemoved) {
     EXPECT_EQ(SyslogDBFileMove(kFrom, kTo), -1);
 }
 
+TEST_F(DatabaseMove, CopiesNothingThatItCouldNotTellFromANewFileAfterwards) {
+    platform.copyManner = CopyManner::kCopy;
+    platform.failCall("open", 1, EMFILE);
+    EXPECT_EQ(SyslogDBFileMove(kFrom, kTo), -1);
+    EXPECT_EQ(platform.read(kFrom), "rows");
+    EXPECT_FALSE(platform.exists(kTo));
+}
+
 TEST_F(DatabaseMove, RefusesAnEmptyDestination) {
     EXPECT_EQ(SyslogDBFileMove(kFrom, ""), -2);
     EXPECT_EQ(SyslogDBFileMove("", ""), -2);
@@ -339,6 +347,22 @@ TEST_F(DatabaseMove, CountsBeyondOneDigit) {
         platform.addFile(std::string(kTo) + "_" + std::to_string(n), "older");
     EXPECT_EQ(SyslogDBFileMove(kFrom, kTo), 0);
     EXPECT_EQ(platform.read(std::string(kTo) + "_11"), "old");
+}
+
+TEST_F(DatabaseMove, PassesOverANumberOfWhichNobodyCanTell) {
+    platform.addFile(kTo, "old");
+    platform.existAnswers[std::string(kTo) + "_0"] = -1;
+    EXPECT_EQ(SyslogDBFileMove(kFrom, kTo), 0);
+    EXPECT_EQ(platform.read(std::string(kTo) + "_1"), "old");
+}
+
+TEST_F(DatabaseMove, GivesUpWhenNoNumberFitsBehindTheNameOfTheStandingFile) {
+    const std::string longest = "/volume1/archive/" + std::string(254, 'b');
+    platform.addFile(longest, "old");
+    EXPECT_EQ(SyslogDBFileMove(kFrom, longest), -1);
+    EXPECT_EQ(platform.read(kFrom), "rows");
+    EXPECT_EQ(platform.read(longest), "old");
+    EXPECT_EQ(platform.calls.count("VESKFileCopy"), 0);
 }
 
 TEST_F(DatabaseMove, StopsWhenTheStandingFileCannotBePutAside) {
