@@ -49,8 +49,11 @@ std::string whatIsWrongWithTlsFiles(const std::string& keyFile, const std::strin
     if (SSL_CTX_use_certificate_chain_file(context.get(), certificateFile.c_str()) != 1) {
         return certificate + " is no certificate in PEM form" + lastReason();
     }
-    if (SSL_CTX_use_PrivateKey_file(context.get(), keyFile.c_str(), SSL_FILETYPE_PEM) == 1) return {};
-    // A key that does not belong to the certificate is refused here too.
+    // Of another kind than the certificate's, a key is taken and only found wrong afterwards.
+    if (SSL_CTX_use_PrivateKey_file(context.get(), keyFile.c_str(), SSL_FILETYPE_PEM) == 1 &&
+        SSL_CTX_check_private_key(context.get()) == 1) {
+        return {};
+    }
     return key + " is no key without password in PEM form that belongs to " + certificate + lastReason();
 }
 
