@@ -17,6 +17,16 @@ expect_equal() { # WHAT EXPECTED ACTUAL
   [ "$2" = "$3" ] || fail "$1: expected \"$2\", is \"$3\""
 }
 
+# complains EXIT WORDS COMMAND...: the last line on standard error has these words; mv and zip may have said
+# something of their own before.
+complains() {
+  local expected=$1 words=$2 result=0
+  shift 2
+  "$@" >/tmp/out 2>/tmp/err || result=$?
+  expect_equal "exit code of $*" "$expected" "$result"
+  tail -n 1 /tmp/err | grep -qF -- "$words" || fail "$* says: $(cat /tmp/err)"
+}
+
 # Sends standard input exactly as it is: as one datagram, or over one connection.
 send_udp() {
   cat >/tmp/datagram # whole, since each write becomes a datagram
