@@ -182,6 +182,8 @@ int WorkingDatabase::writeRow(const LogRow& row, LocalClock& clock, Totals& tota
 }
 
 int WorkingDatabase::writeBatch(const RowBatch& batch, Known& known, LocalClock& clock, Totals& totals) {
+    // Of blank lines only, or of none: it says nothing about the rows of the batch before it.
+    if (batch.rows.empty()) return SQLITE_OK;
     ReceiptIds ids;
     const bool hasReceipts = !batch.receiver.empty();
     if (hasReceipts) {
