@@ -14,6 +14,7 @@
 namespace {
 
 constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
+constexpr const char* kUsage = "usage: ombrel archive [--all]";
 
 /// Archives the databases that hold rows, one by one, and says for each how it went.
 int archiveEach(LogArchiver& archiver, std::list<_SYSLOG_WORKING_DB_tag> databases) {
@@ -39,8 +40,9 @@ int archiveEach(LogArchiver& archiver, std::list<_SYSLOG_WORKING_DB_tag> databas
 }  // namespace
 
 int ombrel::cmdArchive(std::span<char* const> words) {
+    if (asksForHelp(words)) return showHelp(kUsage);
     const bool all = words.size() == 1 && std::string_view(words[0]) == "--all";
-    if (!words.empty() && !all) return complain(EX_USAGE, "usage: ombrel archive [--all]");
+    if (!words.empty() && !all) return complain(EX_USAGE, kUsage);
     LogArchiver archiver;
     if (archiver.ConfigLoad(kSettingsFile) < 0) {
         return complain(EX_CONFIG, std::string(kSettingsFile) + " cannot be read or lacks a required key");
