@@ -16,8 +16,8 @@
 #include <new>
 
 #include "linux/common/fd.h"
+#include "linux/common/text_escape.h"
 #include "linux/common/turnstile.h"
-#include "linux/vesksyslog/text_escape.h"
 #include "platform/vesksyslog.h"
 
 namespace ombrel {

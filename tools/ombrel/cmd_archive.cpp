@@ -7,9 +7,9 @@
 #include <cstdio>
 #include <string_view>
 
+#include "linux/common/text_escape.h"
 #include "ombrel/logarchiver.h"
 #include "tools/ombrel/commands.h"
-#include "tools/visible_text.h"
 
 namespace {
 
@@ -30,7 +30,7 @@ int archiveEach(LogArchiver& archiver, std::list<_SYSLOG_WORKING_DB_tag> databas
             exitCode = ombrel::complain(1, db.strDBPath + " could not be archived; the system log says why");
         } else {
             ++archived;
-            (void)printf("archived %s (%lld rows)\n", ombrel::visibleText(db.strDBPath).c_str(), rows);
+            (void)printf("archived %s (%lld rows)\n", ombrel::escapeForLine(db.strDBPath).c_str(), rows);
         }
     }
     if (archived == 0 && exitCode == EX_OK) (void)puts("nothing to archive");

@@ -9,9 +9,9 @@
 #include <string_view>
 
 #include "linux/common/error_record.h"
+#include "linux/common/text_escape.h"
 #include "platform/veskserviceconf.h"
 #include "tools/ombrel/commands.h"
-#include "tools/visible_text.h"
 
 namespace {
 
@@ -46,7 +46,7 @@ int status(const char* job) {
     if (!running && VLIBCErrGet() != 0) {
         return ombrel::complain(1, "nothing is known of " + std::string(job) + ": " + reason());
     }
-    (void)printf("%s: %s\n", ombrel::visibleText(job).c_str(), running ? "running" : "stopped");
+    (void)printf("%s: %s\n", ombrel::escapeForLine(job).c_str(), running ? "running" : "stopped");
     return running ? EX_OK : 1;
 }
 

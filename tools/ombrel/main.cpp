@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "linux/common/text_escape.h"
 #include "tools/ombrel/commands.h"
-#include "tools/visible_text.h"
 
 namespace {
 
@@ -38,7 +38,7 @@ void printHelp(FILE* out) {
 }  // namespace
 
 int ombrel::complain(int exitCode, const std::string& what) {
-    (void)fprintf(stderr, "ombrel: %s\n", visibleText(what).c_str());
+    (void)fprintf(stderr, "ombrel: %s\n", escapeForLine(what).c_str());
     return exitCode;
 }
 

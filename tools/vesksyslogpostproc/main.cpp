@@ -13,9 +13,9 @@
 #include <string>
 #include <string_view>
 
+#include "linux/common/text_escape.h"
 #include "ombrel/postprocessor.h"
 #include "platform/vesksyslog.h"
-#include "tools/visible_text.h"
 
 namespace {
 
@@ -28,7 +28,7 @@ constexpr const char* kHelp =
     "stays, run the command again), 78 the settings cannot be read";
 
 int complain(int exitCode, const std::string& what) {
-    (void)fprintf(stderr, "vesksyslogpostproc: %s\n", ombrel::visibleText(what).c_str());
+    (void)fprintf(stderr, "vesksyslogpostproc: %s\n", ombrel::escapeForLine(what).c_str());
     return exitCode;
 }
 
