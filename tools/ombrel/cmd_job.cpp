@@ -31,7 +31,7 @@ std::string reason() {
         case ombrel::fromErrno(ESRCH):
             return "it is not running";
         case ombrel::fromErrno(EOPNOTSUPP):
-            return "the job, or this machine, has no such action";
+            return "the job has no such action, or this machine no scan folder of jobs";
         default:
             if (code > ombrel::kErrorFromErrno && code < ombrel::kErrorFromSqlite) {
                 return strerror(code - ombrel::kErrorFromErrno);
