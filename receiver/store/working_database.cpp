@@ -221,7 +221,10 @@ int WorkingDatabase::writeInfo(const Totals& totals) {
 
 WorkingDatabase::Step WorkingDatabase::attempt(const std::vector<RowBatch>& batches, LocalClock& clock,
                                                StoreOutcome& outcome) {
-    if (const Step step = ensureOpen(outcome); step != Step::kDone) return step;
+    if (const Step step = ensureOpen(outcome); step != Step::kDone) {
+        // Another writer may have filled it and a mover taken it before this one had begun.
+        return connection_.isOpen() && connection_.hasMoved() ? Step::kMoved : step;
+    }
     if (turnstile_.pass(kPatience) != TurnstileResult::kEntered) {
         outcome.error = "cannot write " + path_ + ": it is being moved";
         return Step::kFailed;
