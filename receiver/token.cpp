@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "linux/common/fd.h"
 
@@ -76,6 +77,14 @@ std::optional<std::string> readOrMakeToken(const std::string& folder) {
     auto token = readToken(path);
     if (!token && errno == ENOENT && makeToken(path)) token = readToken(path);
     return token;
+}
+
+std::string tokenTrouble(const std::string& folder) {
+    const int error = errno;
+    const std::string path = folder + "/token";
+    if (error == EBADMSG) return path + " holds no token; remove it and restart all jobs";
+    if (error == EPERM) return "others than the owner may use " + path + "; remove it and restart all jobs";
+    return "cannot read or make " + path + ": " + std::strerror(error);
 }
 
 bool sameToken(std::string_view a, std::string_view b) noexcept {

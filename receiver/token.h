@@ -15,6 +15,9 @@ namespace ombrel {
 /// when others may read or write the file, EBADMSG when it holds no token.
 std::optional<std::string> readOrMakeToken(const std::string& folder);
 
+/// What readOrMakeToken could not do, from its errno, and what to do about it.
+std::string tokenTrouble(const std::string& folder);
+
 /// Takes the same time whatever is compared.
 bool sameToken(std::string_view a, std::string_view b) noexcept;
 

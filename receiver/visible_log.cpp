@@ -6,7 +6,7 @@
 
 #include <utility>
 
-#include "tools/visible_text.h"
+#include "linux/common/text_escape.h"
 
 namespace ombrel {
 
@@ -18,7 +18,7 @@ constexpr std::chrono::minutes kPause{1};
 }  // namespace
 
 void logLine(std::string_view text) {
-    const std::string line = visibleText(text.substr(0, kMaxLine)) + '\n';
+    const std::string line = escapeForLine(text.substr(0, kMaxLine)) + '\n';
     (void)!::write(STDERR_FILENO, line.data(), line.size());  // there is no one left to tell
 }
 

@@ -7,6 +7,8 @@
 #include <climits>
 #include <new>
 
+#include "linux/common/journal_guard.h"
+
 namespace ombrel {
 
 static_assert(Statement::kRow == SQLITE_ROW && Statement::kDone == SQLITE_DONE);
@@ -38,6 +40,7 @@ Connection& Connection::operator=(Connection&& other) noexcept {
     if (this != &other) {
         close();
         db_ = std::exchange(other.db_, nullptr);
+        guard_ = std::exchange(other.guard_, nullptr);
     }
     return *this;
 }
@@ -45,11 +48,13 @@ Connection& Connection::operator=(Connection&& other) noexcept {
 int Connection::open(const std::string& path, OpenMode mode) noexcept try {
     close();
     if (path.empty() || path.find('\0') != std::string::npos) return SQLITE_CANTOPEN;
-    const int code = sqlite3_open_v2(plainPath(path).c_str(), &db_, openFlags(mode), nullptr);
+    guard_ = new JournalGuard;
+    const int code = sqlite3_open_v2(plainPath(path).c_str(), &db_, openFlags(mode), guard_->name());
     if (code != SQLITE_OK) {
         close();  // a failed open hands a handle out too
         return code;
     }
+    guard_->watch(db_);
     setBusyTimeout(kBusyTimeoutMs);
     return SQLITE_OK;
 } catch (const std::bad_alloc&) {
@@ -57,7 +62,9 @@ int Connection::open(const std::string& path, OpenMode mode) noexcept try {
 }
 
 void Connection::close() noexcept {
-    (void)sqlite3_close(std::exchange(db_, nullptr));  // fails only while statements are left
+    JournalGuard* const guard = std::exchange(guard_, nullptr);
+    // Fails only while statements are left; then the connection lives on, and what it stands on with it.
+    if (sqlite3_close(std::exchange(db_, nullptr)) == SQLITE_OK) delete guard;
 }
 
 void Connection::setBusyTimeout(int milliseconds) noexcept {

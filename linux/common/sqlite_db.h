@@ -18,6 +18,8 @@ struct sqlite3_stmt;
 
 namespace ombrel {
 
+class JournalGuard;
+
 enum class OpenMode {
     kReadOnly,
     kReadWrite,  ///< read-only where the file cannot be written
@@ -29,14 +31,16 @@ constexpr int kBusyTimeoutMs = 10'000;
 class Connection {
 public:
     Connection() = default;
-    Connection(Connection&& other) noexcept : db_(std::exchange(other.db_, nullptr)) {}
+    Connection(Connection&& other) noexcept
+        : db_(std::exchange(other.db_, nullptr)), guard_(std::exchange(other.guard_, nullptr)) {}
     Connection& operator=(Connection&& other) noexcept;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
     ~Connection() { close(); }
 
     /// Opens the file. SQLite reads it only with the first statement: a file that is no database is
-    /// found out then. Waits for locks at most kBusyTimeoutMs.
+    /// found out then. Waits for locks at most kBusyTimeoutMs. A connection whose file was moved goes on with
+    /// that file and leaves the journal at its old name alone.
     int open(const std::string& path, OpenMode mode) noexcept;
     /// Rolls an open transaction back and closes. Statements must be gone before.
     void close() noexcept;
@@ -58,6 +62,7 @@ public:
 
 private:
     sqlite3* db_ = nullptr;
+    JournalGuard* guard_ = nullptr;  // owned; gone with the connection that uses it
 };
 
 /// One prepared statement. Declare it after its connection.

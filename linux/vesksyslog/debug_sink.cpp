@@ -9,7 +9,7 @@
 #include <new>
 #include <string>
 
-#include "linux/vesksyslog/text_escape.h"
+#include "linux/common/text_escape.h"
 #include "platform/vesksyslog.h"
 
 namespace {

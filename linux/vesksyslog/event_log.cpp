@@ -16,8 +16,8 @@
 
 #include "linux/common/fd.h"
 #include "linux/common/path_parts.h"
+#include "linux/common/text_escape.h"
 #include "linux/common/timed_lock.h"
-#include "linux/vesksyslog/text_escape.h"
 #include "platform/vesksyslog.h"
 
 namespace ombrel {

@@ -17,9 +17,8 @@ namespace {
 constexpr const char* kUsage =
     "usage: ombrel-receiver bsd [--print-config | --check]\n"
     "Receives RFC 3164 messages on the port of the settings, UDP and TCP, or TLS: writes a configuration for\n"
-    "syslog-ng, checks it and runs syslog-ng. SIGTERM and SIGINT: hands over to the log writer what it holds, 9 "
-    "s\n"
-    "at most, and ends. SIGHUP: reads the settings again; a change that cannot be used changes nothing.\n"
+    "syslog-ng, checks it and runs syslog-ng. SIGTERM and SIGINT: hands over to the log writer what it holds,\n"
+    "9 s at most, and ends. SIGHUP: reads the settings again; a change that cannot be used changes nothing.\n"
     "  --print-config  print the configuration instead (without the token)\n"
     "  --check         exit 0 when the receiver is running and has bound its ports, 1 otherwise\n"
     "Exit codes: 0 ended by a signal, 64 wrong options, 69 the port is taken, 70 out of memory, 71 syslog-ng\n"
@@ -41,7 +40,8 @@ int main(int argc, char** argv) try {
         return std::fputs(kUsage, stdout) >= 0 ? EX_OK : EX_IOERR;
     if (argc < 2 || argc > 3 || std::string_view(argv[1]) != "bsd" ||
         (argc == 3 && option != "--print-config" && option != "--check")) {
-        (void)std::fputs(kUsage, stderr);
+        ombrel::logLine(
+            "ombrel-receiver: expected \"bsd\", alone or with --print-config or --check; --help says more");
         return EX_USAGE;
     }
     std::string error;

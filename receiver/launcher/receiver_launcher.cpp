@@ -60,10 +60,7 @@ std::optional<ReceiverConfig> bsdReceiverConfig(const std::string& settingsFile,
 int launchReceiver(const LauncherPlaces& places, ReceiverConfig config) {
     fitToMachine(config);
     const auto token = readOrMakeToken(places.runFolder);
-    if (!token) {
-        return failErrno(EX_NOPERM,
-                         "cannot use " + places.runFolder + "/token, which must be readable by its owner alone");
-    }
+    if (!token) return fail(EX_NOPERM, tokenTrouble(places.runFolder));
     config.token = *token;
     const ReceiverFiles files(places.runFolder, config.name);
     if (::mkdir(files.folder.c_str(), 0700) != 0 && errno != EEXIST) {

@@ -16,6 +16,7 @@
 #include "receiver/launcher/fail.h"
 #include "receiver/launcher/hand_over.h"
 #include "receiver/launcher/ports.h"
+#include "receiver/launcher/tls_files.h"
 
 namespace ombrel {
 
@@ -31,9 +32,11 @@ bool hasTransport(const ReceiverConfig& config, const Listener& listener) {
                        [&](const Listener& one) { return one.transport == listener.transport; });
 }
 
-bool hasListener(const ReceiverConfig& config, const Listener& listener) {
+// With or without TLS a port is the same port.
+bool holdsPort(const ReceiverConfig& config, const Listener& listener) {
     return std::any_of(config.listeners.begin(), config.listeners.end(), [&](const Listener& one) {
-        return one.transport == listener.transport && one.port == listener.port;
+        return (one.transport == Transport::kUdp) == (listener.transport == Transport::kUdp) &&
+               one.port == listener.port;
     });
 }
 
@@ -75,7 +78,7 @@ int ReceiverProcess::takeSignals() {
 // tried.
 int ReceiverProcess::checkResources(const ReceiverConfig& next) const {
     for (const Listener& listener : next.listeners) {
-        const int error = syslogNg_ && hasListener(config_, listener) ? 0 : tryToBind(listener, next.ipv6);
+        const int error = syslogNg_ && holdsPort(config_, listener) ? 0 : tryToBind(listener, next.ipv6);
         if (error != 0) {
             errno = error;
             return failErrno(EX_UNAVAILABLE, "cannot use port " + std::to_string(listener.port) +
@@ -83,12 +86,8 @@ int ReceiverProcess::checkResources(const ReceiverConfig& next) const {
                                                  " (server_port)");
         }
         if (listener.transport != Transport::kTls) continue;
-        for (const auto& [key, path] :
-             {std::pair("server_ca_key", &next.keyFile), std::pair("server_ca_file", &next.certificateFile)}) {
-            if (::access(path->c_str(), R_OK) != 0) {
-                return failErrno(EX_CONFIG, std::string("cannot read ") + key + "=\"" + *path + "\"");
-            }
-        }
+        const std::string wrong = whatIsWrongWithTlsFiles(next.keyFile, next.certificateFile);
+        if (!wrong.empty()) return fail(EX_CONFIG, wrong);
     }
     return EX_OK;
 }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <atomic>
 #include <new>
+#include <system_error>
 #include <thread>
 #include <utility>
 
@@ -125,8 +126,12 @@ void DatabasePool::storeParts(std::vector<Part>& parts) {
         }
     };
     std::vector<std::jthread> threads;
-    while (threads.size() + 1 < std::min(parts.size(), kThreads))
-        threads.emplace_back(work);
+    try {
+        while (threads.size() + 1 < std::min(parts.size(), kThreads))
+            threads.emplace_back(work);
+    } catch (const std::system_error&) {
+        // The machine allows no more of them: those that there are do it all.
+    }
     work();
 }
 

@@ -182,6 +182,8 @@ int WorkingDatabase::writeRow(const LogRow& row, LocalClock& clock, Totals& tota
 }
 
 int WorkingDatabase::writeBatch(const RowBatch& batch, Known& known, LocalClock& clock, Totals& totals) {
+    // Of blank lines only, or of none: it says nothing about the rows of the batch before it.
+    if (batch.rows.empty()) return SQLITE_OK;
     ReceiptIds ids;
     const bool hasReceipts = !batch.receiver.empty();
     if (hasReceipts) {
@@ -219,7 +221,10 @@ int WorkingDatabase::writeInfo(const Totals& totals) {
 
 WorkingDatabase::Step WorkingDatabase::attempt(const std::vector<RowBatch>& batches, LocalClock& clock,
                                                StoreOutcome& outcome) {
-    if (const Step step = ensureOpen(outcome); step != Step::kDone) return step;
+    if (const Step step = ensureOpen(outcome); step != Step::kDone) {
+        // Another writer may have filled it and a mover taken it before this one had begun.
+        return connection_.isOpen() && connection_.hasMoved() ? Step::kMoved : step;
+    }
     if (turnstile_.pass(kPatience) != TurnstileResult::kEntered) {
         outcome.error = "cannot write " + path_ + ": it is being moved";
         return Step::kFailed;

@@ -114,13 +114,13 @@ public:
 private:
     void addLine(std::string_view line) {
         const std::string& text = kept_.emplace_back(line);
-        bytes_ += text.size();
         auto year = std::optional<int>();
         if (const ParsedMessage parsed = parseMessage(text); parsed.time && !parsed.time->year) {
             year = years_.next(parsed.time->month);
         }
         auto row = builder_.imported(text, options_.host, reference_, year, now_);
-        if (!row) return;
+        if (!row) return kept_.pop_back();  // a file of empty lines must not fill the memory
+        bytes_ += text.size();
         row->id = {importId_, ++lineNumber_};
         reference_ = row->time;
         batch_.rows.push_back(*row);

@@ -117,8 +117,7 @@ int LogWriter::start() {
     schema_ = std::move(*schema);
     const auto token = readOrMakeToken(options_.runFolder);
     if (!token) {
-        logLine(
-            withErrno("cannot use " + options_.runFolder + "/token, which must be readable by its owner alone"));
+        logLine(tokenTrouble(options_.runFolder));
         return EX_NOPERM;
     }
     if (!watchSignals()) {

@@ -29,9 +29,9 @@ constexpr const char* kUsage =
     "With --import: stores the messages of a file, one a line (\"-\" is standard input), in the same place.\n"
     "  --year=YYYY              the year of the first line whose time has none (guessed from the file)\n"
     "  --host=NAME              the host of lines that name none (\"localhost\")\n"
-    "Exit codes: 0 done, 64 wrong options, 66 no such file,\n"
-    "69 the port is taken, 70 out of memory, 72 the layout file is missing, 74 cannot read or store,\n"
-    "77 the token cannot be used, 78 wrong settings\n";
+    "Exit codes: 0 done, 64 wrong options, 66 the file cannot be opened, 69 the port is taken, 70 out of memory,\n"
+    "71 no signals, 72 the layout file is missing, 74 cannot read or store, 77 the token cannot be used,\n"
+    "78 wrong settings\n";
 
 struct Arguments {
     ombrel::LogWriterOptions writer{ombrel::kSettingsFile, ombrel::kSchemaFile, ombrel::kRunFolder,
@@ -77,7 +77,7 @@ const char* takeOption(int option, const char* value, Arguments& arguments) {
             arguments.help = true;
             return nullptr;
         default:
-            return "";  // getopt has said it
+            return "there is no such option, or its value is missing";
     }
 }
 
@@ -89,6 +89,7 @@ const char* readArguments(int argc, char** argv, Arguments& arguments) {
                                                     {"host", required_argument, nullptr, 'H'},
                                                     {"help", no_argument, nullptr, 'h'},
                                                     {nullptr, 0, nullptr, 0}}};
+    ::opterr = 0;  // it would say a line of its own
     for (;;) {
         const int option = ::getopt_long(argc, argv, "h", kOptions.data(), nullptr);
         if (option == -1) break;
@@ -109,8 +110,7 @@ const char* readArguments(int argc, char** argv, Arguments& arguments) {
 int main(int argc, char** argv) try {
     Arguments arguments;
     if (const char* const wrong = readArguments(argc, argv, arguments)) {
-        if (*wrong != '\0') (void)std::fprintf(stderr, "ombrel-logwriter: %s\n", wrong);
-        (void)std::fputs(kUsage, stderr);
+        ombrel::logLine(std::string("ombrel-logwriter: ") + wrong + "; --help lists the options");
         return EX_USAGE;
     }
     if (arguments.help) return std::fputs(kUsage, stdout) >= 0 ? EX_OK : EX_IOERR;

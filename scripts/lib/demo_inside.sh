@@ -19,10 +19,14 @@ own_lines() {
 }
 
 send_everything() {
+  local tcp udp
   "$BIN/device-sender" --stream tcp --devices 20 --count $PER_STREAM --rate 12000 >/tmp/sent.tcp &
+  tcp=$!
   "$BIN/device-sender" --stream udp --devices 20 --count $PER_STREAM --rate $UDP_RATE --udp >/tmp/sent.udp &
+  udp=$!
   own_lines | "$BIN/device-sender" --stream own --file - --host "$(uname -n)" --program machine >/tmp/sent.own
-  wait -f %1 %2
+  wait $tcp
+  wait $udp
 }
 
 road_begin
@@ -35,10 +39,8 @@ grep -E '^(arch_|server_port)' "$CONF"
 say "2. Twenty devices send through TCP and UDP port 5514, and this machine sends its own log lines;
    whenever the working database holds more than 20000 rows it is archived"
 dropped_before=$(udp_dropped)
-set -m
 send_everything &
 sender=$!
-set +m
 while kill -0 $sender 2>/dev/null; do
   "$OMBREL" archive | grep -v '^nothing' || true
   # Looks again when the writer has committed something more, at the latest after a second.

@@ -17,7 +17,9 @@
 namespace ombrel {
 namespace {
 
+using test::integrityOf;
 using test::makeDatabase;
+using test::messagesOf;
 using test::TemporaryFolder;
 using test::valueOf;
 using ::testing::ElementsAre;
@@ -177,6 +179,34 @@ INSTANTIATE_TEST_SUITE_P(
                    "CREATE TABLE logs(utcoff); CREATE TABLE loginfo(version); INSERT INTO loginfo VALUES(3)",
                    LogLayout::kNone}),
     [](const auto& test) { return std::string(test.param.name); });
+
+// What was open before a move is not spoilt by the journal of the database that was begun at its name since.
+TEST_F(DatabaseLayer, LeavesTheJournalOfItsSuccessorAlone) {
+    const std::string archive = folder.at("archive.DB");
+    for (const OpenMode mode : {OpenMode::kReadWrite, OpenMode::kReadOnly}) {
+        makeDatabase(path, {"old"});
+        open(mode);
+        std::filesystem::rename(path, archive);
+        Connection successor;
+        ASSERT_EQ(successor.open(path, OpenMode::kCreate), 0);
+        // More than its cache holds, so that the journal is complete before the end of the transaction.
+        ASSERT_EQ(
+            successor.execute("PRAGMA journal_mode=TRUNCATE; PRAGMA cache_size=5; BEGIN IMMEDIATE;"
+                              "CREATE TABLE t(x); WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i+1 FROM n"
+                              " WHERE i<1000) INSERT INTO t SELECT zeroblob(500) FROM n"),
+            0);
+        ASSERT_GT(std::filesystem::file_size(path), 0U);
+        EXPECT_EQ(valueOf(connection, "SELECT msg FROM logs"), "old");
+        ASSERT_EQ(successor.execute("COMMIT"), 0);
+        EXPECT_EQ(valueOf(successor, "SELECT count(*) FROM t"), "1000");
+        successor.close();
+        connection.close();
+        EXPECT_THAT(messagesOf(archive), ElementsAre("old"));
+        EXPECT_EQ(integrityOf(archive), "ok");
+        std::filesystem::remove(path);
+        std::filesystem::remove(archive);
+    }
+}
 
 }  // namespace
 }  // namespace ombrel

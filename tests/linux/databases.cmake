@@ -34,6 +34,6 @@ add_executable(vesksyslog_test
   log_paging_test.cpp
   log_select_test.cpp
   text_escape_test.cpp)
-target_link_libraries(vesksyslog_test PRIVATE vesksyslog_objects veskcore test_databases PkgConfig::SQLITE3
+target_link_libraries(vesksyslog_test PRIVATE vesksyslog_objects linux_text veskcore test_databases PkgConfig::SQLITE3
   Threads::Threads GTest::gtest_main GTest::gmock)
 gtest_discover_tests(vesksyslog_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)

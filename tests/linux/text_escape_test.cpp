@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // Texts of strangers on one line and in JSON.
-#include "linux/vesksyslog/text_escape.h"
+#include "linux/common/text_escape.h"
 
 #include <gtest/gtest.h>
 

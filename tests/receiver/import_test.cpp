@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sysexits.h>
 
@@ -102,6 +103,17 @@ TEST_F(ImportTest, SurvivesAnythingInTheFile) {
     EXPECT_THAT(query(shared(), "SELECT sum(length(msg)) FROM logs WHERE msg LIKE 'yyyy%'"),
                 ElementsAre(std::to_string(longLine.size())));
     EXPECT_THAT(query(shared(), "PRAGMA integrity_check"), ElementsAre("ok"));
+}
+
+TEST_F(ImportTest, TakesNoRoomForLinesWithoutText) {
+    const std::string blank(8U << 20, '\n');  // 300 MiB if each were kept
+    struct rusage before {};
+    struct rusage after {};
+    ::getrusage(RUSAGE_SELF, &before);
+    ASSERT_EQ(import(blank + "last\n"), EX_OK);
+    ::getrusage(RUSAGE_SELF, &after);
+    EXPECT_LT(after.ru_maxrss - before.ru_maxrss, 64L << 10) << "KiB";
+    EXPECT_EQ(rowCount(shared()), "1");
 }
 
 TEST_F(ImportTest, SaysWhatIsMissing) {

@@ -107,6 +107,13 @@ TEST_F(WorkingDatabaseTest, KnowsABatchThatComesAgainInPieces) {
     EXPECT_EQ(rowCount(path), "3");
 }
 
+TEST_F(WorkingDatabaseTest, KnowsItBehindABatchWithoutRows) {
+    ASSERT_TRUE(store(batchOf({{1, "a"}, {2, "b"}})).stored);
+    ASSERT_TRUE(store(batchOf({})).stored);
+    EXPECT_EQ(store(batchOf({{1, "a"}, {2, "b"}})).repeated, 2U);
+    EXPECT_EQ(rowCount(path), "2");
+}
+
 TEST_F(WorkingDatabaseTest, KnowsItAfterARestart) {
     ASSERT_TRUE(store(batchOf({{1, "a"}, {2, "b"}})).stored);
     WorkingDatabase next(path, schemaText());

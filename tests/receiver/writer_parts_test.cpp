@@ -115,12 +115,13 @@ TEST(Token, ThatOthersCanReadOrThatIsNoneIsRefused) {
     ASSERT_TRUE(readOrMakeToken(folder.path()));
     ASSERT_EQ(::chmod((folder / "token").c_str(), 0640), 0);
     EXPECT_FALSE(readOrMakeToken(folder.path()));
-    EXPECT_EQ(errno, EPERM);
+    EXPECT_THAT(tokenTrouble(folder.path()), testing::HasSubstr("others than the owner may use"));
     ASSERT_EQ(::chmod((folder / "token").c_str(), 0600), 0);
     writeText(folder / "token", "short\n");
     EXPECT_FALSE(readOrMakeToken(folder.path()));
-    EXPECT_EQ(errno, EBADMSG);
+    EXPECT_THAT(tokenTrouble(folder.path()), testing::HasSubstr("/token holds no token; remove it"));
     EXPECT_FALSE(readOrMakeToken(folder / "missing"));
+    EXPECT_THAT(tokenTrouble(folder / "missing"), testing::HasSubstr("/missing/token: No such file"));
 }
 
 TEST(Token, IsComparedByteForByte) {

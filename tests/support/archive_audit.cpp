@@ -139,8 +139,10 @@ bool parseStreams(int argc, char** argv, Streams& streams) {
         const char* equals = std::strchr(argv[i], '=');
         if (equals == nullptr) return false;
         Stream stream;
-        stream.sent = std::strtol(equals + 1, nullptr, 10);
-        if (stream.sent < 0) return false;
+        // A sender that failed has said no number, which must not pass for none sent.
+        char* end = nullptr;
+        stream.sent = std::strtol(equals + 1, &end, 10);
+        if (stream.sent < 0 || end == equals + 1 || *end != '\0') return false;
         stream.seen.resize(static_cast<std::size_t>(stream.sent));
         streams.emplace(std::string(argv[i], static_cast<std::size_t>(equals - argv[i])), std::move(stream));
     }

@@ -9,12 +9,22 @@ BUILD=$1
 
 fail() {
   echo "FAILED: $*" >&2
-  tail -n 40 "$PACKAGE"/service/log/*/current 2>/dev/null >&2 || true
+  tail -n 40 "$PACKAGE"/service/log/*/current >&2 2>/dev/null || true
   exit 1
 }
 
 expect_equal() { # WHAT EXPECTED ACTUAL
   [ "$2" = "$3" ] || fail "$1: expected \"$2\", is \"$3\""
+}
+
+# complains EXIT WORDS COMMAND...: the last line on standard error has these words; mv and zip may have said
+# something of their own before.
+complains() {
+  local expected=$1 words=$2 result=0
+  shift 2
+  "$@" >/tmp/out 2>/tmp/err || result=$?
+  expect_equal "exit code of $*" "$expected" "$result"
+  tail -n 1 /tmp/err | grep -qF -- "$words" || fail "$* says: $(cat /tmp/err)"
 }
 
 # Sends standard input exactly as it is: as one datagram, or over one connection.
@@ -24,10 +34,23 @@ send_udp() {
 }
 send_tcp() { cat >/dev/tcp/127.0.0.1/5514; }
 
+# await WHAT COMMAND...: there is no event for what other programs have written or bound; 20 s at most.
+await() {
+  local what=$1 tries=200
+  shift
+  until "$@"; do
+    tries=$((tries - 1))
+    [ $tries -gt 0 ] || fail "$what: not within 20 s"
+    read -rt 0.1 <> <(:) || true
+  done
+}
+# Whether the log of the receiver has these words.
+logged() { grep -qF -- "$1" $PACKAGE/service/log/pkg-Ombrel-bsd/current; }
+
 WORKING=$LOGS/VESKSYSLOGDB__ARCH.DB
 
 await_rows() { # N [DATABASE]
-  "$BIN/await-growth" --rows "$1" "${2:-$WORKING}" || fail "no $1 rows came; $(rows_of "${2:-$WORKING}") are there"
+  timeout 90 "$BIN/await-growth" --rows "$1" "${2:-$WORKING}" || fail "no $1 rows came; $(rows_of "${2:-$WORKING}") are there"
 }
 
 rows_of() { sqlite3 -cmd '.timeout 10000' "$1" 'SELECT row_count FROM loginfo' 2>/dev/null || echo none; }

@@ -2,25 +2,42 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // `ombrel archive`: archives what is due by the rules of the settings, or everything.
+#include <sys/stat.h>
 #include <sysexits.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <string_view>
 
+#include "linux/common/text_escape.h"
 #include "ombrel/logarchiver.h"
 #include "tools/ombrel/commands.h"
-#include "tools/visible_text.h"
 
 namespace {
 
 constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
+constexpr const char* kUsage = "usage: ombrel archive [--all]";
+
+/// Its rows, or -1 when it is no log database. A file that is not there any more, or that the log writer has just
+/// made and not yet begun, holds none; since it may be moved and made again while it is looked at, it is looked
+/// at more than once.
+long long rowsOf(LogArchiver& archiver, const std::string& path) {
+    constexpr int kLooks = 3;
+    for (int i = 0; i < kLooks; ++i) {
+        const long long rows = archiver.DBCountGet(path);
+        if (rows >= 0) return rows;
+        struct stat status {};
+        if (stat(path.c_str(), &status) != 0 ? errno == ENOENT : status.st_size == 0) return 0;
+    }
+    return -1;
+}
 
 /// Archives the databases that hold rows, one by one, and says for each how it went.
 int archiveEach(LogArchiver& archiver, std::list<_SYSLOG_WORKING_DB_tag> databases) {
     int exitCode = EX_OK;
     std::size_t archived = 0;
     for (auto& db : databases) {
-        const long long rows = archiver.DBCountGet(db.strDBPath);
+        const long long rows = rowsOf(archiver, db.strDBPath);
         if (rows == 0) continue;
         if (rows < 0) {
             exitCode =
@@ -29,7 +46,7 @@ int archiveEach(LogArchiver& archiver, std::list<_SYSLOG_WORKING_DB_tag> databas
             exitCode = ombrel::complain(1, db.strDBPath + " could not be archived; the system log says why");
         } else {
             ++archived;
-            (void)printf("archived %s (%lld rows)\n", ombrel::visibleText(db.strDBPath).c_str(), rows);
+            (void)printf("archived %s (%lld rows)\n", ombrel::escapeForLine(db.strDBPath).c_str(), rows);
         }
     }
     if (archived == 0 && exitCode == EX_OK) (void)puts("nothing to archive");
@@ -39,8 +56,9 @@ int archiveEach(LogArchiver& archiver, std::list<_SYSLOG_WORKING_DB_tag> databas
 }  // namespace
 
 int ombrel::cmdArchive(std::span<char* const> words) {
+    if (asksForHelp(words)) return showHelp(kUsage);
     const bool all = words.size() == 1 && std::string_view(words[0]) == "--all";
-    if (!words.empty() && !all) return complain(EX_USAGE, "usage: ombrel archive [--all]");
+    if (!words.empty() && !all) return complain(EX_USAGE, kUsage);
     LogArchiver archiver;
     if (archiver.ConfigLoad(kSettingsFile) < 0) {
         return complain(EX_CONFIG, std::string(kSettingsFile) + " cannot be read or lacks a required key");

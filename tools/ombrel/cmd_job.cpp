@@ -5,30 +5,61 @@
 #include <sysexits.h>
 
 #include <cstdio>
+#include <cstring>
 #include <string_view>
 
+#include "linux/common/error_record.h"
+#include "linux/common/text_escape.h"
 #include "platform/veskserviceconf.h"
 #include "tools/ombrel/commands.h"
-#include "tools/visible_text.h"
 
 namespace {
 
+constexpr const char* kUsage = "usage: ombrel job start|stop|restart|reload|status NAME";
+
+/// What the error record says of a job that did not do as it was told.
+std::string reason() {
+    const int code = VLIBCErrGet();
+    switch (code) {
+        case ombrel::kErrorNotFound:
+        case ombrel::kErrorInvalidArgument:
+            return "there is no such job";
+        case ombrel::kErrorTimeout:
+            return "not in time; the job's log says why";
+        case ombrel::fromErrno(ECONNREFUSED):
+            return "no supervisor is at work; start s6-svscan on the scan folder";
+        case ombrel::fromErrno(ESRCH):
+            return "it is not running";
+        case ombrel::fromErrno(EOPNOTSUPP):
+            return "the job has no such action, or this machine no scan folder of jobs";
+        default:
+            if (code > ombrel::kErrorFromErrno && code < ombrel::kErrorFromSqlite) {
+                return strerror(code - ombrel::kErrorFromErrno);
+            }
+            return "the job's log and the system log say why";
+    }
+}
+
 int status(const char* job) {
+    VLIBCErrSetEx(0, "", 0);
     const bool running = VLIBServicectlIsJobRunning(job, 0) != 0;
-    (void)printf("%s: %s\n", ombrel::visibleText(job).c_str(), running ? "running" : "stopped");
+    if (!running && VLIBCErrGet() != 0) {
+        return ombrel::complain(1, "nothing is known of " + std::string(job) + ": " + reason());
+    }
+    (void)printf("%s: %s\n", ombrel::escapeForLine(job).c_str(), running ? "running" : "stopped");
     return running ? EX_OK : 1;
 }
 
 int report(int result, const char* job, const char* what) {
     if (result >= 0) return EX_OK;
-    return ombrel::complain(
-        1, std::string(job) + " could not be " + what + "; the job's log and the system log say why");
+    return ombrel::complain(1, std::string(job) + " could not be " + what + ": " + reason());
 }
 
 }  // namespace
 
 int ombrel::cmdJob(std::span<char* const> words) {
-    if (words.size() != 2) return complain(EX_USAGE, "usage: ombrel job start|stop|restart|reload|status NAME");
+    if (asksForHelp(words)) return showHelp(kUsage);
+    if (words.size() != 2) return complain(EX_USAGE, kUsage);
     const std::string_view action = words[0];
     const char* job = words[1];
     if (action == "start") return report(VLIBServicectlJobStart(job), job, "started");

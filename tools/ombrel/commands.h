@@ -12,6 +12,11 @@ namespace ombrel {
 int cmdArchive(std::span<char* const> words);
 int cmdJob(std::span<char* const> words);
 
+/// Whether the only word is --help.
+bool asksForHelp(std::span<char* const> words);
+/// Prints a line on stdout; exit code.
+int showHelp(const char* usage);
+
 /// Prints one line on stderr and returns `exitCode`.
 int complain(int exitCode, const std::string& what);
 

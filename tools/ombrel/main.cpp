@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
+#include "linux/common/text_escape.h"
 #include "tools/ombrel/commands.h"
-#include "tools/visible_text.h"
 
 namespace {
 
@@ -29,21 +29,30 @@ void printHelp(FILE* out) {
     (void)fputs("usage: ombrel COMMAND ...\n", out);
     for (const auto& command : kCommands)
         (void)fprintf(out, "  ombrel %s\n", command.help);
+    (void)fputs(
+        "Exit codes: 0 done (of status: running), 1 something failed (of status: not running), 64 wrong\n"
+        "words, 78 the settings cannot be read\n",
+        out);
 }
 
 }  // namespace
 
 int ombrel::complain(int exitCode, const std::string& what) {
-    (void)fprintf(stderr, "ombrel: %s\n", visibleText(what).c_str());
+    (void)fprintf(stderr, "ombrel: %s\n", escapeForLine(what).c_str());
     return exitCode;
+}
+
+bool ombrel::asksForHelp(std::span<char* const> words) {
+    return words.size() == 1 && std::string_view(words[0]) == "--help";
+}
+
+int ombrel::showHelp(const char* usage) {
+    return puts(usage) >= 0 ? EX_OK : EX_IOERR;
 }
 
 int main(int argc, char** argv) {
     const std::span<char* const> words(argv, static_cast<std::size_t>(argc));
-    if (words.size() < 2) {
-        printHelp(stderr);
-        return EX_USAGE;
-    }
+    if (words.size() < 2) return ombrel::complain(EX_USAGE, "expected a command; ombrel --help lists them");
     const std::string_view name = words[1];
     if (name == "--help" || name == "help") {
         printHelp(stdout);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
-#include "linux/vesksyslog/text_escape.h"
+#include "linux/common/text_escape.h"
 
 #include <cstdint>
 
