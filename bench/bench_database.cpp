@@ -45,11 +45,10 @@ void fillKeys(Connection& db, const char* sql, const char* stem, int count) {
 
 void fillRows(Connection& db, long rows) {
     Statement insert;
-    demand(insert.prepare(
-               db,
-               "INSERT INTO logs (utcsec, rutcsec, sutcsec, ldate, ltime, host, sender, facility, severity,"
-               " program, pid, msg) VALUES (?1, ?1, ?1, date(?1, 'unixepoch'), time(?1, 'unixepoch'),"
-               " ?2, ?2, ?3, ?4, ?5, ?6, ?7)"),
+    demand(insert.prepare(db,
+                          "INSERT INTO logs (utcsec, rutcsec, sutcsec, utcoff, host, sender, facility, severity,"
+                          " program, pid, msg) VALUES (?1, ?1, ?1, 3600,"
+                          " ?2, ?2, ?3, ?4, ?5, ?6, ?7)"),
            "prepare");
     const std::string filling(80, '.');
     for (long i = 0; i < rows; ++i) {
@@ -80,7 +79,8 @@ void makeDatabase(const std::string& path, long rows) {
     fillKeys(db, "INSERT INTO facilities (id, name) VALUES (?1, ?2)", "local", kFacilities);
     fillRows(db, rows);
     demand(db.execute("UPDATE loginfo SET (row_count, first_sec, last_sec, first_day, last_day) ="
-                      " (SELECT count(*), min(utcsec), max(utcsec), min(ldate), max(ldate) FROM logs); COMMIT"),
+                      " (SELECT count(*), min(utcsec), max(utcsec), date(min(utcsec + utcoff), 'unixepoch'),"
+                      " date(max(utcsec + utcoff), 'unixepoch') FROM logs); COMMIT"),
            "commit");
 }
 

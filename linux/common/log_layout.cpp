@@ -8,12 +8,27 @@ namespace ombrel {
 
 namespace {
 
-int queryHasRow(const Connection& connection, const char* sql, bool& found) {
-    Statement statement;
-    if (const int code = statement.prepare(connection, sql)) return code;
+int hasRow(Statement& statement, bool& found) {
     const int code = statement.step();
     found = code == Statement::kRow;
     return found || code == Statement::kDone ? SQLITE_OK : code;
+}
+
+int queryHasRow(const Connection& connection, const char* sql, bool& found) {
+    Statement statement;
+    if (const int code = statement.prepare(connection, sql)) return code;
+    return hasRow(statement, found);
+}
+
+int logsHaveColumn(const Connection& connection, const char* name, bool& found) {
+    Statement statement;
+    if (const int code = statement.prepare(connection,
+                                           "SELECT 1 FROM sqlite_schema s, pragma_table_info(s.name) c"
+                                           " WHERE s.type='table' AND s.name='logs' AND c.name=?")) {
+        return code;
+    }
+    if (const int code = statement.bindText(1, name)) return code;
+    return hasRow(statement, found);
 }
 
 int readVersion(const Connection& connection, long long& version) {
@@ -28,23 +43,21 @@ int readVersion(const Connection& connection, long long& version) {
 
 int readLogLayout(const Connection& connection, LogLayout& layout) noexcept {
     layout = LogLayout::kNone;
-    bool hasLogs = false;
+    bool hasDays = false;
+    bool hasOffsets = false;
     bool hasInfo = false;
-    if (const int code = queryHasRow(connection,
-                                     "SELECT 1 FROM sqlite_schema s, pragma_table_info(s.name) c"
-                                     " WHERE s.type='table' AND s.name='logs' AND c.name='ldate'",
-                                     hasLogs)) {
-        return code;
-    }
-    if (!hasLogs) return SQLITE_OK;
+    if (const int code = logsHaveColumn(connection, "ldate", hasDays)) return code;
+    if (const int code = logsHaveColumn(connection, "utcoff", hasOffsets)) return code;
+    if (!hasDays && !hasOffsets) return SQLITE_OK;
     if (const int code = queryHasRow(
             connection, "SELECT 1 FROM sqlite_schema WHERE type='table' AND name='loginfo'", hasInfo)) {
         return code;
     }
     if (!hasInfo) {
-        layout = LogLayout::kVersion1;
+        if (hasDays) layout = LogLayout::kVersion1;
         return SQLITE_OK;
     }
+    if (!hasOffsets) return SQLITE_OK;
     long long version = 0;
     if (const int code = readVersion(connection, version)) return code;
     if (version == 2) layout = LogLayout::kVersion2;

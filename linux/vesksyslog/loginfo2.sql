@@ -11,8 +11,7 @@ CREATE TABLE logs (
     utcsec   INTEGER NOT NULL,    -- the row's own time, seconds since the epoch
     rutcsec  INTEGER NOT NULL,    -- when it was received
     sutcsec  INTEGER,             -- when it was sent, as the sender says; NULL when it does not say
-    ldate    TEXT NOT NULL,       -- local day of utcsec, YYYY-MM-DD
-    ltime    TEXT NOT NULL,       -- local time of utcsec, HH:MM:SS
+    utcoff   INTEGER NOT NULL,    -- local time of the box at utcsec less UTC, in seconds
     host     INTEGER NOT NULL,    -- hosts.id
     sender   INTEGER NOT NULL,    -- senders.id
     facility INTEGER NOT NULL,    -- facilities.id
@@ -34,8 +33,8 @@ CREATE TABLE loginfo (
     row_count INTEGER NOT NULL,
     first_sec INTEGER,            -- least utcsec, NULL without rows
     last_sec  INTEGER,            -- greatest utcsec
-    first_day TEXT,               -- least ldate, YYYY-MM-DD
-    last_day  TEXT                -- greatest ldate
+    first_day TEXT,               -- least local day, YYYY-MM-DD
+    last_day  TEXT                -- greatest local day
 );
 INSERT INTO loginfo (version, row_count) VALUES (2, 0);
 

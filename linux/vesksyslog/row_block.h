@@ -9,6 +9,7 @@
 #include <array>
 #include <cstddef>
 
+#include "linux/common/day_text.h"
 #include "linux/common/log_layout.h"
 #include "linux/common/sqlite_db.h"
 #include "platform/vesksyslog.h"
@@ -17,7 +18,7 @@ namespace ombrel {
 
 /// Columns of a selection, in the order of the record's members.
 constexpr const char* kVersion2Columns =
-    "id, utcsec, rutcsec, severity, sender, host, pid, facility, msgid, ldate, ltime, program, msg";
+    "id, utcsec, rutcsec, severity, sender, host, pid, facility, msgid, utcoff, NULL, program, msg";
 // Texts stand where version 2 has ids; there is one time, in local days and hours, and no sender.
 constexpr const char* kVersion1Columns =
     "rowid AS id, CAST(strftime('%s', ldate || ' ' || ltime, 'utc') AS INTEGER) AS utcsec, NULL,"
@@ -29,6 +30,7 @@ struct RowBlock {
     static constexpr size_t kBytes = 256UL * 1024;  ///< long messages end a block early
 
     std::array<_SYSLOG_LOG_DATA_tag, kRows> rows;
+    DayText day;
     size_t count = 0;
     long long lastId = 0;
     long long lastTime = 0;

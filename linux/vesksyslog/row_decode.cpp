@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 
 #include <charconv>
+#include <cstdint>
 #include <new>
 
 namespace ombrel {
@@ -24,6 +25,24 @@ void setText(std::string& text, sqlite3_stmt* row, int column) {
     } else {
         text.assign(bytes, static_cast<size_t>(sqlite3_column_bytes(row, column)));
     }
+}
+
+void setDigits(char* two, std::int64_t value) {
+    two[0] = static_cast<char>('0' + value / 10);
+    two[1] = static_cast<char>('0' + value % 10);
+}
+
+// A file may hold any numbers; a sum beyond them wraps round to some day of the wrong age.
+void setLocalTime(sqlite3_stmt* row, _SYSLOG_LOG_DATA_tag& record, RowBlock& block) {
+    const auto offset = static_cast<std::uint64_t>(sqlite3_column_int64(row, 9));
+    const auto local = static_cast<std::int64_t>(static_cast<std::uint64_t>(block.lastTime) + offset);
+    record.date = block.day.of(local);
+    const std::int64_t ofDay = local - floorDiv(local, kDaySeconds) * kDaySeconds;
+    char time[] = "00:00:00";
+    setDigits(time, ofDay / 3600);
+    setDigits(time + 3, ofDay / 60 % 60);
+    setDigits(time + 6, ofDay % 60);
+    record.time.assign(time, sizeof time - 1);
 }
 
 void setNumbers(sqlite3_stmt* row, _SYSLOG_LOG_DATA_tag& record) {
@@ -51,13 +70,14 @@ void setRecord(sqlite3_stmt* row, LogLayout layout, _SYSLOG_LOG_DATA_tag& record
     record.priority = static_cast<_SYSLOG_DB_PRIORITY_tag>(sqlite3_column_int(row, 3));
     if (layout == LogLayout::kVersion2) {
         setNumbers(row, record);
+        setLocalTime(row, record, block);
     } else {
         setNames(row, record);
+        setText(record.date, row, 9);
+        setText(record.time, row, 10);
     }
     setText(record.processId, row, 6);
     setText(record.messageId, row, 8);
-    setText(record.date, row, 9);
-    setText(record.time, row, 10);
     setText(record.message, row, 12);
 }
 

@@ -11,11 +11,6 @@ namespace ombrel {
 namespace {
 
 constexpr std::int64_t kBlockSeconds = 900;
-constexpr std::int64_t kDaySeconds = 86400;
-
-std::int64_t floorDiv(std::int64_t value, std::int64_t divisor) noexcept {
-    return value / divisor - (value % divisor < 0 ? 1 : 0);
-}
 
 // Days since 1970-01-01 of a day of the Gregorian calendar; years begin in March here, so that the leap
 // day is the last of its year.
@@ -37,7 +32,6 @@ bool isLeapYear(int year) noexcept {
 void LocalClock::refresh() {
     ::tzset();
     blocks_.fill(Block{});
-    dayNumber_ = INT64_MIN;
 }
 
 int LocalClock::offsetAt(std::int64_t seconds) {
@@ -53,23 +47,8 @@ int LocalClock::offsetAt(std::int64_t seconds) {
 }
 
 LocalClock::Stamp LocalClock::stamp(std::int64_t seconds) {
-    const std::int64_t local = seconds + offsetAt(seconds);
-    const std::int64_t number = floorDiv(local, kDaySeconds);
-    if (number != dayNumber_) {
-        const time_t value = number * kDaySeconds;
-        struct tm day {};
-        (void)gmtime_r(&value, &day);  // fails only for years that no time of ours reaches
-        dayLength_ = std::strftime(day_.data(), day_.size(), "%Y-%m-%d", &day);
-        dayNumber_ = number;
-    }
-    const auto rest = static_cast<int>(local - number * kDaySeconds);
-    const std::array<int, 3> fields = {rest / 3600, rest / 60 % 60, rest % 60};
-    for (size_t i = 0; i < fields.size(); ++i) {
-        time_[i * 3] = static_cast<char>('0' + fields[i] / 10);
-        time_[i * 3 + 1] = static_cast<char>('0' + fields[i] % 10);
-        if (i < 2) time_[i * 3 + 2] = ':';
-    }
-    return {{day_.data(), dayLength_}, {time_.data(), time_.size()}};
+    const int offset = offsetAt(seconds);
+    return {day_.of(seconds + offset), offset};
 }
 
 std::int64_t LocalClock::resolveIn(const SenderTime& time, int year, std::int64_t reference) {

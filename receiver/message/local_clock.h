@@ -11,6 +11,7 @@
 #include <optional>
 #include <string_view>
 
+#include "linux/common/day_text.h"
 #include "receiver/message/message_parser.h"
 
 namespace ombrel {
@@ -20,10 +21,9 @@ public:
     /// Forgets what is remembered and looks whether the machine's zone has changed. Once a transaction.
     void refresh();
 
-    /// "YYYY-MM-DD" and "HH:MM:SS"; valid until the next call.
     struct Stamp {
-        std::string_view day;
-        std::string_view time;
+        std::string_view day;  ///< local day, YYYY-MM-DD; valid until the next call
+        int utcOffset = 0;     ///< seconds east of Greenwich
     };
     Stamp stamp(std::int64_t seconds);
 
@@ -40,10 +40,7 @@ private:
     std::int64_t resolveIn(const SenderTime& time, int year, std::int64_t reference);
 
     std::array<Block, 64> blocks_{};
-    std::int64_t dayNumber_ = INT64_MIN;  // of the text in day_
-    std::array<char, 16> day_{};
-    size_t dayLength_ = 0;
-    std::array<char, 8> time_{};
+    DayText day_;
 };
 
 /// A row's own time: the sender's where it lies within a day of the receive time, otherwise the receive

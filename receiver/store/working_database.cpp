@@ -99,8 +99,8 @@ int WorkingDatabase::prepareStatements() {
     Statements& all = statements_.emplace();
     if (const int code = all.addRow.prepare(
             connection_,
-            "INSERT INTO logs(utcsec,rutcsec,sutcsec,ldate,ltime,host,sender,facility,severity,program,pid,"
-            "msgid,sdata,msg) VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13,?14)")) {
+            "INSERT INTO logs(utcsec,rutcsec,sutcsec,utcoff,host,sender,facility,severity,program,pid,"
+            "msgid,sdata,msg) VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13)")) {
         return code;
     }
     if (const int code = all.updateInfo.prepare(
@@ -162,14 +162,14 @@ int WorkingDatabase::writeRow(const LogRow& row, LocalClock& clock, Totals& tota
     Statement& add = all.addRow;
     int code = add.bind(1, row.time) | add.bind(2, row.received);
     code |= row.sent ? add.bind(3, *row.sent) : add.bindNull(3);
-    code |= add.bindText(4, stamp.day) | add.bindText(5, stamp.time);
-    code |= add.bind(6, host) | add.bind(7, sender) | add.bind(8, facility);
-    code |= add.bind(9, row.parsed.severity) | add.bind(10, program);
+    code |= add.bind(4, stamp.utcOffset);
+    code |= add.bind(5, host) | add.bind(6, sender) | add.bind(7, facility);
+    code |= add.bind(8, row.parsed.severity) | add.bind(9, program);
     const auto bindOptional = [&add](int index, std::string_view text) {
         return text.empty() ? add.bindNull(index) : add.bindText(index, text);
     };
-    code |= bindOptional(11, row.parsed.processId) | bindOptional(12, row.parsed.messageId);
-    code |= bindOptional(13, row.parsed.structuredData) | add.bindText(14, row.parsed.message);
+    code |= bindOptional(10, row.parsed.processId) | bindOptional(11, row.parsed.messageId);
+    code |= bindOptional(12, row.parsed.structuredData) | add.bindText(13, row.parsed.message);
     // A failed binding is lack of memory or a text beyond SQLite's limits.
     if (code != SQLITE_OK) return SQLITE_NOMEM;
     if (const int result = add.run()) return result;

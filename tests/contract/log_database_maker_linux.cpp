@@ -22,13 +22,17 @@ void require(int code, const Connection& connection) {
     if (code != 0) throw std::runtime_error(std::string("cannot make a database: ") + connection.lastMessage());
 }
 
-std::string formatted(long long seconds, const char* format) {
+std::tm localTime(long long seconds) {
     const auto moment = static_cast<std::time_t>(seconds);
     std::tm local{};
+    if (::localtime_r(&moment, &local) == nullptr) throw std::runtime_error("no such time");
+    return local;
+}
+
+std::string formatted(long long seconds, const char* format) {
+    const std::tm local = localTime(seconds);
     char text[32];
-    if (::localtime_r(&moment, &local) == nullptr || std::strftime(text, sizeof text, format, &local) == 0) {
-        throw std::runtime_error("no such time");
-    }
+    if (std::strftime(text, sizeof text, format, &local) == 0) throw std::runtime_error("no such time");
     return text;
 }
 
@@ -62,8 +66,9 @@ private:
 
 constexpr const char* kUpdateInfo =
     "UPDATE loginfo SET row_count = (SELECT COUNT(*) FROM logs), first_sec = (SELECT MIN(utcsec) FROM logs),"
-    " last_sec = (SELECT MAX(utcsec) FROM logs), first_day = (SELECT MIN(ldate) FROM logs),"
-    " last_day = (SELECT MAX(ldate) FROM logs)";
+    " last_sec = (SELECT MAX(utcsec) FROM logs), first_day ="
+    " (SELECT date(MIN(utcsec + utcoff), 'unixepoch') FROM logs),"
+    " last_day = (SELECT date(MAX(utcsec + utcoff), 'unixepoch') FROM logs)";
 
 void addVersion2Rows(Connection& connection, const std::vector<Row>& rows) {
     KeyTable hosts(connection, "hosts");
@@ -72,24 +77,21 @@ void addVersion2Rows(Connection& connection, const std::vector<Row>& rows) {
     KeyTable facilities(connection, "facilities");
     Statement insert;
     require(insert.prepare(connection,
-                           "INSERT INTO logs(utcsec, rutcsec, ldate, ltime, host, sender, facility, severity,"
-                           " program, pid, msgid, msg) VALUES(?,?,?,?,?,?,?,?,?,?,?,?)"),
+                           "INSERT INTO logs(utcsec, rutcsec, utcoff, host, sender, facility, severity,"
+                           " program, pid, msgid, msg) VALUES(?,?,?,?,?,?,?,?,?,?,?)"),
             connection);
     for (const Row& row : rows) {
-        const std::string day = formatted(row.time, "%Y-%m-%d");
-        const std::string time = formatted(row.time, "%H:%M:%S");
         int code = insert.bind(1, row.time);
         code |= insert.bind(2, row.receiveTime == 0 ? row.time : row.receiveTime);
-        code |= insert.bindText(3, day);
-        code |= insert.bindText(4, time);
-        code |= insert.bind(5, hosts.idOf(row.host));
-        code |= insert.bind(6, senders.idOf(row.sender));
-        code |= insert.bind(7, facilities.idOf(row.facility));
-        code |= insert.bind(8, row.severity);
-        code |= insert.bind(9, programs.idOf(row.program));
-        code |= insert.bindText(10, row.processId);
-        code |= insert.bindText(11, row.messageId);
-        code |= insert.bindText(12, row.message);
+        code |= insert.bind(3, localTime(row.time).tm_gmtoff);
+        code |= insert.bind(4, hosts.idOf(row.host));
+        code |= insert.bind(5, senders.idOf(row.sender));
+        code |= insert.bind(6, facilities.idOf(row.facility));
+        code |= insert.bind(7, row.severity);
+        code |= insert.bind(8, programs.idOf(row.program));
+        code |= insert.bindText(9, row.processId);
+        code |= insert.bindText(10, row.messageId);
+        code |= insert.bindText(11, row.message);
         require(code, connection);
         require(insert.run(), connection);
     }

@@ -66,9 +66,9 @@ protected:
     void addRows(int count) {
         execute("WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < " +
                 std::to_string(count) +
-                ") INSERT INTO logs(utcsec, rutcsec, ldate, ltime, host, sender, facility, severity, program, msg)"
+                ") INSERT INTO logs(utcsec, rutcsec, utcoff, host, sender, facility, severity, program, msg)"
                 " SELECT " +
-                std::to_string(kNoon) + " + i * 3 % 60, 1, '', '', 1 + i % 5, 1, 1, 6, 1, 'added even' FROM n");
+                std::to_string(kNoon) + " + i * 3 % 60, 1, 0, 1 + i % 5, 1, 1, 6, 1, 'added even' FROM n");
     }
     std::vector<std::string> page(const Walk& walk, long long rows, long long offset) {
         std::vector<std::string> ids;

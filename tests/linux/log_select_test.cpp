@@ -54,6 +54,27 @@ protected:
     std::string path = folder.at("logs.DB");
 };
 
+TEST_F(LogSelect, ShowsTheLocalTimeThatTheBoxHadWhateverItsZoneIsNow) {
+    makeDatabase(path, numbered(7));
+    execute(
+        "UPDATE logs SET (utcsec, utcoff) = (SELECT column1, column2 FROM"
+        " (SELECT 1 AS n, 1709467200 AS column1, 3600 AS column2"
+        "  UNION ALL SELECT 2, 1709467200, -12600 UNION ALL SELECT 3, 1709510399, 0"
+        "  UNION ALL SELECT 4, 1709510399, 1 UNION ALL SELECT 5, -1, 0"
+        "  UNION ALL SELECT 6, 9223372036854775807, 9223372036854775807"
+        "  UNION ALL SELECT 7, 'noon', 'summer') WHERE n = logs.id)");
+    std::vector<std::string> times;
+    const auto collectTime = [](_SYSLOG_LOG_DATA_tag& row, void* context) {
+        static_cast<std::vector<std::string>*>(context)->push_back(row.date + " " + row.time);
+        return 0;
+    };
+    Conditions all;
+    ASSERT_EQ(SyslogDBSelect(path, all, nullptr, nullptr, collectTime, &times, false), 0);
+    EXPECT_THAT(times, ElementsAre("2024-03-03 13:00:00", "2024-03-03 08:30:00", "2024-03-03 23:59:59",
+                                   "2024-03-04 00:00:00", "1969-12-31 23:59:59", "1969-12-31 23:59:58",
+                                   "1970-01-01 00:00:00"));
+}
+
 TEST_F(LogSelect, RefusesConditionsThatMakeNoSense) {
     makeDatabase(path, {"row"});
     const Conditions::value_type cases[] = {
@@ -223,8 +244,8 @@ TEST_F(LogSelect, SeesOneStateInEachPageBesideALiveWriter) {
         EXPECT_EQ(connection.execute("PRAGMA synchronous=OFF"), 0);
         for (int batch = 0; batch < 100; ++batch) {
             EXPECT_EQ(connection.execute("BEGIN IMMEDIATE;"
-                                         "INSERT INTO logs(utcsec, rutcsec, ldate, ltime, host, sender, facility,"
-                                         " severity, program, msg) SELECT 1, 1, '', '', 1, 1, 1, 6, 1, '0'"
+                                         "INSERT INTO logs(utcsec, rutcsec, utcoff, host, sender, facility,"
+                                         " severity, program, msg) SELECT 1, 1, 0, 1, 1, 1, 6, 1, '0'"
                                          " FROM (SELECT 1 UNION ALL SELECT 2 UNION ALL SELECT 3);"
                                          "UPDATE loginfo SET row_count = row_count + 3; COMMIT"),
                       0);

@@ -23,8 +23,8 @@ int addRowsAndDie(const std::string& path) {
     const char* sql =
         "PRAGMA journal_mode=TRUNCATE; PRAGMA cache_size=5; BEGIN IMMEDIATE;"
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 2000)"
-        " INSERT INTO logs(utcsec, rutcsec, ldate, ltime, host, sender, facility, severity, program, msg)"
-        " SELECT 1, 1, '2024-03-03', '12:00:00', 1, 1, 1, 6, 1, 'never committed ' || i FROM n";
+        " INSERT INTO logs(utcsec, rutcsec, utcoff, host, sender, facility, severity, program, msg)"
+        " SELECT 1, 1, 0, 1, 1, 1, 6, 1, 'never committed ' || i FROM n";
     if (connection.execute(sql) != 0) return 2;
     return ::kill(::getpid(), SIGKILL);
 }

@@ -54,10 +54,11 @@ TEST_F(ImportTest, StoresEveryLineWithItsOwnTime) {
                      "1 2003-10-11T22:14:15Z h3 app - - - c\nno header"),
               EX_OK)
         << said;
-    EXPECT_THAT(
-        query(shared(), "SELECT ldate,ltime,name,msg FROM logs JOIN hosts ON hosts.id=host ORDER BY logs.id"),
-        ElementsAre("2004-12-31|23:59:59|h1|a", "2005-01-01|00:00:01|h2|b", "2003-10-11|22:14:15|h3|c",
-                    "2003-10-11|22:14:15|localhost|no header"));
+    EXPECT_THAT(query(shared(),
+                      "SELECT datetime(utcsec+utcoff,'unixepoch'),name,msg FROM logs JOIN hosts ON hosts.id=host "
+                      "ORDER BY logs.id"),
+                ElementsAre("2004-12-31 23:59:59|h1|a", "2005-01-01 00:00:01|h2|b", "2003-10-11 22:14:15|h3|c",
+                            "2003-10-11 22:14:15|localhost|no header"));
     EXPECT_THAT(said, HasSubstr("4 messages imported"));
     EXPECT_EQ(rowCount(shared()), "4");
 }
@@ -67,7 +68,7 @@ TEST_F(ImportTest, GuessesTheYearOfTheFirstLineFromTheLast) {
     struct timespec times[2] = {{1106000000, 0}, {1106000000, 0}};  // January 2005
     ASSERT_EQ(::utimensat(AT_FDCWD, options.file.c_str(), times, 0), 0);
     ASSERT_EQ(run(), EX_OK);
-    EXPECT_THAT(query(shared(), "SELECT ldate FROM logs ORDER BY id"),
+    EXPECT_THAT(query(shared(), "SELECT date(utcsec+utcoff,'unixepoch') FROM logs ORDER BY id"),
                 ElementsAre("2004-11-30", "2004-12-31", "2005-01-01"));
 }
 

@@ -4,38 +4,13 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <ctime>
 #include <string>
 
+#include "tests/receiver/in_zone.h"
+
 namespace ombrel {
 namespace {
-
-// The zone of this process for the time of a test.
-class InZone {
-public:
-    explicit InZone(const char* zone) {
-        const char* const before = std::getenv("TZ");
-        if (before != nullptr) before_ = before;
-        had_ = before != nullptr;
-        ::setenv("TZ", zone, 1);
-        ::tzset();
-    }
-    InZone(const InZone&) = delete;
-    InZone& operator=(const InZone&) = delete;
-    ~InZone() {
-        if (had_) {
-            ::setenv("TZ", before_.c_str(), 1);
-        } else {
-            ::unsetenv("TZ");
-        }
-        ::tzset();
-    }
-
-private:
-    std::string before_;
-    bool had_ = false;
-};
 
 SenderTime wallTime(int month, int day, int hour, int minute, int second) {
     return {std::nullopt, month, day, hour, minute, second, std::nullopt};
@@ -43,7 +18,11 @@ SenderTime wallTime(int month, int day, int hour, int minute, int second) {
 
 std::string shown(LocalClock& clock, std::int64_t seconds) {
     const LocalClock::Stamp stamp = clock.stamp(seconds);
-    return std::string(stamp.day) + " " + std::string(stamp.time);
+    const time_t value = seconds + stamp.utcOffset;
+    struct tm wall {};
+    char time[16];
+    EXPECT_GT(std::strftime(time, sizeof time, " %H:%M:%S", gmtime_r(&value, &wall)), 0U);
+    return std::string(stamp.day) + time;
 }
 
 constexpr std::int64_t kJuly = 1784548800;     // 2026-07-20 12:00:00 UTC

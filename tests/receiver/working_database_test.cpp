@@ -13,6 +13,7 @@
 
 #include "linux/common/receipts.h"
 #include "tests/receiver/database_probe.h"
+#include "tests/receiver/in_zone.h"
 #include "tests/receiver/temp_folder.h"
 
 namespace ombrel {
@@ -60,13 +61,15 @@ TEST_F(WorkingDatabaseTest, BeginsADatabaseAndKeepsItsInformationRecordInStep) {
     EXPECT_THAT(query(path, "SELECT version,row_count,first_sec,last_sec FROM loginfo"),
                 ElementsAre("2|3|" + std::to_string(kNoon + 1) + "|" + std::to_string(kNoon + 5)));
     EXPECT_THAT(query(path,
-                      "SELECT first_day=(SELECT min(ldate) FROM logs), last_day=(SELECT max(ldate) FROM logs)"
+                      "SELECT first_day=(SELECT min(date(utcsec+utcoff,'unixepoch')) FROM logs),"
+                      " last_day=(SELECT max(date(utcsec+utcoff,'unixepoch')) FROM logs)"
                       " FROM loginfo"),
                 ElementsAre("1|1"));
     EXPECT_THAT(query(path, "PRAGMA journal_mode"), ElementsAre("delete")) << "a property of the writer, not WAL";
 }
 
 TEST_F(WorkingDatabaseTest, FillsEveryColumn) {
+    const InZone summerTime("Europe/Berlin");
     LogRow row = rowOf(1, "text");
     row.sent = kNoon - 90'000;
     row.parsed.facility = 10;
@@ -76,11 +79,12 @@ TEST_F(WorkingDatabaseTest, FillsEveryColumn) {
     row.parsed.messageId = "ID";
     row.parsed.structuredData = "[a]";
     ASSERT_TRUE(store({{"", {row, rowOf(2, "bare")}}}).stored);
-    EXPECT_THAT(query(path,
-                      "SELECT utcsec,rutcsec,sutcsec,h.name,s.name,f.name,severity,p.name,pid,msgid,sdata,msg"
-                      " FROM logs JOIN hosts h ON h.id=host JOIN senders s ON s.id=sender JOIN facilities f ON"
-                      " f.id=facility JOIN programs p ON p.id=program WHERE logs.id=1"),
-                ElementsAre("1784548801|1784548802|1784458800|host|192.0.2.1|authpriv|2|su|77|ID|[a]|text"));
+    EXPECT_THAT(
+        query(path,
+              "SELECT utcsec,rutcsec,sutcsec,utcoff,h.name,s.name,f.name,severity,p.name,pid,msgid,sdata,msg"
+              " FROM logs JOIN hosts h ON h.id=host JOIN senders s ON s.id=sender JOIN facilities f ON"
+              " f.id=facility JOIN programs p ON p.id=program WHERE logs.id=1"),
+        ElementsAre("1784548801|1784548802|1784458800|7200|host|192.0.2.1|authpriv|2|su|77|ID|[a]|text"));
     EXPECT_THAT(
         query(path, "SELECT sutcsec IS NULL, pid IS NULL, msgid IS NULL, sdata IS NULL FROM logs WHERE id=2"),
         ElementsAre("1|1|1|1"));
