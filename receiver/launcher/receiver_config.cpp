@@ -5,7 +5,9 @@
 // one parser for them. What is in the frame and why:
 //
 // - flags(no-parse): MESSAGE is the text as it came. Over TCP it ends at a line break or a NUL, over UDP with
-//   the datagram.
+//   the datagram. So it is framed by a line break over TCP, by its length over UDP; counting costs.
+// - HOST_FROM is the sender's address in text, since no names are asked for: made once for each sender and
+//   kept by dns-cache, where SOURCEIP is made for each message.
 // - The body of a request must not hold a NUL, since libcurl ends it there: those of a datagram become #000.
 // - UDP has a destination of its own, so that a flood of datagrams, which may be dropped, does not stand in
 //   the same queue as the lines of TCP, which are held back in the connections instead.
@@ -26,8 +28,8 @@ namespace {
 
 constexpr int kMaxMessageBytes = 128 << 10;
 constexpr int kMaxConnections = 100;
-// Lines a connection may have on the way, so that the next batch fills while one is committed.
-constexpr int kConnectionWindow = 10'000;
+// Lines a connection may have on the way: two full batches, so that the next fills while one is committed.
+constexpr int kConnectionWindow = 2 * static_cast<int>(kFullBatchLines);
 constexpr int kUdpQueueLines = 300'000;
 constexpr long long kQueueFileBytes = 1LL << 30;
 constexpr int kFetchLimit = 1000;
@@ -85,10 +87,11 @@ std::string renderQueue(const ReceiverConfig& config, const Listener& listener) 
 std::string renderDestination(const ReceiverConfig& config, const Listener& listener) {
     const std::string transport = transportName(listener.transport);
     const std::string name = config.name + "-" + transport;
+    const char* const length = listener.transport == Transport::kUdp ? "$(length $MESSAGE)" : "-";
     return "destination d_" + transport + " {\n    http(url(\"http://127.0.0.1:" + number(config.writerPort) +
            "/" + name + "\") method(\"POST\") persist-name(\"" + name + "\")\n" +
            "        headers(\"Authorization: Bearer " + config.token + "\", \"Expect:\")\n" +
-           "        body(\"$UNIQID $R_UNIXTIME $SOURCEIP $(length $MESSAGE) $MESSAGE\")" +
+           "        body(\"$UNIQID $R_UNIXTIME $HOST_FROM " + length + " $MESSAGE\")" +
            " delimiter(\"\\n\") body-suffix(\"\\n\")\n" + "        batch-lines(" +
            number(static_cast<long long>(kFullBatchLines)) + ") batch-bytes(" +
            number(static_cast<long long>(kFullBatchBytes)) + ") batch-timeout(100) workers(1)\n" +
@@ -109,7 +112,7 @@ std::string render(const ReceiverConfig& config, SourceRenderer source) {
         "@version: 3.38\n"
         "# Written by ombrel-receiver from the settings; a change here is lost.\n"
         "options {\n"
-        "    use-dns(no); dns-cache(no); chain-hostnames(no); stats-freq(0); mark-freq(0);\n"
+        "    use-dns(no); dns-cache(yes); chain-hostnames(no); stats-freq(0); mark-freq(0);\n"
         "    use-uniqid(yes); log-msg-size(" +
         number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
     text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";

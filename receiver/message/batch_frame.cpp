@@ -36,18 +36,33 @@ bool takeSender(std::string_view& rest, std::string_view& sender) {
     return sender.find_first_not_of("0123456789abcdefABCDEF.:%") == std::string_view::npos;
 }
 
-// Null when the line is well formed, otherwise what is wrong with it.
-const char* takeLine(std::string_view& rest, BatchLine& line) {
+// Behind the length; the line break behind the text is taken too. Null when it is there.
+const char* takeCountedText(std::string_view& rest, std::string_view& text) {
     size_t length = 0;
-    if (!takeId(rest, line.id)) return "the receipt id";
-    if (!takeNumber(rest, ' ', 10, line.received) || line.received < 0) return "the receive time";
-    if (!takeSender(rest, line.sender)) return "the sender's address";
     if (!takeNumber(rest, ' ', 10, length)) return "the length";
     if (rest.size() <= length) return "the text, which is shorter than its length,";
     if (rest[length] != '\n') return "the end of the line";
-    line.text = rest.substr(0, length);
+    text = rest.substr(0, length);
     rest.remove_prefix(length + 1);
     return nullptr;
+}
+
+const char* takeTextLine(std::string_view& rest, std::string_view& text) {
+    const size_t end = rest.find('\n');
+    if (end == std::string_view::npos) return "the end of the line";
+    text = rest.substr(0, end);
+    rest.remove_prefix(end + 1);
+    return nullptr;
+}
+
+// Null when the line is well formed, otherwise what is wrong with it.
+const char* takeLine(std::string_view& rest, BatchLine& line) {
+    if (!takeId(rest, line.id)) return "the receipt id";
+    if (!takeNumber(rest, ' ', 10, line.received) || line.received < 0) return "the receive time";
+    if (!takeSender(rest, line.sender)) return "the sender's address";
+    if (!rest.starts_with("- ")) return takeCountedText(rest, line.text);
+    rest.remove_prefix(2);
+    return takeTextLine(rest, line.text);
 }
 
 }  // namespace

@@ -7,7 +7,8 @@
 //
 // ID is 8 hexadecimal digits, "@" and 16 hexadecimal digits; RECEIVED seconds since the epoch; SENDER the
 // address of the sender; LENGTH the number of BYTES, which may hold any byte, line breaks too, so that no
-// sender can forge a line. Pure; the views point into the body.
+// sender can forge a line. Where a line break has ended the message already, LENGTH is "-": the BYTES then
+// reach up to the next one. Pure; the views point into the body.
 #pragma once
 
 #include <cstdint>
@@ -35,7 +36,7 @@ struct BatchLine {
 };
 
 /// The number of lines of a batch that is sent because it is full, not because time was up: more wait behind it.
-constexpr size_t kFullBatchLines = 5000;
+constexpr size_t kFullBatchLines = 10'000;
 /// Likewise in bytes of text; a batch is larger by at most the frame of its lines and one message.
 constexpr size_t kFullBatchBytes = 8U << 20;
 

@@ -100,7 +100,7 @@ WorkingDatabase& DatabasePool::open(const std::string& path) {
     } else {
         if (open_.size() >= limits_.openDatabases) open_.pop_back();
         open_.emplace_front(path, schema_,
-                            byDevice_ ? WorkingDatabase::kSmallCacheKib : WorkingDatabase::kLargeCacheKib);
+                            byDevice_ ? WorkingDatabase::kHostPages : WorkingDatabase::kSharedPages);
     }
     return open_.front();
 }

@@ -54,8 +54,8 @@ struct WorkingDatabase::Totals {
     std::string lastDay;
 };
 
-WorkingDatabase::WorkingDatabase(std::string path, const std::string& schema, int cacheKib)
-    : path_(std::move(path)), schema_(schema), cacheKib_(cacheKib) {
+WorkingDatabase::WorkingDatabase(std::string path, const std::string& schema, PageSizes pages)
+    : path_(std::move(path)), schema_(schema), pages_(pages) {
 }
 
 void WorkingDatabase::close() {
@@ -81,8 +81,10 @@ WorkingDatabase::Step WorkingDatabase::openFile(StoreOutcome& outcome) {
         return Step::kFailed;
     }
     if (const int code = prepareForWriting(connection_)) return failed(code, "cannot open", outcome);
-    // Another size would do as well, only slower or larger.
-    (void)connection_.execute(("PRAGMA cache_size=-" + std::to_string(cacheKib_)).c_str());
+    // Other sizes would do as well, only slower or larger; pages keep theirs once there is a file.
+    const std::string sizes = "PRAGMA page_size=" + std::to_string(pages_.pageBytes) + "; PRAGMA cache_size=-" +
+                              std::to_string(pages_.cacheKib);
+    (void)connection_.execute(sizes.c_str());
     if (const int code = createLogDatabase(connection_, schema_)) return failed(code, "cannot begin", outcome);
     return checkLayout(outcome);
 }

@@ -30,6 +30,22 @@ TEST(ReadBatch, GivesEveryLineWithItsBytes) {
     EXPECT_EQ(lines[1].text, "");
 }
 
+TEST(ReadBatch, TakesATextWithoutLengthUpToItsLineBreak) {
+    std::vector<BatchLine> lines;
+    std::string reason;
+    const std::string body(
+        "0a0b0c0d@0000000000000001 1 192.0.2.1 - <13>a - 3 b\r\n"
+        "0a0b0c0d@0000000000000002 1 192.0.2.1 - \n"
+        "0a0b0c0d@0000000000000003 1 192.0.2.1 3 c\nd\n"
+        "0a0b0c0d@0000000000000004 1 192.0.2.1 - - \n");
+    ASSERT_TRUE(readBatch(body, lines, reason)) << reason;
+    ASSERT_EQ(lines.size(), 4U);
+    EXPECT_EQ(lines[0].text, "<13>a - 3 b\r");
+    EXPECT_EQ(lines[1].text, "");
+    EXPECT_EQ(lines[2].text, "c\nd");
+    EXPECT_EQ(lines[3].text, "- ");
+}
+
 TEST(ReadBatch, CannotBeForgedByALineBreakInAMessage) {
     const std::string forged = "x\n0a0b0c0d@0000000000000010 1 192.0.2.9 1 y";
     const std::string body =
@@ -75,6 +91,8 @@ INSTANTIATE_TEST_SUITE_P(
                            "the text, which is shorter than its length,"},
                     Broken{"CutOff", "0a0b0c0d@0000000000000001 1 192.0.2.1 9 x\n",
                            "the text, which is shorter than its length,"},
+                    Broken{"NothingBehindTheDash", "0a0b0c0d@0000000000000001 1 192.0.2.1 -\n", "the length"},
+                    Broken{"NoLineBreak", "0a0b0c0d@0000000000000001 1 192.0.2.1 - x", "the end of the line"},
                     Broken{"TooShort", "0a0b0c0d@0000000000000001 1 192.0.2.1 1 xy\n", "the end of the line"}),
     [](const auto& row) { return std::string(row.param.name); });
 
@@ -103,17 +121,17 @@ TEST(ReceiptIds, OverlapWhenTheyShareOne) {
     EXPECT_FALSE(ids.overlaps(ReceiptIds()));
 }
 
-TEST(ReceiptIds, PackFiveThousandInARowInOneRun) {
+TEST(ReceiptIds, PackAFullBatchInARowInOneRun) {
     ReceiptIds ids;
-    for (std::uint64_t number = 1000; number < 6000; ++number)
+    for (std::uint64_t number = 1000; number < 1000 + kFullBatchLines; ++number)
         ids.add({0xfffffffe, number});
     ids.seal();
     EXPECT_EQ(ids.pack().size(), 16U);
     const auto again = ReceiptIds::unpack(ids.pack());
     ASSERT_TRUE(again);
     EXPECT_TRUE(again->contains({0xfffffffe, 1000}));
-    EXPECT_TRUE(again->contains({0xfffffffe, 5999}));
-    EXPECT_FALSE(again->contains({0xfffffffe, 6000}));
+    EXPECT_TRUE(again->contains({0xfffffffe, 999 + kFullBatchLines}));
+    EXPECT_FALSE(again->contains({0xfffffffe, 1000 + kFullBatchLines}));
 }
 
 TEST(ReceiptIds, OfOddLengthAreNotUnpacked) {

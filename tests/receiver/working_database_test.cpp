@@ -68,6 +68,22 @@ TEST_F(WorkingDatabaseTest, BeginsADatabaseAndKeepsItsInformationRecordInStep) {
     EXPECT_THAT(query(path, "PRAGMA journal_mode"), ElementsAre("delete")) << "a property of the writer, not WAL";
 }
 
+TEST_F(WorkingDatabaseTest, BeginsAFileOfManyWithSmallPages) {
+    WorkingDatabase ofHost(folder / "host.db", schemaText(), WorkingDatabase::kHostPages);
+    ASSERT_TRUE(ofHost.store(batchOf({{1, "a"}}), clock).stored);
+    ASSERT_TRUE(store(batchOf({{1, "a"}})).stored);
+    EXPECT_THAT(query(folder / "host.db", "PRAGMA page_size"), ElementsAre("4096"));
+    EXPECT_THAT(query(path, "PRAGMA page_size"), ElementsAre("16384"));
+}
+
+TEST_F(WorkingDatabaseTest, GoesOnWithTheFileThatIsThereWhateverItsPages) {
+    ASSERT_TRUE(
+        WorkingDatabase(path, schemaText(), WorkingDatabase::kHostPages).store(batchOf({{1, "a"}}), clock).stored);
+    ASSERT_TRUE(store(batchOf({{2, "b"}})).stored);
+    EXPECT_THAT(messages(path), ElementsAre("a", "b"));
+    EXPECT_THAT(query(path, "PRAGMA page_size"), ElementsAre("4096"));
+}
+
 TEST_F(WorkingDatabaseTest, FillsEveryColumn) {
     const InZone summerTime("Europe/Berlin");
     LogRow row = rowOf(1, "text");

@@ -4,16 +4,17 @@
 // Waits until a log database holds so many rows, or a file so many lines. Woken by inotify when the file
 // changes; gives up, with exit code 1, after 300 seconds.
 //   await-growth --rows N DATABASE | --count N DATABASE | --lines N FILE
-// --rows asks the information record, --count runs COUNT(*) on table logs.
+// --rows asks the information record, --count takes the last id of table logs, from which nothing was ever taken:
+// COUNT(*) would hold the lock against the writer for long.
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/inotify.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -40,11 +41,20 @@ public:
         if (fd_ < 0) return -1;
         static char buffer[1 << 20];
         for (ssize_t n = 0; (n = read(fd_, buffer, sizeof buffer)) > 0;)
-            lines_ += std::count(buffer, buffer + n, '\n');
+            count(buffer, static_cast<size_t>(n));
         return lines_;
     }
 
 private:
+    // It shares the processors with what is measured, and memchr is much the fastest.
+    void count(const char* from, size_t size) {
+        const char* const end = from + size;
+        while ((from = static_cast<const char*>(std::memchr(from, '\n', static_cast<size_t>(end - from))))) {
+            ++from;
+            ++lines_;
+        }
+    }
+
     std::string path_;
     int fd_ = -1;
     long long lines_ = 0;
@@ -94,6 +104,6 @@ int main(int argc, char** argv) {
         LineCounter lines(path);
         return await(path, wanted, [&] { return lines(); }) ? 0 : 1;
     }
-    const char* sql = what == "--rows" ? "SELECT row_count FROM loginfo" : "SELECT count(*) FROM logs";
+    const char* sql = what == "--rows" ? "SELECT row_count FROM loginfo" : "SELECT max(rowid) FROM logs";
     return await(path, wanted, [&] { return answer(path, sql); }) ? 0 : 1;
 }
