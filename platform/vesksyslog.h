@@ -108,7 +108,8 @@ public:
     long long DBInfoStartGet();
     long long DBInfoEndGet();
     long long DBInfoCntGet();
-    /// The local day of the first and the last row, YYYY-MM-DD; "1970-01-01" when there are none.
+    /// The local day of the first and the last row, YYYY-MM-DD; "1970-01-01" when there are none, or when the
+    /// record holds anything but a day.
     std::string DBInfoStartStrGet();
     std::string DBInfoEndStrGet();
 

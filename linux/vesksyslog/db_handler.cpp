@@ -4,8 +4,10 @@
 // The handle of one log database. The probes read the information record alone, never the rows.
 #include <sqlite3.h>
 
+#include <algorithm>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "linux/common/error_record.h"
 #include "linux/vesksyslog/open_log_database.h"
@@ -42,9 +44,16 @@ long long infoNumber(const DBHandler::Impl& impl, const char* sql, long long oth
     return stepOntoInfo(impl, sql, statement) ? statement.columnInt(0) : otherwise;
 }
 
+bool isDay(std::string_view text) {
+    constexpr std::string_view kPattern = "dddd-dd-dd";
+    return std::equal(text.begin(), text.end(), kPattern.begin(), kPattern.end(),
+                      [](char c, char p) { return p == 'd' ? c >= '0' && c <= '9' : c == p; });
+}
+
+// Archives are named by these days, and a file from elsewhere may hold any text: nothing but a day leaves here.
 std::string infoDay(const DBHandler::Impl& impl, const char* sql) {
     Statement statement;
-    if (!stepOntoInfo(impl, sql, statement) || statement.columnIsNull(0)) return kNoDay;
+    if (!stepOntoInfo(impl, sql, statement) || !isDay(statement.columnText(0))) return kNoDay;
     return std::string(statement.columnText(0));
 }
 

@@ -75,6 +75,23 @@ INSTANTIATE_TEST_SUITE_P(
         DamageCase{"Empty", [](const std::string&) { return std::string(); }}),
     [](const auto& test) { return std::string(test.param.name); });
 
+TEST_F(LogDatabaseFile, WithDaysThatAreNoneNamesNoArchiveByThem) {
+    makeDatabase(path, {"row"});
+    for (const char* const text : {"'../../../etc/cron.d/x'", "''", "NULL", "x'00'", "'2024-03-0'",
+                                   "'2024-03-031'", "'2024/03/03'", "'2024-03-0'||char(10)", "20240303"}) {
+        Connection connection;
+        ASSERT_EQ(connection.open(path, OpenMode::kReadWrite), 0);
+        const std::string sql =
+            std::string("UPDATE loginfo SET (first_day, last_day) = (") + text + ", " + text + ")";
+        ASSERT_EQ(connection.execute(sql.c_str()), 0) << connection.lastMessage();
+        connection.close();
+        DBHandler handler(path, "");
+        ASSERT_EQ(handler.DBCon(), 0);
+        EXPECT_EQ(handler.DBInfoStartStrGet(), "1970-01-01") << text;
+        EXPECT_EQ(handler.DBInfoEndStrGet(), "1970-01-01") << text;
+    }
+}
+
 TEST_F(LogDatabaseFile, OfAnotherProgramIsRefused) {
     Connection connection;
     ASSERT_EQ(connection.open(path, OpenMode::kCreate), 0);
