@@ -14,19 +14,24 @@ using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class ArchiverConfig : public PlatformTest {};
+class ArchiverConfig : public PlatformTest {
+protected:
+    static void expectTheSample(const LogArchiver& archiver) {
+        EXPECT_EQ(archiver.ArchCount, 5000);
+        EXPECT_EQ(archiver.ArchInterval, 86400);
+        EXPECT_EQ(archiver.ArchSize, 64);
+        EXPECT_EQ(archiver.ArchFmt, SYSLOG_ARCH_FMT_TXT);
+        EXPECT_EQ(archiver.Compress, 1);
+        EXPECT_EQ(archiver.ByDevice, 1);
+        EXPECT_EQ(archiver.strArchDest, "/volume1/logs");
+        EXPECT_EQ(archiver.LastArchTime, 1600000000);
+    }
+};
 
 TEST_F(ArchiverConfig, IsLoadedFromTheSettingsFileOfThePackage) {
     platform.addFile(kServerConf, sampleText());
     const LogArchiver archiver;
-    EXPECT_EQ(archiver.ArchCount, 5000);
-    EXPECT_EQ(archiver.ArchInterval, 86400);
-    EXPECT_EQ(archiver.ArchSize, 64);
-    EXPECT_EQ(archiver.ArchFmt, SYSLOG_ARCH_FMT_TXT);
-    EXPECT_EQ(archiver.Compress, 1);
-    EXPECT_EQ(archiver.ByDevice, 1);
-    EXPECT_EQ(archiver.strArchDest, "/volume1/logs");
-    EXPECT_EQ(archiver.LastArchTime, 1600000000);
+    expectTheSample(archiver);
 }
 
 TEST_F(ArchiverConfig, IsDumpedLineByLine) {
@@ -57,14 +62,7 @@ TEST_F(ArchiverConfig, ThatCannotBeLoadedLeavesEveryMemberAlone) {
     platform.messages.clear();
     EXPECT_EQ(archiver.ConfigLoad("/conf/none"), -1);
     EXPECT_THAT(platform.messages, ElementsAre("0 Fail to get syslog configuration"));
-    EXPECT_EQ(archiver.ArchCount, 5000);
-    EXPECT_EQ(archiver.ArchInterval, 86400);
-    EXPECT_EQ(archiver.ArchSize, 64);
-    EXPECT_EQ(archiver.ArchFmt, SYSLOG_ARCH_FMT_TXT);
-    EXPECT_EQ(archiver.Compress, 1);
-    EXPECT_EQ(archiver.ByDevice, 1);
-    EXPECT_EQ(archiver.strArchDest, "/volume1/logs");
-    EXPECT_EQ(archiver.LastArchTime, 1600000000);
+    expectTheSample(archiver);
 }
 
 TEST_F(ArchiverConfig, ASecondLoadReplacesTheFirst) {
