@@ -106,6 +106,8 @@ Request* HttpEndpoint::Impl::begin(MHD_Connection* connection, std::string_view 
         handler.refused("a connection to the port of the receivers without the right token");
         return nullptr;
     }
+    // From here on it is a receiver, which keeps its connection between two batches.
+    (void)MHD_set_connection_option(connection, MHD_CONNECTION_OPTION_TIMEOUT, kIdleSeconds);
     const std::string_view name = url.empty() ? url : url.substr(1);
     if (method != MHD_HTTP_METHOD_POST || !isReceiverName(name)) {
         handler.refused("a request that is no batch: " + std::string(method) + " " + std::string(url));
@@ -195,7 +197,7 @@ HttpEndpoint::~HttpEndpoint() {
     if (impl_->daemon) run();
 }
 
-bool HttpEndpoint::start(std::uint16_t port, const std::string& token) {
+bool HttpEndpoint::start(std::uint16_t port, const std::string& token, unsigned strangerSeconds) {
     Fd socket = listenOnLoopback(port);
     if (!socket) return false;
     sockaddr_in address{};
@@ -209,7 +211,7 @@ bool HttpEndpoint::start(std::uint16_t port, const std::string& token) {
     impl_->daemon.reset(MHD_start_daemon(
         MHD_USE_EPOLL | MHD_ALLOW_SUSPEND_RESUME, 0, nullptr, nullptr, &onAccess, impl_.get(),
         MHD_OPTION_LISTEN_SOCKET, socket.get(), MHD_OPTION_CONNECTION_LIMIT, kMaxConnections,
-        MHD_OPTION_CONNECTION_TIMEOUT, kIdleSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory,
+        MHD_OPTION_CONNECTION_TIMEOUT, strangerSeconds, MHD_OPTION_CONNECTION_MEMORY_LIMIT, kConnectionMemory,
         MHD_OPTION_NOTIFY_COMPLETED, &onCompleted, impl_.get(), MHD_OPTION_END));
     if (!impl_->daemon) return false;
     (void)socket.release();  // closed with the daemon

@@ -32,8 +32,9 @@ public:
     HttpEndpoint(const HttpEndpoint&) = delete;
     HttpEndpoint& operator=(const HttpEndpoint&) = delete;
 
-    /// Listens on 127.0.0.1; port 0 takes a free one. False, with errno set, when it cannot.
-    bool start(std::uint16_t port, const std::string& token);
+    /// Listens on 127.0.0.1; port 0 takes a free one. Whoever has not shown the token within `strangerSeconds`
+    /// is cut off: any local user can connect, and there is room for few. False, with errno set, when it cannot.
+    bool start(std::uint16_t port, const std::string& token, unsigned strangerSeconds = 10);
     [[nodiscard]] std::uint16_t port() const noexcept;
 
     /// Readable when run() has something to do; also after nextTimeoutMs() milliseconds.
