@@ -158,7 +158,7 @@ public:
     }
 
 private:
-    static constexpr long long kUsualLine = 200;  // bytes
+    static constexpr long long kUsualLine = 256;  // bytes
 
     [[nodiscard]] off64_t end() const noexcept { return lseek64(fd_, 0, SEEK_CUR); }
 

@@ -8,27 +8,20 @@ namespace ombrel {
 
 namespace {
 
-int hasRow(Statement& statement, bool& found) {
+int queryHasRow(const Connection& connection, const char* sql, bool& found) {
+    Statement statement;
+    if (const int code = statement.prepare(connection, sql)) return code;
     const int code = statement.step();
     found = code == Statement::kRow;
     return found || code == Statement::kDone ? SQLITE_OK : code;
 }
 
-int queryHasRow(const Connection& connection, const char* sql, bool& found) {
-    Statement statement;
-    if (const int code = statement.prepare(connection, sql)) return code;
-    return hasRow(statement, found);
-}
-
-int logsHaveColumn(const Connection& connection, const char* name, bool& found) {
-    Statement statement;
-    if (const int code = statement.prepare(connection,
-                                           "SELECT 1 FROM sqlite_schema s, pragma_table_info(s.name) c"
-                                           " WHERE s.type='table' AND s.name='logs' AND c.name=?")) {
-        return code;
-    }
-    if (const int code = statement.bindText(1, name)) return code;
-    return hasRow(statement, found);
+// A table, or a column of it; a view is none. Each page of a selection asks, so no statement is compiled for it.
+int isThere(const Connection& connection, const char* table, const char* column, bool& found) {
+    const int code = sqlite3_table_column_metadata(connection.handle(), "main", table, column, nullptr, nullptr,
+                                                   nullptr, nullptr, nullptr);
+    found = code == SQLITE_OK;
+    return code == SQLITE_ERROR ? SQLITE_OK : code;  // what it answers for one that is not there
 }
 
 int readVersion(const Connection& connection, long long& version) {
@@ -43,16 +36,17 @@ int readVersion(const Connection& connection, long long& version) {
 
 int readLogLayout(const Connection& connection, LogLayout& layout) noexcept {
     layout = LogLayout::kNone;
+    bool hasTables = false;
     bool hasDays = false;
     bool hasOffsets = false;
     bool hasInfo = false;
-    if (const int code = logsHaveColumn(connection, "ldate", hasDays)) return code;
-    if (const int code = logsHaveColumn(connection, "utcoff", hasOffsets)) return code;
+    // In a transaction this takes its lock, which the questions below let go again: one state answers them all.
+    if (const int code = queryHasRow(connection, "SELECT 1 FROM sqlite_schema", hasTables)) return code;
+    if (!hasTables) return SQLITE_OK;
+    if (const int code = isThere(connection, "logs", "ldate", hasDays)) return code;
+    if (const int code = isThere(connection, "logs", "utcoff", hasOffsets)) return code;
     if (!hasDays && !hasOffsets) return SQLITE_OK;
-    if (const int code = queryHasRow(
-            connection, "SELECT 1 FROM sqlite_schema WHERE type='table' AND name='loginfo'", hasInfo)) {
-        return code;
-    }
+    if (const int code = isThere(connection, "loginfo", nullptr, hasInfo)) return code;
     if (!hasInfo) {
         if (hasDays) layout = LogLayout::kVersion1;
         return SQLITE_OK;

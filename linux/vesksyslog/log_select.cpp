@@ -71,9 +71,6 @@ ombrel::PagePositions& positions() {
     return memory;
 }
 
-// Below this a second thread costs more than it saves.
-constexpr long long kReadAheadRows = 2000;
-
 // A position speaks of rows that were there; a commit since then may only have added rows behind it, which
 // holds for a log database read in order of arrival as long as its last row is still the same.
 bool stillHolds(const Reader& reader, const PagePosition& position, const ombrel::FileState& now, Order order) {
@@ -137,8 +134,7 @@ int selectPage(const Page& page, ombrel::RowCallback callback, void* context) {
     if (const int code = statement.prepare(reader.connection, sql)) return fail(fromSqlite(code));
     if (const int code = ombrel::bindAll(statement, parameters)) return fail(fromSqlite(code));
     ombrel::Delivered delivered;
-    const bool mayReadAhead = page.rows < 0 || page.rows >= kReadAheadRows;
-    if (ombrel::deliverRows(statement, reader.layout, mayReadAhead, callback, context, delivered) < 0) return -1;
+    if (ombrel::deliverRows(statement, reader.layout, page.rows, callback, context, delivered) < 0) return -1;
     if (state && delivered.rows > 0 && page.rows > 0) {
         positions().remember({walk, *state, page.offset + delivered.rows, delivered.lastId, delivered.lastTime});
     }

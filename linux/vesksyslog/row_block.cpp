@@ -12,6 +12,7 @@
 #include <optional>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 #include "linux/common/error_record.h"
 #include "linux/vesksyslog/row_decode.h"
@@ -20,14 +21,35 @@ namespace ombrel {
 
 namespace {
 
+// Below this a second thread costs more than it saves.
+constexpr long long kReadAheadRows = 2000;
+// Ten thousand rows, the page of an export: the reader is done with them before their callbacks are, and from then
+// on no second thread makes each system call of the callbacks dearer.
+constexpr size_t kMostBlocks = 160;
+
+size_t blocksFor(long long mostRows) {
+    const auto most = static_cast<long long>(kMostBlocks * RowBlock::kRows);
+    const auto rows = static_cast<size_t>(mostRows < 0 ? most : std::min(mostRows, most));
+    return (rows + RowBlock::kRows - 1) / RowBlock::kRows;
+}
+
 /// Blocks in turn: the reader fills them, the caller's thread empties them in the same order.
 class BlockRing {
 public:
+    explicit BlockRing(size_t blocks) : blocks_(blocks) {}
+    [[nodiscard]] size_t size() const { return blocks_.size(); }
+    /// For another pair of threads; the records keep their memory.
+    void reset() {
+        filled_ = 0;
+        full_ = 0;
+        stopped_ = false;
+    }
+
     /// Null when the other side has stopped.
     RowBlock* waitForEmpty() {
         std::unique_lock lock(mutex_);
-        changed_.wait(lock, [&] { return stopped_ || full_ < kBlocks; });
-        return stopped_ ? nullptr : &blocks_[filled_ % kBlocks];
+        changed_.wait(lock, [&] { return stopped_ || full_ < blocks_.size(); });
+        return stopped_ ? nullptr : &blocks_[filled_ % blocks_.size()];
     }
     void passFull() {
         const std::lock_guard lock(mutex_);
@@ -38,13 +60,12 @@ public:
     RowBlock& waitForFull() {
         std::unique_lock lock(mutex_);
         changed_.wait(lock, [&] { return full_ > 0; });
-        return blocks_[(filled_ - full_) % kBlocks];
+        return blocks_[(filled_ - full_) % blocks_.size()];
     }
     void passEmpty() {
         const std::lock_guard lock(mutex_);
         --full_;
-        if (full_ == kBlocks / 4)
-            changed_.notify_one();  // to be woken for each block would cost more than it waits
+        changed_.notify_one();
     }
     void stop() {
         const std::lock_guard lock(mutex_);
@@ -53,9 +74,7 @@ public:
     }
 
 private:
-    static constexpr size_t kBlocks = 8;
-
-    std::array<RowBlock, kBlocks> blocks_;
+    std::vector<RowBlock> blocks_;
     std::mutex mutex_;
     std::condition_variable changed_;
     size_t filled_ = 0;
@@ -63,10 +82,20 @@ private:
     bool stopped_ = false;
 };
 
+/// From one page of a walk to the next on the same thread: to make the records anew takes as long as to fill them.
+thread_local std::unique_ptr<BlockRing> spareRing;
+
+std::unique_ptr<BlockRing> takeRing(size_t blocks) {
+    std::unique_ptr<BlockRing> ring = std::move(spareRing);
+    if (!ring || ring->size() < blocks) return std::make_unique<BlockRing>(blocks);
+    ring->reset();
+    return ring;
+}
+
 /// The thread that reads ahead; over, whatever the callback does, before the statement is.
 class ReadAhead {
 public:
-    ReadAhead(const Statement& statement, LogLayout layout) : ring_(std::make_unique<BlockRing>()) {
+    ReadAhead(const Statement& statement, LogLayout layout, size_t blocks) : ring_(takeRing(blocks)) {
         // The signals of the program are for its own threads.
         sigset_t all;
         sigset_t before;
@@ -89,6 +118,11 @@ public:
 
     [[nodiscard]] bool isRunning() const { return ring_ != nullptr; }
     BlockRing& ring() { return *ring_; }
+    /// After the last block.
+    void keepRing() {
+        thread_.join();
+        spareRing = std::move(ring_);
+    }
 
 private:
     void read(const Statement& statement, LogLayout layout) {
@@ -142,26 +176,34 @@ int deliverInTurn(const Statement& statement, LogLayout layout, RowBlock& block,
     return endOf(block);
 }
 
+int deliverAhead(ReadAhead& reader, RowCallback callback, void* context, Delivered& delivered) {
+    for (;;) {
+        RowBlock& block = reader.ring().waitForFull();
+        if (!deliverBlock(block, callback, context, delivered)) return -1;
+        if (block.isLast) return endOf(block);
+        reader.ring().passEmpty();
+    }
+}
+
 }  // namespace
 
 // The first block is read here: its callbacks run while the other thread starts.
-int deliverRows(Statement& statement, LogLayout layout, bool mayReadAhead, RowCallback callback, void* context,
+int deliverRows(Statement& statement, LogLayout layout, long long mostRows, RowCallback callback, void* context,
                 Delivered& delivered) {
     const auto first = std::make_unique<RowBlock>();
-    if (!mayReadAhead) return deliverInTurn(statement, layout, *first, callback, context, delivered);
+    if (mostRows >= 0 && mostRows < kReadAheadRows) {
+        return deliverInTurn(statement, layout, *first, callback, context, delivered);
+    }
     fillBlock(statement, layout, *first);
     std::optional<ReadAhead> reader;
-    if (!first->isLast) reader.emplace(statement, layout);
+    if (!first->isLast) reader.emplace(statement, layout, blocksFor(mostRows));
     if (!deliverBlock(*first, callback, context, delivered)) return -1;
     if (!reader || !reader->isRunning()) {
         return deliverInTurn(statement, layout, *first, callback, context, delivered);
     }
-    for (;;) {
-        RowBlock& block = reader->ring().waitForFull();
-        if (!deliverBlock(block, callback, context, delivered)) return -1;
-        if (block.isLast) return endOf(block);
-        reader->ring().passEmpty();
-    }
+    const int result = deliverAhead(*reader, callback, context, delivered);
+    if (result == 0 && delivered.rows == mostRows) reader->keepRing();  // a page that is full has a next one
+    return result;
 }
 
 }  // namespace ombrel

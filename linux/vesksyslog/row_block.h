@@ -47,9 +47,9 @@ struct Delivered {
 using RowCallback = int (*)(_SYSLOG_LOG_DATA_tag&, void*);
 
 /// Steps the statement to its end and calls `callback` for each row, until one answers with a negative
-/// number. `mayReadAhead`: many rows are likely.
+/// number. `mostRows`: the limit of the statement, negative without one.
 /// @return 0, or -1 with the error record set unless the callback ended it
-int deliverRows(Statement& statement, LogLayout layout, bool mayReadAhead, RowCallback callback, void* context,
+int deliverRows(Statement& statement, LogLayout layout, long long mostRows, RowCallback callback, void* context,
                 Delivered& delivered);
 
 }  // namespace ombrel

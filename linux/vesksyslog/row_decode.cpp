@@ -19,11 +19,14 @@ void setNumber(std::string& text, long long value) {
 }
 
 void setText(std::string& text, sqlite3_stmt* row, int column) {
-    const auto* bytes = reinterpret_cast<const char*>(sqlite3_column_text(row, column));
+    // Asked for first, the size makes a UTF-8 text of whatever it is. The bytes of a blob are where they lie in
+    // the page; those of a text would be copied there for a NUL behind them.
+    const auto size = static_cast<size_t>(sqlite3_column_bytes(row, column));
+    const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(row, column));
     if (bytes == nullptr) {
         text.clear();
     } else {
-        text.assign(bytes, static_cast<size_t>(sqlite3_column_bytes(row, column)));
+        text.assign(bytes, size);
     }
 }
 
