@@ -235,6 +235,24 @@ TEST_F(LogSelect, KeepsNoLockBetweenTwoPages) {
     EXPECT_EQ(mover.execute("BEGIN EXCLUSIVE"), 0);
 }
 
+TEST_F(LogSelect, WalksOnAfterAPageThatWasGivenUpHalfway) {
+    constexpr size_t kRows = 25'000;
+    makeDatabase(path, numbered(kRows));
+    const auto giveUp = [](_SYSLOG_LOG_DATA_tag& row, void* /*context*/) {
+        return row.message == "14000" ? -1 : 0;
+    };
+    Conditions all;
+    std::vector<std::string> texts;
+    _SYSLOG_SQL_LIMIT_tag limit{10'000, 0};
+    ASSERT_EQ(SyslogDBSelect(path, all, &limit, nullptr, collect, &texts, false), 0);
+    limit.offset = 10'000;
+    EXPECT_LT(SyslogDBSelect(path, all, &limit, nullptr, giveUp, nullptr, false), 0);
+    for (; limit.offset < static_cast<long long>(kRows); limit.offset += limit.rows) {
+        ASSERT_EQ(SyslogDBSelect(path, all, &limit, nullptr, collect, &texts, false), 0);
+    }
+    EXPECT_TRUE(texts == numbered(kRows));
+}
+
 TEST_F(LogSelect, SeesOneStateInEachPageBesideALiveWriter) {
     makeDatabase(path, {"0"});
     std::atomic<bool> done = false;
