@@ -6,8 +6,7 @@
 //
 // - flags(no-parse): MESSAGE is the text as it came. Over TCP it ends at a line break or a NUL, over UDP with
 //   the datagram. So it is framed by a line break over TCP, by its length over UDP; counting costs.
-// - HOST_FROM is the sender's address in text, since no names are asked for: made once for each sender and
-//   kept by dns-cache, where SOURCEIP is made for each message.
+// - HOST_FROM is the sender's address in text, since no names are asked for.
 // - The body of a request must not hold a NUL, since libcurl ends it there: those of a datagram become #000.
 // - UDP has a destination of its own, so that a flood of datagrams, which may be dropped, does not stand in
 //   the same queue as the lines of TCP, which are held back in the connections instead.
@@ -112,7 +111,7 @@ std::string render(const ReceiverConfig& config, SourceRenderer source) {
         "@version: 3.38\n"
         "# Written by ombrel-receiver from the settings; a change here is lost.\n"
         "options {\n"
-        "    use-dns(no); dns-cache(yes); chain-hostnames(no); stats-freq(0); mark-freq(0);\n"
+        "    use-dns(no); dns-cache(no); chain-hostnames(no); stats-freq(0); mark-freq(0);\n"
         "    use-uniqid(yes); log-msg-size(" +
         number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
     text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";

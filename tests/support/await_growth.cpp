@@ -11,6 +11,7 @@
 #include <sys/inotify.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,7 @@
 #include <string>
 #include <string_view>
 
+#include "linux/common/path_parts.h"
 #include "linux/common/sqlite_db.h"
 
 namespace {
@@ -68,15 +70,25 @@ long long answer(const std::string& path, const char* sql) {
     return statement.step() == ombrel::Statement::kRow ? statement.columnInt(0) : -1;
 }
 
-std::string folderOf(const std::string& path) {
-    return path.substr(0, path.rfind('/'));
+/// Watches the folder, or while it is not there the nearest one above it. True for the folder itself.
+bool watchNearest(int queue, const std::string& folder) {
+    constexpr unsigned kEvents = IN_MODIFY | IN_CREATE | IN_MOVED_TO;
+    std::string nearest = folder;
+    std::string missing;
+    while (inotify_add_watch(queue, nearest.c_str(), kEvents) < 0) {
+        if (errno != ENOENT || nearest == "/") return false;
+        missing = nearest;
+        nearest = ombrel::folderOf(nearest);
+    }
+    // It may have been made before the watch above it was there.
+    if (!missing.empty() && access(missing.c_str(), F_OK) == 0) return watchNearest(queue, folder);
+    return missing.empty();
 }
 
 bool await(const std::string& path, long long wanted, const std::function<long long()>& measure) {
     const int queue = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
-    if (queue < 0 || inotify_add_watch(queue, folderOf(path).c_str(), IN_MODIFY | IN_CREATE | IN_MOVED_TO) < 0) {
-        return false;
-    }
+    if (queue < 0) return false;
+    bool isWatched = watchNearest(queue, ombrel::folderOf(path));
     const auto deadline = Clock::now() + kLongest;
     while (measure() < wanted) {
         const auto rest = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -86,6 +98,7 @@ bool await(const std::string& path, long long wanted, const std::function<long l
         char events[65536];
         while (read(queue, events, sizeof events) > 0) {
         }
+        isWatched = isWatched || watchNearest(queue, ombrel::folderOf(path));
     }
     return true;
 }
