@@ -25,12 +25,12 @@ namespace {
 constexpr long long kReadAheadRows = 2000;
 // Ten thousand rows, the page of an export: the reader is done with them before their callbacks are, and from then
 // on no second thread makes each system call of the callbacks dearer.
-constexpr size_t kMostBlocks = 160;
+constexpr long long kMostRows = 10'240;
 
 size_t blocksFor(long long mostRows) {
-    const auto most = static_cast<long long>(kMostBlocks * RowBlock::kRows);
-    const auto rows = static_cast<size_t>(mostRows < 0 ? most : std::min(mostRows, most));
-    return (rows + RowBlock::kRows - 1) / RowBlock::kRows;
+    constexpr long long kBlockRows = RowBlock::kRows;
+    const long long rows = mostRows < 0 ? kMostRows : std::min(mostRows, kMostRows);
+    return static_cast<size_t>((rows + kBlockRows - 1) / kBlockRows);
 }
 
 /// Blocks in turn: the reader fills them, the caller's thread empties them in the same order.
