@@ -89,6 +89,8 @@ void setRecord(sqlite3_stmt* row, LogLayout layout, _SYSLOG_LOG_DATA_tag& record
 void fillBlock(const Statement& statement, LogLayout layout, RowBlock& block) noexcept try {
     sqlite3_stmt* row = statement.handle();
     block.count = 0;
+    block.isLast = false;  // it may have been the last of a page before
+    block.code = SQLITE_OK;
     size_t bytes = 0;
     while (block.count < RowBlock::kRows && bytes < RowBlock::kBytes) {
         const int code = sqlite3_step(row);

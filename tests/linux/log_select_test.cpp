@@ -235,6 +235,20 @@ TEST_F(LogSelect, KeepsNoLockBetweenTwoPages) {
     EXPECT_EQ(mover.execute("BEGIN EXCLUSIVE"), 0);
 }
 
+TEST_F(LogSelect, WalksFromShortMessagesToLongOnes) {
+    std::vector<std::string> expected = numbered(10'000);
+    for (size_t i = 0; i < 10'000; ++i)
+        expected.push_back(std::to_string(i) + std::string(2000, 'm'));
+    makeDatabase(path, expected);
+    Conditions all;
+    std::vector<std::string> texts;
+    for (_SYSLOG_SQL_LIMIT_tag limit{10'000, 0}; limit.offset < 20'000; limit.offset += limit.rows) {
+        ASSERT_EQ(SyslogDBSelect(path, all, &limit, nullptr, collect, &texts, false), 0);
+    }
+    ASSERT_EQ(texts.size(), expected.size());
+    EXPECT_TRUE(texts == expected);
+}
+
 TEST_F(LogSelect, WalksOnAfterAPageThatWasGivenUpHalfway) {
     constexpr size_t kRows = 25'000;
     makeDatabase(path, numbered(kRows));
