@@ -13,6 +13,7 @@
 #include "receiver/store/host_folder.h"
 #include "receiver/writer/import_command.h"
 #include "tests/receiver/database_probe.h"
+#include "tests/receiver/in_zone.h"
 #include "tests/receiver/settings_file.h"
 #include "tests/receiver/temp_folder.h"
 
@@ -25,8 +26,6 @@ using testing::HasSubstr;
 class ImportTest : public testing::Test {
 protected:
     void SetUp() override {
-        ::setenv("TZ", "UTC", 1);
-        ::tzset();
         writeSettings(folder / "server.conf", {{"arch_dest", folder / "logs"}});
         options.settingsFile = folder / "server.conf";
         options.schemaFile = OMBREL_SCHEMA_FILE;
@@ -44,6 +43,7 @@ protected:
     }
     [[nodiscard]] std::string shared() const { return sharedDatabasePath(folder / "logs"); }
 
+    InZone utc{"UTC"};
     TempFolder folder;
     ImportOptions options;
     std::string said;
