@@ -16,6 +16,7 @@
 #include <cstring>
 #include <utility>
 
+#include "linux/common/readiness.h"
 #include "receiver/store/row_builder.h"
 #include "receiver/token.h"
 
@@ -130,9 +131,8 @@ int LogWriter::start() {
         logLine(withErrno("cannot listen on 127.0.0.1:" + std::to_string(options_.port)));
         return EX_UNAVAILABLE;
     }
-    if (options_.notifyFd >= 0) {
-        const Fd notify(std::exchange(options_.notifyFd, -1));
-        if (::write(notify.get(), "\n", 1) != 1) logLine(withErrno("cannot report that the log writer is ready"));
+    if (reportReady(std::exchange(options_.notifyFd, -1)) != 0) {
+        logLine(withErrno("cannot report that the log writer is ready"));
     }
     return EX_OK;
 }

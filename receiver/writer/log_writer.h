@@ -29,7 +29,7 @@ struct LogWriterOptions {
     std::string schemaFile;
     std::string runFolder;  ///< token and unreadable batches
     std::uint16_t port = 0;
-    int notifyFd = -1;  ///< gets a line break when batches are taken, and is closed
+    int notifyFd = -1;  ///< for reportReady() when batches are taken
 };
 
 class LogWriter final : public BodyHandler {

@@ -14,6 +14,11 @@ add_executable(child_process_test
 target_link_libraries(child_process_test PRIVATE ombrel_flags linux_process GTest::gtest_main GTest::gmock)
 gtest_discover_tests(child_process_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
+add_executable(readiness_test
+  readiness_test.cpp)
+target_link_libraries(readiness_test PRIVATE ombrel_flags linux_readiness GTest::gtest_main)
+gtest_discover_tests(readiness_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
 add_executable(job_definition_test
   job_definition_test.cpp)
 target_link_libraries(job_definition_test PRIVATE ombrel_flags ombrel_job_definitions
