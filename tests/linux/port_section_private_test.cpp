@@ -5,82 +5,43 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 #include <thread>
 
 #include "linux/common/declared_ports.h"
 #include "linux/common/error_record.h"
 #include "platform/veskserviceconf.h"
+#include "tests/linux/port_declaration.h"
 #include "tests/linux/private_world.h"
 
 namespace ombrel {
 namespace {
 
-struct Free {
-    void operator()(void* memory) const noexcept { std::free(memory); }
-};
-using PortInfo = std::unique_ptr<VESK_PORT_INFO, Free>;
-using SectionInfo = std::unique_ptr<VESK_SECTION_INFO, Free>;
+using test::composePort;
+using test::composeSection;
+using test::kRemove;
+using test::kSet;
+using test::PortInfo;
+using test::portRequest;
+using test::SectionInfo;
 
+constexpr const char* kFile = "vesk_test.sc";
 constexpr const char* kPath = "/usr/local/etc/services.d/vesk_test.sc";
 
-VESK_PORT_REQUEST portRequest(int protocol, int port) {
-    VESK_PORT_REQUEST request{};
-    request.kind = 1;
-    request.protocol = protocol;
-    request.port = port;
-    return request;
+SectionInfo compose(const char* section) {
+    return composeSection(section, 1, 1, "a test");
 }
-
-PortInfo composePort(const VESK_PORT_REQUEST& request) {
-    VESK_PORT_INFO* info = nullptr;
-    const int result = VESKServiceComposePortInfo(&request, &info);
-    EXPECT_EQ(result, info != nullptr ? 0 : -1);
-    return PortInfo(info);
+VESK_SECTION_REQUEST request(const char* section, int action, const char* file = kFile) {
+    return test::sectionRequest(section, action, file);
 }
-
-VESK_SECTION_DESCRIPTION description(const char* section, const char* text, VESK_PORT_INFO* port) {
-    VESK_SECTION_DESCRIPTION result{};
-    std::strcpy(result.name, section);
-    std::strcpy(result.display_name, "Test");
-    std::strcpy(result.description, text);
-    result.kind = 1;
-    result.port_info = port;
-    return result;
-}
-
-SectionInfo compose(const char* section, int protocol, int port, const char* text = "a test") {
-    const PortInfo portInfo = composePort(portRequest(protocol, port));
-    const VESK_SECTION_DESCRIPTION wanted = description(section, text, portInfo.get());
-    VESK_SECTION_INFO* info = nullptr;
-    EXPECT_EQ(VESKServiceComposeSectionInfo(&wanted, &info), 0);
-    return SectionInfo(info);  // the port is gone by now
-}
-
-VESK_SECTION_REQUEST request(const char* section, int action, const char* file = "vesk_test.sc") {
-    VESK_SECTION_REQUEST result{};
-    result.word0 = 2;
-    result.word1 = 1;
-    result.action = action;
-    result.word3 = 4;
-    result.word4 = 2;
-    std::strcpy(result.file, file);
-    std::strcpy(result.section, section);
-    return result;
-}
-
 int set(const char* section, int protocol, int port, const char* text = "a test") {
-    const VESK_SECTION_REQUEST wanted = request(section, 1);
-    return VLIBServiceConfSectionSet(&wanted, compose(section, protocol, port, text).get());
+    return test::declarePort(section, protocol, port, kFile, text);
 }
 int removeSection(const char* section) {
-    const VESK_SECTION_REQUEST wanted = request(section, 3);
-    return VLIBServiceConfSectionRemove(&wanted);
+    return test::withdrawPort(section, kFile);
 }
 
 class PortSection : public test::PrivateRootTest {
@@ -152,13 +113,13 @@ TEST_F(PortSection, MakesTheFolderThatIsMissing) {
 }
 
 TEST_F(PortSection, RefusesRequestsOfAnotherKind) {
-    const SectionInfo info = compose("first", 1, 1);
+    const SectionInfo info = compose("first");
     const auto refuses = [&](const auto& change) {
-        VESK_SECTION_REQUEST bad = request("first", 1);
+        VESK_SECTION_REQUEST bad = request("first", kSet);
         change(bad);
         const bool setRefused =
             VLIBServiceConfSectionSet(&bad, info.get()) == -1 && VLIBCErrGet() == kErrorInvalidArgument;
-        if (bad.action == 1) bad.action = 3;
+        if (bad.action == kSet) bad.action = kRemove;
         const bool removeRefused =
             VLIBServiceConfSectionRemove(&bad) == -1 && VLIBCErrGet() == kErrorInvalidArgument;
         return setRefused && removeRefused;
@@ -171,7 +132,7 @@ TEST_F(PortSection, RefusesRequestsOfAnotherKind) {
     EXPECT_TRUE(refuses([](auto& bad) { bad.section[0] = '\0'; }));
     EXPECT_TRUE(refuses([](auto& bad) { std::memset(bad.section, 'a', sizeof bad.section); }));
     EXPECT_TRUE(refuses([](auto& bad) { std::memset(bad.file, 'a', sizeof bad.file); }));
-    const VESK_SECTION_REQUEST other = request("second", 1);
+    const VESK_SECTION_REQUEST other = request("second", kSet);
     EXPECT_EQ(VLIBServiceConfSectionSet(&other, info.get()), -1);  // composed for another section
     EXPECT_EQ(VLIBServiceConfSectionSet(&other, nullptr), -1);
     EXPECT_EQ(VLIBServiceConfSectionSet(nullptr, info.get()), -1);
@@ -180,10 +141,10 @@ TEST_F(PortSection, RefusesRequestsOfAnotherKind) {
 }
 
 TEST_F(PortSection, RefusesFileNamesThatLeadElsewhere) {
-    const SectionInfo info = compose("first", 1, 1);
+    const SectionInfo info = compose("first");
     for (const char* name : {"", ".sc", "..sc", ".hidden.sc", "../x.sc", "a/b.sc", "/etc/x.sc", "x.conf", "x.sc~",
                              "x.SC", "a..sc", "a b.sc", "a\n.sc", "sc"}) {
-        const VESK_SECTION_REQUEST bad = request("first", 1, name);
+        const VESK_SECTION_REQUEST bad = request("first", kSet, name);
         EXPECT_EQ(VLIBServiceConfSectionSet(&bad, info.get()), -1) << name;
         EXPECT_EQ(VLIBCErrGet(), kErrorInvalidArgument) << name;
     }
@@ -241,7 +202,7 @@ TEST(PortInfo, IsComposedOfAPortAndAProtocolAlone) {
 TEST(SectionInfo, RefusesTextsWithoutAnEnd) {
     const PortInfo port = composePort(portRequest(1, 1));
     const auto refuses = [&](const auto& change) {
-        VESK_SECTION_DESCRIPTION bad = description("first", "a test", port.get());
+        VESK_SECTION_DESCRIPTION bad = test::sectionDescription("first", "a test", port.get());
         change(bad);
         VESK_SECTION_INFO* info = nullptr;
         return VESKServiceComposeSectionInfo(&bad, &info) == -1 && info == nullptr &&

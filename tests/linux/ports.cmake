@@ -12,3 +12,15 @@ add_executable(ports_private_test
   port_section_private_test.cpp)
 target_link_libraries(ports_private_test PRIVATE ombrel_flags veskserviceconf veskcore GTest::gtest_main GTest::gmock)
 ombrel_private_test(ports unit ports_private_test)
+
+add_executable(firewall_rules_test
+  firewall_rules_test.cpp)
+target_link_libraries(firewall_rules_test PRIVATE ombrel_flags veskfirewall_objects linux_ports linux_text veskcore
+  PkgConfig::LIBNFTABLES GTest::gtest_main GTest::gmock)
+gtest_discover_tests(firewall_rules_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
+# For the system tests.
+add_executable(port-tool port_tool.cpp)
+target_link_libraries(port-tool PRIVATE ombrel_flags veskserviceconf veskfirewall veskcore)
+add_executable(port-echo port_echo.cpp)
+target_link_libraries(port-echo PRIVATE ombrel_flags)
