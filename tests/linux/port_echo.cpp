@@ -94,6 +94,7 @@ bool echo(const Fd& fd) {
 
 int listenOn(bool shared, const std::string& protocol, const std::string& host, int count, char** ports) {
     std::vector<Fd> sockets;
+    sockets.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i)
         sockets.push_back(bound(protocol, host, ports[i], shared));
     const auto listeners = protocol == "tcp" ? static_cast<std::size_t>(count) : 0;
@@ -101,6 +102,7 @@ int listenOn(bool shared, const std::string& protocol, const std::string& host, 
     std::fflush(stdout);
     for (;;) {
         std::vector<pollfd> polled;
+        polled.reserve(sockets.size());
         for (const Fd& fd : sockets)
             polled.push_back({fd.get(), POLLIN, 0});
         if (::poll(polled.data(), polled.size(), -1) < 0) die("poll");
@@ -152,8 +154,8 @@ int ping(const std::string& host, int milliseconds) {
     while (awaits(fd, POLLIN, milliseconds)) {
         unsigned char packet[128];
         const ssize_t count = ::recv(fd.get(), packet, sizeof packet, 0);
-        const std::size_t header = (packet[0] & 0x0fU) * 4;  // of IPv4, in words of four bytes
-        if (count > static_cast<ssize_t>(header) && packet[header] == ICMP_ECHOREPLY) return 0;
+        const ssize_t header = (packet[0] & 0x0f) * 4L;  // of IPv4, in words of four bytes
+        if (count > header && packet[header] == ICMP_ECHOREPLY) return 0;
     }
     return 1;
 }

@@ -6,7 +6,7 @@
 //   port-tool set FILE SECTION PORT tcp|udp
 //   port-tool remove FILE SECTION
 //   port-tool hup
-//   port-tool conflict SERVICE PORT PROTOCOL
+//   port-tool conflict SERVICE PORT PROTOCOL     prints who uses the port
 // Exit codes: 0 done or no conflict, 1 failed, 2 conflict, 64 usage.
 #include <syslog.h>
 
@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "linux/veskserviceconf/service_ports.h"
 #include "platform/veskcore.h"
 #include "platform/veskfirewall.h"
 #include "tests/linux/port_declaration.h"
@@ -23,7 +24,10 @@ using namespace ombrel::test;
 namespace {
 
 int usage() {
-    std::fputs("usage: port-tool set FILE SECTION PORT tcp|udp | remove FILE SECTION | hup\n", stderr);
+    std::fputs(
+        "usage: port-tool set FILE SECTION PORT tcp|udp | remove FILE SECTION | hup | conflict SERVICE PORT "
+        "PROTOCOL\n",
+        stderr);
     return 64;
 }
 
@@ -40,6 +44,16 @@ int numberOf(std::string_view text) {
     return number;
 }
 
+int conflict(const char* service, const char* port, const char* protocol) {
+    VESK_SERVICE_PORTS* ports = nullptr;
+    const int result = VLIBIsPortConflict(service, port, protocol, 28, &ports);
+    if (ports == nullptr) return done(result);
+    for (const ombrel::PortUse& use : ports->uses)
+        std::puts(describe(use).c_str());
+    VESKServiceConfPortsFree(ports);
+    return result == 1 ? 2 : done(result);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -50,5 +64,6 @@ int main(int argc, char** argv) {
             declarePort(argv[3], std::string_view(argv[5]) == "udp" ? kUdp : kTcp, numberOf(argv[4]), argv[2]));
     if (command == "remove" && argc == 4) return done(withdrawPort(argv[3], argv[2]));
     if (command == "hup" && argc == 2) return done(VESKFwRuleHup());
+    if (command == "conflict" && argc == 5) return conflict(argv[2], argv[3], argv[4]);
     return usage();
 }
