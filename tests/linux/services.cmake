@@ -40,6 +40,15 @@ target_link_libraries(s6_manager_test PRIVATE ombrel_flags test_s6_jobs veskserv
   GTest::gtest_main GTest::gmock)
 gtest_discover_tests(s6_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
+# The manager is asked over a bus of the test's own.
+add_executable(systemd_manager_test
+  child_process.cpp
+  fake_systemd.cpp
+  systemd_manager_test.cpp)
+target_link_libraries(systemd_manager_test PRIVATE ombrel_flags veskserviceconf_objects linux_process veskcore
+  Threads::Threads GTest::gtest_main GTest::gmock)
+gtest_discover_tests(systemd_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
 # Mounts and the share definitions are changed, so these run in a private root.
 add_executable(vesksdk_private_test
   file_systems_private_test.cpp
