@@ -112,7 +112,9 @@ std::string renderSource(const ReceiverConfig& config, const Source& source) {
     std::string text = std::string("source s_") + sourceName(source.kind) + " {\n";
     switch (source.kind) {
         case SourceKind::kJournal:
-            text += "    systemd-journal(read-old-records(no) " + window + ");\n";
+            text +=
+                "    systemd-journal(read-old-records(no) default-facility(user) default-level(notice)\n        " +
+                window + ");\n";
             break;
         case SourceKind::kLogSocket:
             text += "    unix-dgram('" + source.path + "' perm(0666) flags(no-parse)\n        " + window + ");\n";
