@@ -27,6 +27,7 @@ namespace {
 
 struct Options {
     bool udp = false;
+    bool counted = false;  ///< over TCP: octet counting (RFC 6587 section 3.4.1) instead of lines
     std::string address = "127.0.0.1";
     int port = 5514;
     long count = 1000;
@@ -103,8 +104,11 @@ public:
             }
             return;
         }
-        pending_ += message;
-        pending_ += '\n';
+        if (options_.counted) {
+            pending_ += std::to_string(message.size()) + " " + message;
+        } else {
+            pending_ += message + '\n';
+        }
         if (pending_.size() > 65536 || options_.rate != 0) flush();
     }
     void finish() {
@@ -169,25 +173,35 @@ void sendFile(Sender& sender, const Options& options) {
 
 int usage() {
     (void)fputs(
-        "usage: device-sender [--udp] [--to ADDRESS] [--port N] [--count N] [--devices N] [--rate N] [--size N]\n"
+        "usage: device-sender [--udp | --counted] [--to ADDRESS] [--port N] [--count N] [--devices N] [--rate N] "
+        "[--size N]\n"
         "                     [--stream NAME] [--file FILE|- [--host NAME] [--program NAME]]\n",
         stderr);
     return EX_USAGE;
 }
 
 bool parse(int argc, char** argv, Options& options) {
-    static const option kLong[] = {
-        {"udp", no_argument, nullptr, 'u'},           {"to", required_argument, nullptr, 'a'},
-        {"port", required_argument, nullptr, 'p'},    {"count", required_argument, nullptr, 'c'},
-        {"devices", required_argument, nullptr, 'd'}, {"rate", required_argument, nullptr, 'r'},
-        {"size", required_argument, nullptr, 'z'},    {"stream", required_argument, nullptr, 's'},
-        {"file", required_argument, nullptr, 'f'},    {"host", required_argument, nullptr, 'h'},
-        {"program", required_argument, nullptr, 'g'}, {nullptr, 0, nullptr, 0}};
+    static const option kLong[] = {{"udp", no_argument, nullptr, 'u'},
+                                   {"to", required_argument, nullptr, 'a'},
+                                   {"port", required_argument, nullptr, 'p'},
+                                   {"count", required_argument, nullptr, 'c'},
+                                   {"devices", required_argument, nullptr, 'd'},
+                                   {"rate", required_argument, nullptr, 'r'},
+                                   {"size", required_argument, nullptr, 'z'},
+                                   {"stream", required_argument, nullptr, 's'},
+                                   {"file", required_argument, nullptr, 'f'},
+                                   {"host", required_argument, nullptr, 'h'},
+                                   {"program", required_argument, nullptr, 'g'},
+                                   {"counted", no_argument, nullptr, 'o'},
+                                   {nullptr, 0, nullptr, 0}};
     for (int letter = 0; (letter = getopt_long(argc, argv, "", kLong, nullptr)) != -1;) {
         const char* value = optarg != nullptr ? optarg : "";
         switch (letter) {
             case 'u':
                 options.udp = true;
+                break;
+            case 'o':
+                options.counted = true;
                 break;
             case 'a':
                 options.address = value;
