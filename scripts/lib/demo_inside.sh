@@ -29,7 +29,7 @@ send_everything() {
   # Datagrams that no one has read are gone with their socket.
   while [ "$(udp_waiting 5514)" != 0 ]; do read -rt 0.1 <> <(:) || true; done
   change_settings >/tmp/changed 2>&1
-  "$BIN/device-sender" --stream moved --devices 20 --count $MOVED --octet-count --port 6514 >/tmp/sent.moved
+  "$BIN/device-sender" --stream moved --devices 20 --count $MOVED --counted --port 6514 >/tmp/sent.moved
   wait $tcp
 }
 
