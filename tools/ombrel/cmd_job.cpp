@@ -5,13 +5,13 @@
 #include <sysexits.h>
 
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
 #include "linux/common/error_record.h"
 #include "linux/common/text_escape.h"
 #include "platform/veskserviceconf.h"
 #include "tools/ombrel/commands.h"
+#include "tools/ombrel/error_text.h"
 
 namespace {
 
@@ -33,10 +33,8 @@ std::string reason() {
         case ombrel::fromErrno(EOPNOTSUPP):
             return "the job has no such action, or this machine no scan folder of jobs";
         default:
-            if (code > ombrel::kErrorFromErrno && code < ombrel::kErrorFromSqlite) {
-                return strerror(code - ombrel::kErrorFromErrno);
-            }
-            return "the job's log and the system log say why";
+            const std::string text = ombrel::errorText(code);
+            return text.empty() ? "the job's log and the system log say why" : text;
     }
 }
 
