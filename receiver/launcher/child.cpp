@@ -13,23 +13,34 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <string_view>
 
 namespace ombrel {
 
 namespace {
 
 // In the child. Tells why it could not become the program; only what may be called after a fork.
-[[noreturn]] void become(char* const* arguments, int passed, int errors, pid_t parent) noexcept {
+[[noreturn]] void become(char* const* arguments, char* const* environment, int passed, int errors,
+                         pid_t parent) noexcept {
     sigset_t none;
     sigemptyset(&none);
     // A group of its own: what a terminal sends to the receiver must not end it before it is drained.
     if (::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && ::getppid() == parent && ::setpgid(0, 0) == 0 &&
         ::sigprocmask(SIG_SETMASK, &none, nullptr) == 0 && (passed < 0 || ::fcntl(passed, F_SETFD, 0) == 0)) {
-        ::execv(arguments[0], arguments);
+        ::execve(arguments[0], arguments, environment);
     }
     const int error = errno;
     (void)!::write(errors, &error, sizeof error);  // the parent sees the exit code if not this
     ::_exit(127);
+}
+
+std::vector<char*> environmentOfChild() {
+    std::vector<char*> variables;
+    for (char** one = environ; one != nullptr && *one != nullptr; ++one) {
+        if (!std::string_view(*one).starts_with("NOTIFY_SOCKET=")) variables.push_back(*one);
+    }
+    variables.push_back(nullptr);
+    return variables;
 }
 
 }  // namespace
@@ -46,6 +57,7 @@ std::optional<Child> Child::start(std::vector<std::string> words, int passed) {
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
+    const std::vector<char*> environment = environmentOfChild();
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
     const Fd read(ends[0]);
@@ -53,7 +65,7 @@ std::optional<Child> Child::start(std::vector<std::string> words, int passed) {
     const pid_t parent = ::getpid();
     const pid_t pid = ::fork();
     if (pid < 0) return std::nullopt;
-    if (pid == 0) become(arguments.data(), passed, write.get(), parent);
+    if (pid == 0) become(arguments.data(), environment.data(), passed, write.get(), parent);
     write.reset();
     int error = 0;
     ssize_t got = 0;

@@ -25,7 +25,8 @@ int pollTimeout(Deadline deadline);
 class Child {
 public:
     /// Nothing, with errno, when the program cannot be run. The first word is its path. `passed` is a
-    /// descriptor that the program gets under the same number.
+    /// descriptor that the program gets under the same number. It gets this environment but for $NOTIFY_SOCKET:
+    /// it is not the one to say that the job is ready.
     static std::optional<Child> start(std::vector<std::string> words, int passed = -1);
     Child(Child&& other) noexcept
         : pid_(std::exchange(other.pid_, -1)), handle_(std::move(other.handle_)), status_(other.status_) {}
@@ -35,6 +36,8 @@ public:
     /// Kills what still runs.
     ~Child();
 
+    /// -1 once it has ended and that has been seen.
+    [[nodiscard]] pid_t pid() const noexcept { return pid_; }
     /// Readable once the program has ended.
     [[nodiscard]] int handle() const noexcept { return handle_.get(); }
     /// Whether it has ended, by the deadline at the latest.

@@ -8,35 +8,48 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 
-#include "linux/common/fd.h"
-
 namespace ombrel {
 
-std::optional<std::string> askControlSocket(const std::string& path, std::string_view command, Deadline deadline) {
+std::optional<ControlQuestion> ControlQuestion::ask(const std::string& path, std::string_view command) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     if (path.size() >= sizeof address.sun_path) return std::nullopt;
     std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    const Fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    Fd socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket || ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
         return std::nullopt;
     }
     const std::string line = std::string(command) + "\n";
     if (::send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL) < 0) return std::nullopt;
-    // Up to the line with a single dot: a connection closed earlier is an error in its log.
-    std::string answer;
+    return ControlQuestion(std::move(socket));
+}
+
+// Up to the line with a single dot: a connection closed earlier is an error in its log.
+ControlQuestion::State ControlQuestion::proceed() {
     std::array<char, 4096> buffer{};
-    while (!answer.ends_with("\n.\n")) {
-        pollfd one{socket.get(), POLLIN, 0};
-        if (::poll(&one, 1, pollTimeout(deadline)) != 1) return std::nullopt;
-        const ssize_t got = ::recv(socket.get(), buffer.data(), buffer.size(), 0);
-        if (got <= 0) return std::nullopt;
-        answer.append(buffer.data(), static_cast<size_t>(got));
+    while (!answer_.ends_with("\n.\n")) {
+        const ssize_t got = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
+        if (got < 0 && errno == EAGAIN) return State::kOpen;
+        if (got <= 0) return State::kFailed;
+        answer_.append(buffer.data(), static_cast<size_t>(got));
     }
-    return answer;
+    return State::kAnswered;
+}
+
+std::optional<std::string> askControlSocket(const std::string& path, std::string_view command, Deadline deadline) {
+    auto question = ControlQuestion::ask(path, command);
+    if (!question) return std::nullopt;
+    for (;;) {
+        const auto state = question->proceed();
+        if (state == ControlQuestion::State::kAnswered) return question->answer();
+        pollfd one{question->fd(), POLLIN, 0};
+        if (state == ControlQuestion::State::kFailed || ::poll(&one, 1, pollTimeout(deadline)) != 1)
+            return std::nullopt;
+    }
 }
 
 bool answersOnControlSocket(const std::string& path, std::chrono::milliseconds timeout) {

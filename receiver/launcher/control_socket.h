@@ -6,13 +6,35 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
+#include "linux/common/fd.h"
 #include "receiver/launcher/child.h"
 
 namespace ombrel {
 
-/// The whole answer of a syslog-ng to a command such as "STATS" or "RELOAD"; nothing when there is none by the
-/// deadline. A reload answers once it is done, which waits for the answer to a batch on its way.
+/// A command such as "STATS" or "RELOAD" on its way to a syslog-ng and back. A reload answers once it is done,
+/// which waits for the answer to a batch on its way.
+class ControlQuestion {
+public:
+    enum class State { kOpen, kAnswered, kFailed };
+
+    /// Nothing when nobody listens there.
+    static std::optional<ControlQuestion> ask(const std::string& path, std::string_view command);
+    /// Readable when there is more of the answer.
+    [[nodiscard]] int fd() const noexcept { return socket_.get(); }
+    /// Takes what is there.
+    State proceed();
+    [[nodiscard]] const std::string& answer() const noexcept { return answer_; }
+
+private:
+    explicit ControlQuestion(Fd socket) : socket_(std::move(socket)) {}
+
+    Fd socket_;
+    std::string answer_;
+};
+
+/// The whole answer of a syslog-ng; nothing when there is none by the deadline.
 std::optional<std::string> askControlSocket(const std::string& path, std::string_view command, Deadline deadline);
 
 /// Whether a syslog-ng answers on its control socket within `timeout`.

@@ -41,8 +41,8 @@ bool reloadsTo(const ReceiverFiles& files, const std::string& text, Deadline dea
 HandOver::HandOver(const ReceiverFiles& files, const ReceiverConfig& config, Child& syslogNg,
                    std::string logWriter)
     : files_(files), config_(config), syslogNg_(syslogNg), logWriter_(std::move(logWriter)) {
-    std::copy_if(config.listeners.begin(), config.listeners.end(), std::back_inserter(streams_),
-                 [](const Listener& listener) { return listener.transport != Transport::kUdp; });
+    std::copy_if(config.sources.begin(), config.sources.end(), std::back_inserter(heldBack_),
+                 [](const Source& source) { return isHeldBack(source.kind); });
 }
 
 HandOver::~HandOver() {
@@ -68,14 +68,14 @@ std::optional<long long> HandOver::held(Deadline deadline) const {
     const auto stats = askControlSocket(files_.control, "STATS", deadline);
     if (!stats) return std::nullopt;
     long long sum = 0;
-    for (const Listener& listener : streams_)
-        sum += heldLines(*stats, destinationName(listener));
+    for (const Source& source : heldBack_)
+        sum += heldLines(*stats, destinationName(source));
     return sum;
 }
 
 bool HandOver::nothingWaits() const {
-    return std::all_of(streams_.begin(), streams_.end(),
-                       [](const Listener& listener) { return waitingInKernel(listener) == 0; });
+    return std::all_of(heldBack_.begin(), heldBack_.end(),
+                       [](const Source& source) { return waitingInKernel(source) == 0; });
 }
 
 // Syslog-ng gives no sign when a queue is empty, so it is asked again and again. False when it has ended.

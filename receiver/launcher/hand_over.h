@@ -47,7 +47,7 @@ private:
     const ReceiverConfig& config_;
     Child& syslogNg_;
     std::string logWriter_;
-    std::vector<Listener> streams_;
+    std::vector<Source> heldBack_;
     long long lastHeld_ = 0;
     std::optional<Deadline> writerMissedAt_;
     bool writerTried_ = false;

@@ -1,29 +1,61 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
+#include <fcntl.h>
 #include <sysexits.h>
 
+#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <system_error>
 
 #include "receiver/fixed_places.h"
 #include "receiver/launcher/receiver_launcher.h"
+#include "receiver/launcher/receiver_settings.h"
 #include "receiver/visible_log.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: ombrel-receiver bsd [--print-config | --check]\n"
-    "Receives RFC 3164 messages on the port of the settings, UDP and TCP, or TLS: writes a configuration for\n"
-    "syslog-ng, checks it and runs syslog-ng. SIGTERM and SIGINT: hands over to the log writer what it holds,\n"
-    "9 s at most, and ends. SIGHUP: reads the settings again; a change that cannot be used changes nothing.\n"
+    "usage: ombrel-receiver bsd|ietf|local [--notify-fd=N | --print-config | --check]\n"
+    "Receives RFC 3164 messages (bsd), RFC 5424 messages (ietf), or what this machine logs itself (local), as "
+    "the\n"
+    "settings say: writes a configuration for syslog-ng, checks it and runs syslog-ng. SIGTERM and SIGINT: hands\n"
+    "over to the log writer what it holds, 9 s at most, and ends. SIGHUP: reads the settings again; a change "
+    "that\n"
+    "cannot be used changes nothing.\n"
+    "  --notify-fd=N   write a line break to descriptor N when messages are taken (with $NOTIFY_SOCKET: READY=1\n"
+    "                  there instead)\n"
     "  --print-config  print the configuration instead (without the token)\n"
     "  --check         exit 0 when the receiver is running and has bound its ports, 1 otherwise\n"
-    "Exit codes: 0 ended by a signal, 64 wrong options, 69 the port is taken, 70 out of memory, 71 syslog-ng\n"
-    "cannot be run, 73 the configuration cannot be written, 75 syslog-ng ended by itself, 77 the token cannot\n"
-    "be used, 78 wrong settings\n";
+    "Exit codes: 0 ended by a signal, 64 wrong options, 69 the port or /dev/log is taken, 70 out of memory,\n"
+    "71 syslog-ng cannot be run, 73 the configuration cannot be written, 75 syslog-ng ended by itself, 77 the "
+    "token\n"
+    "cannot be used, 78 wrong settings\n";
+
+enum class Action { kRun, kPrint, kCheck };
+
+struct Arguments {
+    Action action = Action::kRun;
+    int notifyFd = -1;
+};
+
+// The file descriptor is for this program alone.
+bool readNotifyFd(std::string_view text, int& fd) {
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), fd);
+    return error == std::errc() && end == text.data() + text.size() && fd >= 3 &&
+           ::fcntl(fd, F_SETFD, FD_CLOEXEC) == 0;
+}
+
+bool readOption(std::string_view option, Arguments& arguments) {
+    constexpr std::string_view kNotify = "--notify-fd=";
+    if (option == "--print-config") arguments.action = Action::kPrint;
+    if (option == "--check") arguments.action = Action::kCheck;
+    return arguments.action != Action::kRun ||
+           (option.starts_with(kNotify) && readNotifyFd(option.substr(kNotify.size()), arguments.notifyFd));
+}
 
 // Programs of the package lie side by side.
 std::string besideThis(const char* name) {
@@ -35,27 +67,29 @@ std::string besideThis(const char* name) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    const std::string_view option = argc == 3 ? argv[2] : "";
     if (argc == 2 && std::string_view(argv[1]) == "--help")
         return std::fputs(kUsage, stdout) >= 0 ? EX_OK : EX_IOERR;
-    if (argc < 2 || argc > 3 || std::string_view(argv[1]) != "bsd" ||
-        (argc == 3 && option != "--print-config" && option != "--check")) {
+    Arguments arguments;
+    if (argc < 2 || argc > 3 || !ombrel::isReceiverName(argv[1]) ||
+        (argc == 3 && !readOption(argv[2], arguments))) {
         ombrel::logLine(
-            "ombrel-receiver: expected \"bsd\", alone or with --print-config or --check; --help says more");
+            "ombrel-receiver: expected \"bsd\", \"ietf\" or \"local\" and at most one option; --help says more");
         return EX_USAGE;
     }
     std::string error;
-    auto config = ombrel::bsdReceiverConfig(ombrel::kSettingsFile, error);
+    auto config = ombrel::receiverConfig(argv[1], ombrel::kSettingsFile, error);
     if (!config) {
         ombrel::logLine("ombrel-receiver: " + error);
         return EX_CONFIG;
     }
     config->writerPort = ombrel::kWriterPort;
-    if (option == "--print-config") return ombrel::printReceiverConfig(*config);
+    if (arguments.action == Action::kPrint) return ombrel::printReceiverConfig(*config);
     const ombrel::LauncherPlaces places{.settingsFile = ombrel::kSettingsFile,
                                         .runFolder = ombrel::kRunFolder,
-                                        .logWriter = besideThis("ombrel-logwriter")};
-    return option == "--check" ? ombrel::checkReceiver(places, *config) : ombrel::launchReceiver(places, *config);
+                                        .logWriter = besideThis("ombrel-logwriter"),
+                                        .notifyFd = arguments.notifyFd};
+    return arguments.action == Action::kCheck ? ombrel::checkReceiver(places, *config)
+                                              : ombrel::launchReceiver(places, *config);
 } catch (const std::exception& failure) {
     ombrel::logLine(std::string("ombrel-receiver ends: ") + failure.what());
     return EX_SOFTWARE;

@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// What the kernel says about ports.
+// What the kernel says about ports. For sources that have one.
 #pragma once
+
+#include <sys/types.h>
 
 #include <cstdint>
 #include <string>
@@ -15,20 +17,26 @@ namespace ombrel {
 /// Whether a socket for IPv6 addresses can be bound here.
 bool canUseIpv6() noexcept;
 
-/// 0 when the port can be bound, otherwise the errno. To be asked before syslog-ng runs: it takes the port
-/// itself for a moment.
-int tryToBind(const Listener& listener, bool ipv6) noexcept;
+/// 0 when the port can be bound by one who does not share it, otherwise the errno. To be asked before syslog-ng
+/// runs: it takes the port itself for a moment.
+int tryToBind(const Source& source, bool ipv6) noexcept;
 
-/// Whether somebody has bound the port, without touching it.
-bool isBound(const Listener& listener);
+enum class PortHolder { kNobody, kProcess, kAnother };
 
-/// Whether a table in the form of /proc/net/tcp (or udp, tcp6, udp6) has a socket on that port that takes new
-/// connections or datagrams.
-bool tableHasPort(const std::string& table, bool udp, std::uint16_t port);
+/// Who has bound the port: nobody, nobody but this process (which may have a negative number: there is none), or
+/// somebody else as well. Touches nothing.
+PortHolder whoHolds(const Source& source, pid_t process);
+
+/// Whether this process has bound the port.
+bool hasBound(pid_t process, const Source& source);
+
+/// The inodes of the sockets on that port that take new connections or datagrams, of a table in the form of
+/// /proc/net/tcp (or udp, tcp6, udp6).
+std::vector<unsigned long> boundInTable(const std::string& table, bool udp, std::uint16_t port);
 
 /// What waits in the kernel for somebody to read it: bytes that have come, and connections not yet accepted.
-/// 0 when nothing does.
-unsigned long waitingInKernel(const Listener& listener);
+/// 0 when nothing does, and for a source without a port.
+unsigned long waitingInKernel(const Source& source);
 
 /// Likewise, of a table as above.
 unsigned long waitingInTable(const std::string& table, std::uint16_t port);

@@ -4,16 +4,22 @@
 // Nothing is parsed here: messages travel as they came, in the frame of a batch, and the log writer has the
 // one parser for them. What is in the frame and why:
 //
-// - flags(no-parse): MESSAGE is the text as it came. Over TCP it ends at a line break or a NUL, over UDP with
-//   the datagram. So it is framed by a line break over TCP, by its length over UDP; counting costs.
-// - HOST_FROM is the sender's address in text, since no names are asked for.
-// - The body of a request must not hold a NUL, since libcurl ends it there: those of a datagram become #000.
-// - UDP has a destination of its own, so that a flood of datagrams, which may be dropped, does not stand in
-//   the same queue as the lines of TCP, which are held back in the connections instead.
+// - flags(no-parse): MESSAGE is the text as it came. A line of TCP ends at a line break or a NUL, a datagram and a
+//   counted frame where they end. So the one is framed by a line break, the others by their length; counting
+//   costs.
+// - HOST_FROM is the sender's address in text, since no names are asked for; of this machine it is its name.
+// - The body of a request must not hold a NUL, since libcurl ends it there: those of a message become #000.
+// - The journal gives fields, not lines: they are put together as RFC 5424 has them. The kernel's lines get such a
+//   header, too, behind which its own time since the start stays in the text.
+// - Each source has a destination of its own, so that what may be dropped does not stand in the same queue as
+//   what is held back.
 // - batch-timeout is short: it is the log writer that waits before it commits.
 // - Datagrams cannot be held back, so what their queue in memory cannot take goes into a file. Lines of TCP wait
 //   in their connections instead: a queue file would take them from there as fast as they come and cost more
 //   than storing them.
+// - so-reuseport: two receivers may share a port for datagrams, each in its own process. Always, since the
+// settings
+//   of one may come to name the port that the other has already.
 // - timeout is long: an answer comes after the commit, and a disk may be slow.
 #include "receiver/launcher/receiver_config.h"
 
@@ -29,18 +35,25 @@ constexpr int kMaxMessageBytes = 128 << 10;
 constexpr int kMaxConnections = 100;
 // Lines a connection may have on the way: two full batches, so that the next fills while one is committed.
 constexpr int kConnectionWindow = 2 * static_cast<int>(kFullBatchLines);
-constexpr int kUdpQueueLines = 300'000;
+constexpr int kDatagramQueueLines = 300'000;
+constexpr int kLogSocketQueueLines = 100'000;
 constexpr long long kQueueFileBytes = 1LL << 30;
 constexpr int kFetchLimit = 1000;
 
-const char* transportName(Transport transport) {
-    switch (transport) {
-        case Transport::kUdp:
+const char* sourceName(SourceKind kind) {
+    switch (kind) {
+        case SourceKind::kUdp:
             return "udp";
-        case Transport::kTcp:
+        case SourceKind::kTcp:
             return "tcp";
-        case Transport::kTls:
+        case SourceKind::kTls:
             return "tls";
+        case SourceKind::kJournal:
+            return "journal";
+        case SourceKind::kLogSocket:
+            return "socket";
+        case SourceKind::kKernelRing:
+            return "kernel";
     }
     return "";
 }
@@ -49,64 +62,128 @@ std::string number(long long value) {
     return std::to_string(value);
 }
 
-std::string renderSource(const ReceiverConfig& config, const Listener& listener) {
-    const std::string transport = transportName(listener.transport);
-    std::string text = "source s_" + transport + " {\n    network(transport(\"" + transport + "\")";
-    text += config.ipv6 ? " ip-protocol(6) ip(\"::\")" : " ip-protocol(4) ip(\"0.0.0.0\")";
-    text += " port(" + number(listener.port) + ") flags(no-parse)\n";
-    text += "        log-fetch-limit(" + number(kFetchLimit) + ")";
-    if (listener.transport == Transport::kUdp) {
-        text += " log-iw-size(" + number(kUdpQueueLines) + ")";
-        if (config.receiveBuffer > 0) text += " so-rcvbuf(" + number(config.receiveBuffer) + ")";
-    } else {
-        text += " max-connections(" + number(kMaxConnections) + ") log-iw-size(" +
-                number(static_cast<long long>(kMaxConnections) * kConnectionWindow) + ") so-keepalive(yes)";
+// Where a line break cannot be part of a message.
+bool endsAtLineBreak(const ReceiverConfig& config, SourceKind kind) {
+    return (kind == SourceKind::kTcp || kind == SourceKind::kTls) && !config.octetCounting;
+}
+
+long long queueLines(SourceKind kind) {
+    switch (kind) {
+        case SourceKind::kUdp:
+            return kDatagramQueueLines;
+        case SourceKind::kLogSocket:
+            return kLogSocketQueueLines;
+        case SourceKind::kTcp:
+        case SourceKind::kTls:
+            return static_cast<long long>(kMaxConnections) * kConnectionWindow;
+        case SourceKind::kJournal:
+        case SourceKind::kKernelRing:
+            break;
     }
-    if (listener.transport == Transport::kTls) {
+    return kConnectionWindow;
+}
+
+std::string renderNetworkSource(const ReceiverConfig& config, const Source& source) {
+    const bool stream = source.kind != SourceKind::kUdp;
+    const bool counted = stream && config.octetCounting;
+    std::string text = counted ? "    syslog" : "    network";
+    text += std::string("(transport(\"") + sourceName(source.kind) + "\")";
+    text += config.ipv6 ? " ip-protocol(6) ip(\"::\")" : " ip-protocol(4) ip(\"0.0.0.0\")";
+    text += " port(" + number(source.port) + ") flags(no-parse)\n";
+    text += "        log-fetch-limit(" + number(kFetchLimit) + ")";
+    if (stream) {
+        text += " max-connections(" + number(kMaxConnections) + ") log-iw-size(" +
+                number(queueLines(source.kind)) + ") so-keepalive(yes)";
+    } else {
+        text += " log-iw-size(" + number(queueLines(source.kind)) + ") so-reuseport(yes)";
+        if (config.receiveBuffer > 0) text += " so-rcvbuf(" + number(config.receiveBuffer) + ")";
+    }
+    if (counted) text += " trim-large-messages(yes)";
+    if (source.kind == SourceKind::kTls) {
         text += "\n        tls(key-file('" + config.keyFile + "') cert-file('" + config.certificateFile +
                 "') peer-verify(optional-untrusted))";
     }
-    return text + ");\n};\n";
+    return text + ");\n";
+}
+
+std::string renderSource(const ReceiverConfig& config, const Source& source) {
+    const std::string window =
+        "log-fetch-limit(" + number(kFetchLimit) + ") log-iw-size(" + number(queueLines(source.kind)) + ")";
+    std::string text = std::string("source s_") + sourceName(source.kind) + " {\n";
+    switch (source.kind) {
+        case SourceKind::kJournal:
+            text +=
+                "    systemd-journal(read-old-records(no) default-facility(user) default-level(notice)\n        " +
+                window + ");\n";
+            break;
+        case SourceKind::kLogSocket:
+            text += "    unix-dgram('" + source.path + "' perm(0666) flags(no-parse)\n        " + window + ");\n";
+            break;
+        case SourceKind::kKernelRing:
+            text += "    file('" + source.path + "' flags(no-parse)\n        " + window + ");\n";
+            break;
+        default:
+            text += renderNetworkSource(config, source);
+    }
+    return text + "};\n";
 }
 
 // Something that never says anything: a destination exists as long as a path leads to it.
-std::string renderSilentSource(const ReceiverConfig& config, const Listener& listener) {
-    return std::string("source s_") + transportName(listener.transport) + " { unix-dgram('" + config.queueFolder +
+std::string renderSilentSource(const ReceiverConfig& config, const Source& source) {
+    return std::string("source s_") + sourceName(source.kind) + " { unix-dgram('" + config.queueFolder +
            "/silent'); };\n";
 }
 
-std::string renderQueue(const ReceiverConfig& config, const Listener& listener) {
-    const long long window = static_cast<long long>(kMaxConnections) * kConnectionWindow;
-    if (listener.transport != Transport::kUdp) return "        log-fifo-size(" + number(window) + ")\n";
-    return "        disk-buffer(reliable(no) disk-buf-size(" + number(kQueueFileBytes) + ") qout-size(" +
-           number(kUdpQueueLines) + ")\n            mem-buf-length(" + number(kUdpQueueLines) + ") dir('" +
-           config.queueFolder + "'))\n";
+std::string renderQueue(const ReceiverConfig& config, const Source& source) {
+    const std::string lines = number(queueLines(source.kind));
+    if (isHeldBack(source.kind)) return "        log-fifo-size(" + lines + ")\n";
+    return "        disk-buffer(reliable(no) disk-buf-size(" + number(kQueueFileBytes) + ") qout-size(" + lines +
+           ")\n            mem-buf-length(" + lines + ") dir('" + config.queueFolder + "'))\n";
 }
 
-std::string renderDestination(const ReceiverConfig& config, const Listener& listener) {
-    const std::string transport = transportName(listener.transport);
-    const std::string name = config.name + "-" + transport;
-    const char* const length = listener.transport == Transport::kUdp ? "$(length $MESSAGE)" : "-";
-    return "destination d_" + transport + " {\n    http(url(\"http://127.0.0.1:" + number(config.writerPort) +
-           "/" + name + "\") method(\"POST\") persist-name(\"" + name + "\")\n" +
+std::string renderDestination(const ReceiverConfig& config, const Source& source) {
+    const std::string kind = sourceName(source.kind);
+    const std::string name = config.name + "-" + kind;
+    const char* const sender = hasPort(source.kind) ? "$HOST_FROM" : "127.0.0.1";
+    const char* const length = endsAtLineBreak(config, source.kind) ? "-" : "$(length $MESSAGE)";
+    return "destination d_" + kind + " {\n    http(url(\"http://127.0.0.1:" + number(config.writerPort) + "/" +
+           name + "\") method(\"POST\") persist-name(\"" + name + "\")\n" +
            "        headers(\"Authorization: Bearer " + config.token + "\", \"Expect:\")\n" +
-           "        body(\"$UNIQID $R_UNIXTIME $HOST_FROM " + length + " $MESSAGE\")" +
+           "        body(\"$UNIQID $R_UNIXTIME " + sender + " " + length + " $MESSAGE\")" +
            " delimiter(\"\\n\") body-suffix(\"\\n\")\n" + "        batch-lines(" +
            number(static_cast<long long>(kFullBatchLines)) + ") batch-bytes(" +
            number(static_cast<long long>(kFullBatchBytes)) + ") batch-timeout(100) workers(1)\n" +
-           renderQueue(config, listener) + "        time-reopen(1) timeout(120));\n};\n";
+           renderQueue(config, source) + "        time-reopen(1) timeout(120));\n};\n";
 }
 
-std::string renderPath(const Listener& listener) {
-    const std::string transport = transportName(listener.transport);
-    const bool udp = listener.transport == Transport::kUdp;
-    return "log {\n    source(s_" + transport + ");\n" + (udp ? "    rewrite(r_nul);\n" : "") +
-           "    destination(d_" + transport + ");\n" + (udp ? "" : "    flags(flow-control);\n") + "};\n";
+std::string renderPath(const ReceiverConfig& config, const Source& source) {
+    const std::string kind = sourceName(source.kind);
+    std::string text = "log {\n    source(s_" + kind + ");\n";
+    if (source.kind == SourceKind::kJournal || source.kind == SourceKind::kKernelRing)
+        text += "    rewrite(r_" + kind + ");\n";
+    if (!endsAtLineBreak(config, source.kind)) text += "    rewrite(r_nul);\n";
+    text += "    destination(d_" + kind + ");\n";
+    return text + (isHeldBack(source.kind) ? "    flags(flow-control);\n" : "") + "};\n";
 }
 
-using SourceRenderer = std::string (*)(const ReceiverConfig&, const Listener&);
+// Header fields hold neither blanks nor nothing; what a program calls itself may be both.
+std::string renderRewrite(const Source& source) {
+    if (source.kind == SourceKind::kJournal) {
+        return "rewrite r_journal {\n"
+               "    set(\"<$PRI>1 $S_ISODATE - $(substr $(sanitize -i ' ' \\\"${PROGRAM:--}\\\") 0 255)"
+               " $(substr $(sanitize -i ' ' \\\"${PID:--}\\\") 0 128) - - $MESSAGE\",\n"
+               "        value(\"MESSAGE\"));\n};\n";
+    }
+    if (source.kind == SourceKind::kKernelRing) {
+        return "rewrite r_kernel { subst('^<([0-9]+)>', '<$1>1 - - kernel - - - ', value(\"MESSAGE\"), "
+               "type(\"pcre\"), flags(\"store-matches\")); };\n";
+    }
+    return {};
+}
 
-std::string render(const ReceiverConfig& config, SourceRenderer source) {
+using SourceRenderer = std::string (*)(const ReceiverConfig&, const Source&);
+
+std::string render(const ReceiverConfig& config, SourceRenderer renderOne) {
     std::string text =
         "@version: 3.38\n"
         "# Written by ombrel-receiver from the settings; a change here is lost.\n"
@@ -115,15 +192,24 @@ std::string render(const ReceiverConfig& config, SourceRenderer source) {
         "    use-uniqid(yes); log-msg-size(" +
         number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
     text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";
-    for (const Listener& listener : config.listeners) {
-        text += source(config, listener);
-        text += renderDestination(config, listener);
-        text += renderPath(listener);
+    for (const Source& source : config.sources) {
+        text += renderRewrite(source);
+        text += renderOne(config, source);
+        text += renderDestination(config, source);
+        text += renderPath(config, source);
     }
     return text;
 }
 
 }  // namespace
+
+bool hasPort(SourceKind kind) noexcept {
+    return kind == SourceKind::kUdp || kind == SourceKind::kTcp || kind == SourceKind::kTls;
+}
+
+bool isHeldBack(SourceKind kind) noexcept {
+    return kind != SourceKind::kUdp && kind != SourceKind::kLogSocket;
+}
 
 bool isConfigurablePath(const std::string& path) noexcept {
     if (path.empty() || path.front() != '/') return false;
@@ -140,14 +226,13 @@ std::string renderReceiverConfig(const ReceiverConfig& config) {
 }
 
 std::string renderHandOverConfig(const ReceiverConfig& config) {
-    return render(config, [](const ReceiverConfig& own, const Listener& listener) {
-        return listener.transport == Transport::kUdp ? renderSource(own, listener)
-                                                     : renderSilentSource(own, listener);
+    return render(config, [](const ReceiverConfig& own, const Source& source) {
+        return isHeldBack(source.kind) ? renderSilentSource(own, source) : renderSource(own, source);
     });
 }
 
-std::string destinationName(const Listener& listener) {
-    return std::string("d_") + transportName(listener.transport);
+std::string destinationName(const Source& source) {
+    return std::string("d_") + sourceName(source.kind);
 }
 
 }  // namespace ombrel

@@ -10,17 +10,33 @@
 
 namespace ombrel {
 
-enum class Transport { kUdp, kTcp, kTls };
-
-struct Listener {
-    Transport transport = Transport::kUdp;
-    std::uint16_t port = 0;
+enum class SourceKind {
+    kUdp,
+    kTcp,
+    kTls,
+    kJournal,     ///< what systemd's journal enters from now on
+    kLogSocket,   ///< where syslog(3) of this machine's programs sends, /dev/log
+    kKernelRing,  ///< the kernel's own messages, /proc/kmsg: what is read once is gone from there
 };
 
+struct Source {
+    SourceKind kind = SourceKind::kUdp;
+    std::uint16_t port = 0;  ///< on the network
+    std::string path{};      ///< of this machine
+};
+
+/// Whether it comes over the network.
+bool hasPort(SourceKind kind) noexcept;
+/// Whether who sends is made to wait when the queue is full: the others go on into a file. Programs of this
+/// machine are among those, since waiting for a log would stop all of them.
+bool isHeldBack(SourceKind kind) noexcept;
+
 struct ReceiverConfig {
-    std::string name;  ///< lower-case letters and digits; batches are posted to /NAME-TRANSPORT
-    std::vector<Listener> listeners;
-    std::string keyFile;  ///< for kTls
+    std::string name;  ///< lower-case letters and digits; batches are posted to /NAME-SOURCE
+    std::vector<Source> sources;
+    bool octetCounting = false;  ///< over TCP and TLS: RFC 6587 section 3.4.1 instead of lines
+    std::string portKey;         ///< the setting that says the port
+    std::string keyFile;         ///< for kTls
     std::string certificateFile;
     bool ipv6 = true;              ///< one socket takes both kinds of addresses
     long long receiveBuffer = 0;   ///< of a UDP socket, bytes; 0 leaves the system's
@@ -37,10 +53,10 @@ bool isConfigurablePath(const std::string& path) noexcept;
 std::string renderReceiverConfig(const ReceiverConfig& config);
 
 /// For a receiver that is about to end: the same destinations, which keep their queues through a reload, but
-/// nothing is read from streams any more. Datagrams still are, since what is left of them goes into a file.
+/// nothing is read any more from what is held back. The rest still is, since what is left of it goes into a file.
 std::string renderHandOverConfig(const ReceiverConfig& config);
 
-/// The destination of a listener's lines, as syslog-ng's statistics name it.
-std::string destinationName(const Listener& listener);
+/// The destination of a source's lines, as syslog-ng's statistics name it.
+std::string destinationName(const Source& source);
 
 }  // namespace ombrel

@@ -8,12 +8,12 @@
 #include <cstdio>
 #include <utility>
 
-#include "ombrel/utils.h"
 #include "receiver/launcher/control_socket.h"
 #include "receiver/launcher/fail.h"
-#include "receiver/launcher/ports.h"
+#include "receiver/launcher/readiness_watch.h"
 #include "receiver/launcher/receiver_files.h"
 #include "receiver/launcher/receiver_process.h"
+#include "receiver/launcher/resources.h"
 #include "receiver/token.h"
 
 namespace ombrel {
@@ -23,39 +23,6 @@ namespace {
 constexpr std::chrono::milliseconds kControlTimeout{2000};
 
 }  // namespace
-
-std::optional<ReceiverConfig> bsdReceiverConfig(const std::string& settingsFile, std::string& error) {
-    _SYSLOG_CONF_SETTINGS_tag record;
-    if (SyslogServerConfGet(settingsFile, record) != 0) {
-        error =
-            "cannot read the receiver settings in " + settingsFile + ": the file or one of its keys is missing";
-        return std::nullopt;
-    }
-    if (record.server_port < 1 || record.server_port > 65535) {
-        error = "server_port=\"" + std::to_string(record.server_port) + "\" in " + settingsFile +
-                " is no port (1 to 65535)";
-        return std::nullopt;
-    }
-    ReceiverConfig config;
-    config.name = "bsd";
-    const auto port = static_cast<std::uint16_t>(record.server_port);
-    if (record.server_ssl == 0) {
-        config.listeners = {{Transport::kUdp, port}, {Transport::kTcp, port}};
-        return config;
-    }
-    config.listeners = {{Transport::kTls, port}};
-    config.keyFile = record.server_ca_key;
-    config.certificateFile = record.server_ca_file;
-    for (const auto& [key, path] :
-         {std::pair("server_ca_key", &config.keyFile), std::pair("server_ca_file", &config.certificateFile)}) {
-        if (!isConfigurablePath(*path)) {
-            error = std::string(key) + "=\"" + *path + "\" in " + settingsFile +
-                    " must be an absolute path without quotes, backslashes and control characters";
-            return std::nullopt;
-        }
-    }
-    return config;
-}
 
 int launchReceiver(const LauncherPlaces& places, ReceiverConfig config) {
     fitToMachine(config);
@@ -77,11 +44,9 @@ int printReceiverConfig(ReceiverConfig config) {
 }
 
 int checkReceiver(const LauncherPlaces& places, const ReceiverConfig& config) {
-    if (!answersOnControlSocket(ReceiverFiles(places.runFolder, config.name).control, kControlTimeout)) return 1;
-    for (const Listener& listener : config.listeners) {
-        if (!isBound(listener)) return 1;
-    }
-    return 0;
+    const ReceiverFiles files(places.runFolder, config.name);
+    const bool answers = answersOnControlSocket(files.control, kControlTimeout);
+    return answers && listensOnAll(readPid(files.pid), config) ? 0 : 1;
 }
 
 }  // namespace ombrel

@@ -4,7 +4,6 @@
 // A receiver: settings to configuration, configuration to a running syslog-ng.
 #pragma once
 
-#include <optional>
 #include <string>
 
 #include "receiver/launcher/receiver_config.h"
@@ -16,11 +15,8 @@ struct LauncherPlaces {
     std::string runFolder;  ///< token; a folder for each receiver
     std::string syslogNg = "/usr/sbin/syslog-ng";
     std::string logWriter{};  ///< started for the last lines when the log writer is away; empty: none
+    int notifyFd = -1;        ///< for reportReady() when messages are taken
 };
-
-/// What the settings say of the receiver of RFC 3164 messages: UDP and TCP on its port, or TLS. Nothing when
-/// they make no sense; `error` then names key and value. The token and what the machine allows are not in it.
-std::optional<ReceiverConfig> bsdReceiverConfig(const std::string& settingsFile, std::string& error);
 
 /// Writes the configuration, checks it and runs syslog-ng until SIGTERM or SIGINT, which hand over what it holds
 /// first, or until it ends by itself. SIGHUP reads the settings again. An exit code of sysexits.h, after a line on
@@ -30,7 +26,7 @@ int launchReceiver(const LauncherPlaces& places, ReceiverConfig config);
 /// Prints the configuration without the token. Exit code.
 int printReceiverConfig(ReceiverConfig config);
 
-/// 0 when the receiver's syslog-ng answers and has bound its ports, 1 otherwise.
+/// 0 when the receiver's syslog-ng answers and has bound all that it listens on, 1 otherwise.
 int checkReceiver(const LauncherPlaces& places, const ReceiverConfig& config);
 
 }  // namespace ombrel

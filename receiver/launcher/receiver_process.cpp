@@ -15,8 +15,10 @@
 #include "receiver/launcher/control_socket.h"
 #include "receiver/launcher/fail.h"
 #include "receiver/launcher/hand_over.h"
+#include "receiver/launcher/log_socket.h"
 #include "receiver/launcher/ports.h"
-#include "receiver/launcher/tls_files.h"
+#include "receiver/launcher/receiver_settings.h"
+#include "receiver/launcher/resources.h"
 
 namespace ombrel {
 
@@ -27,24 +29,16 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kEnd{2};
 constexpr std::chrono::seconds kReload{5};
 
-bool hasTransport(const ReceiverConfig& config, const Listener& listener) {
-    return std::any_of(config.listeners.begin(), config.listeners.end(),
-                       [&](const Listener& one) { return one.transport == listener.transport; });
-}
-
-// With or without TLS a port is the same port.
-bool holdsPort(const ReceiverConfig& config, const Listener& listener) {
-    return std::any_of(config.listeners.begin(), config.listeners.end(), [&](const Listener& one) {
-        return (one.transport == Transport::kUdp) == (listener.transport == Transport::kUdp) &&
-               one.port == listener.port;
-    });
+bool hasKind(const ReceiverConfig& config, SourceKind kind) {
+    return std::any_of(config.sources.begin(), config.sources.end(),
+                       [kind](const Source& source) { return source.kind == kind; });
 }
 
 // A destination that is not in the next configuration would take its queue with it.
 bool hasSameDestinations(const ReceiverConfig& one, const ReceiverConfig& other) {
-    return one.listeners.size() == other.listeners.size() &&
-           std::all_of(one.listeners.begin(), one.listeners.end(),
-                       [&](const Listener& listener) { return hasTransport(other, listener); });
+    return one.sources.size() == other.sources.size() &&
+           std::all_of(one.sources.begin(), one.sources.end(),
+                       [&](const Source& source) { return hasKind(other, source.kind); });
 }
 
 }  // namespace
@@ -55,7 +49,7 @@ void fitToMachine(ReceiverConfig& config) {
 }
 
 ReceiverProcess::ReceiverProcess(const LauncherPlaces& places, const ReceiverFiles& files, ReceiverConfig config)
-    : places_(places), files_(files), config_(std::move(config)) {
+    : places_(places), files_(files), config_(std::move(config)), readiness_(files, places.notifyFd) {
 }
 
 int ReceiverProcess::run() {
@@ -74,29 +68,12 @@ int ReceiverProcess::takeSignals() {
     return signals_ ? EX_OK : failErrno(EX_OSERR, "cannot take signals");
 }
 
-// Clear words before syslog-ng's own: it would only say that it could not start. Ports that it has are not
-// tried.
-int ReceiverProcess::checkResources(const ReceiverConfig& next) const {
-    for (const Listener& listener : next.listeners) {
-        const int error = syslogNg_ && holdsPort(config_, listener) ? 0 : tryToBind(listener, next.ipv6);
-        if (error != 0) {
-            errno = error;
-            return failErrno(EX_UNAVAILABLE, "cannot use port " + std::to_string(listener.port) +
-                                                 (listener.transport == Transport::kUdp ? "/udp" : "/tcp") +
-                                                 " (server_port)");
-        }
-        if (listener.transport != Transport::kTls) continue;
-        const std::string wrong = whatIsWrongWithTlsFiles(next.keyFile, next.certificateFile);
-        if (!wrong.empty()) return fail(EX_CONFIG, wrong);
-    }
-    return EX_OK;
-}
-
 int ReceiverProcess::start() {
-    if (const int code = checkResources(config_)) return code;
+    if (const int code = checkResources(config_, nullptr, places_.runFolder)) return code;
     if (const int code = writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(config_))) {
         return code;
     }
+    readiness_.begin();
     auto child = Child::start(syslogNgCommand(places_.syslogNg, files_, files_.configuration));
     if (!child) return failErrno(EX_OSERR, "cannot run " + places_.syslogNg);
     syslogNg_.emplace(std::move(*child));
@@ -105,12 +82,18 @@ int ReceiverProcess::start() {
 
 int ReceiverProcess::serve() {
     for (;;) {
-        pollfd both[] = {{signals_.get(), POLLIN, 0}, {syslogNg_->handle(), POLLIN, 0}};
-        if (::poll(both, 2, -1) < 0 && errno != EINTR) return failErrno(EX_OSERR, "cannot wait for syslog-ng");
-        if (both[1].revents != 0 && syslogNg_->wait(Clock::now())) {
-            return fail(EX_TEMPFAIL, "syslog-ng ended by itself, " + syslogNg_->howItEnded());
+        pollfd all[] = {{signals_.get(), POLLIN, 0},
+                        {syslogNg_->handle(), POLLIN, 0},
+                        {readiness_.fd(), POLLIN, 0}};  // a negative one is left out
+        if (::poll(all, 3, readiness_.timeout()) < 0 && errno != EINTR)
+            return failErrno(EX_OSERR, "cannot wait for syslog-ng");
+        if (all[1].revents != 0 && syslogNg_->wait(Clock::now())) {
+            const std::string how = syslogNg_->howItEnded();
+            removeLogSockets();
+            return fail(EX_TEMPFAIL, "syslog-ng ended by itself, " + how);
         }
-        const int signal = both[0].revents != 0 ? readSignal() : 0;
+        readiness_.proceed(syslogNg_->pid(), config_);
+        const int signal = all[0].revents != 0 ? readSignal() : 0;
         if (signal == SIGTERM || signal == SIGINT) {
             stop();
             return EX_OK;
@@ -134,12 +117,20 @@ void ReceiverProcess::stop() {
         logLine("ombrel-receiver: syslog-ng did not end in time and was killed; datagrams it held may be lost");
     }
     syslogNg_.reset();
+    removeLogSockets();
+}
+
+// Syslog-ng leaves them behind; whoever has taken the name meanwhile keeps it.
+void ReceiverProcess::removeLogSockets() const {
+    for (const Source& source : config_.sources) {
+        if (source.kind == SourceKind::kLogSocket) removeStaleLogSocket(source.path);
+    }
 }
 
 // 0, also when the settings cannot be used; otherwise the receiver ends with this exit code.
 int ReceiverProcess::followSettings() {
     std::string error;
-    auto next = bsdReceiverConfig(places_.settingsFile, error);
+    auto next = receiverConfig(config_.name, places_.settingsFile, error);
     if (!next) {
         logLine("ombrel-receiver: goes on as before: " + error);
         return EX_OK;
@@ -148,7 +139,7 @@ int ReceiverProcess::followSettings() {
     next->writerPort = config_.writerPort;
     next->token = config_.token;
     next->queueFolder = config_.queueFolder;
-    if (checkResources(*next) != EX_OK) {
+    if (checkResources(*next, &config_, places_.runFolder) != EX_OK) {
         logLine("ombrel-receiver: goes on as before");
         return EX_OK;
     }

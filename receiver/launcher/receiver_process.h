@@ -8,6 +8,7 @@
 
 #include "linux/common/fd.h"
 #include "receiver/launcher/child.h"
+#include "receiver/launcher/readiness_watch.h"
 #include "receiver/launcher/receiver_config.h"
 #include "receiver/launcher/receiver_files.h"
 #include "receiver/launcher/receiver_launcher.h"
@@ -30,14 +31,15 @@ private:
     int serve();
     int readSignal() const;
     void stop();
+    void removeLogSockets() const;
     int followSettings();
     int useInPlace(const ReceiverConfig& next);
-    [[nodiscard]] int checkResources(const ReceiverConfig& next) const;
 
     const LauncherPlaces& places_;
     const ReceiverFiles& files_;
     ReceiverConfig config_;
     Fd signals_;
+    ReadinessWatch readiness_;
     std::optional<Child> syslogNg_;
 };
 

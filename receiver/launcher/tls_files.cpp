@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <memory>
 
 namespace ombrel {
@@ -30,6 +31,24 @@ std::string lastReason() {
     return reason != nullptr ? std::string(" (") + reason + ")" : std::string();
 }
 
+// RFC 3339; X.509 knows only UTC.
+std::string timeText(const ASN1_TIME* time) {
+    tm parts{};
+    char text[32] = "";
+    if (ASN1_TIME_to_tm(time, &parts) != 1 || std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) == 0)
+        return "a time that cannot be read";
+    return text;
+}
+
+// Of the certificate that is shown to senders. X509_cmp_current_time gives 0 for a time that cannot be read.
+std::string notOfToday(const X509* certificate) {
+    const ASN1_TIME* const first = X509_get0_notBefore(certificate);
+    const ASN1_TIME* const last = X509_get0_notAfter(certificate);
+    if (X509_cmp_current_time(last) <= 0) return " has expired: it was valid until " + timeText(last);
+    if (X509_cmp_current_time(first) >= 0) return " is not valid yet: it will be from " + timeText(first) + " on";
+    return {};
+}
+
 std::string notReadable(const std::string& setting, const std::string& path) {
     if (::access(path.c_str(), R_OK) == 0) return {};
     return "cannot read " + setting + ": " + std::strerror(errno);
@@ -49,6 +68,8 @@ std::string whatIsWrongWithTlsFiles(const std::string& keyFile, const std::strin
     if (SSL_CTX_use_certificate_chain_file(context.get(), certificateFile.c_str()) != 1) {
         return certificate + " is no certificate in PEM form" + lastReason();
     }
+    const std::string outOfTime = notOfToday(SSL_CTX_get0_certificate(context.get()));
+    if (!outOfTime.empty()) return certificate + outOfTime;
     // Of another kind than the certificate's, a key is taken and only found wrong afterwards.
     if (SSL_CTX_use_PrivateKey_file(context.get(), keyFile.c_str(), SSL_FILETYPE_PEM) == 1 &&
         SSL_CTX_check_private_key(context.get()) == 1) {

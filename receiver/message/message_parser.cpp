@@ -139,7 +139,7 @@ bool isHostName(std::string_view word) noexcept {
 }
 
 // Behind PRI.
-void parseClassic(TextCursor text, ParsedMessage& parsed) noexcept {
+void parseClassic(TextCursor text, HostField host, ParsedMessage& parsed) noexcept {
     auto time = takeBsdTime(text);
     if (!time) time = takeIsoTime(text);
     if (!time) {
@@ -152,7 +152,7 @@ void parseClassic(TextCursor text, ParsedMessage& parsed) noexcept {
     const bool colon = text.take(':');
     if (!text.take(' ') && !text.atEnd()) return;  // no time after all: the whole text stays the message
     parsed.time = time;
-    if (colon) return parseTagged(text.rest(), true, parsed);
+    if (colon || host == HostField::kAbsent) return parseTagged(text.rest(), true, parsed);
     const std::string_view rest = text.rest();
     const size_t end = rest.find(' ');
     const std::string_view word = rest.substr(0, end);
@@ -169,7 +169,7 @@ void parseClassic(TextCursor text, ParsedMessage& parsed) noexcept {
 
 }  // namespace
 
-ParsedMessage parseMessage(std::string_view raw) noexcept {
+ParsedMessage parseMessage(std::string_view raw, HostField host) noexcept {
     ParsedMessage parsed;
     TextCursor text(withoutLineEnds(raw));
     parsed.message = text.rest();
@@ -180,7 +180,7 @@ ParsedMessage parseMessage(std::string_view raw) noexcept {
     } else if (text.startsWith('<')) {
         return parsed;
     }
-    if (!parseModern(text, parsed)) parseClassic(text, parsed);
+    if (!parseModern(text, parsed)) parseClassic(text, host, parsed);
     return parsed;
 }
 

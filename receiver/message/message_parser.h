@@ -40,9 +40,13 @@ constexpr size_t kMaxHost = 255;
 /// A longer word before the text is no TAG but text.
 constexpr size_t kMaxProgram = 255;
 
+/// Whether a host stands between the time and the program of an RFC 3164 message: devices name themselves,
+/// syslog(3) does not.
+enum class HostField { kMayBeThere, kAbsent };
+
 /// Line ends behind the message are dropped. Facility and severity come from a PRI of 0 to 191; with any
 /// other text between angle brackets, the whole is a message without PRI and without header.
-ParsedMessage parseMessage(std::string_view raw) noexcept;
+ParsedMessage parseMessage(std::string_view raw, HostField host = HostField::kMayBeThere) noexcept;
 
 /// "kern" .. "local7"; `facility` is 0..23.
 std::string_view facilityName(int facility) noexcept;

@@ -58,6 +58,10 @@ void add(const StoreOutcome& one, StoreOutcome& sum) {
 
 }  // namespace
 
+bool isOfThisMachine(std::string_view receiver) noexcept {
+    return receiver.starts_with("local-");
+}
+
 DatabasePool::DatabasePool(std::string archiveFolder, bool byDevice, const std::string& schema, Limits limits)
     : archiveFolder_(std::move(archiveFolder)), byDevice_(byDevice), schema_(schema), limits_(limits) {
     if (byDevice_) hostFolders_ = countFolders(archiveFolder_);
@@ -80,13 +84,23 @@ const std::string& DatabasePool::folderOfHost(std::string_view host) {
     return folders_.emplace(std::move(key), chooseFolder(host)).first->second;
 }
 
+void DatabasePool::splitByHost(const RowBatch& batch, Split& parts) {
+    for (const LogRow& row : batch.rows) {
+        std::vector<RowBatch>& part = parts[hostDatabasePath(archiveFolder_, folderOfHost(row.host))];
+        if (part.empty() || part.back().receiver != batch.receiver) part.push_back({batch.receiver, {}});
+        part.back().rows.push_back(row);
+    }
+}
+
 DatabasePool::Split DatabasePool::split(const std::vector<RowBatch>& batches) {
     Split parts;
     for (const RowBatch& batch : batches) {
-        for (const LogRow& row : batch.rows) {
-            std::vector<RowBatch>& part = parts[hostDatabasePath(archiveFolder_, folderOfHost(row.host))];
-            if (part.empty() || part.back().receiver != batch.receiver) part.push_back({batch.receiver, {}});
-            part.back().rows.push_back(row);
+        if (isOfThisMachine(batch.receiver)) {
+            parts[localDatabasePath(archiveFolder_)].push_back(batch);
+        } else if (byDevice_) {
+            splitByHost(batch, parts);
+        } else {
+            parts[sharedDatabasePath(archiveFolder_)].push_back(batch);
         }
     }
     return parts;
@@ -99,8 +113,9 @@ WorkingDatabase& DatabasePool::open(const std::string& path) {
         open_.splice(open_.begin(), open_, found);
     } else {
         if (open_.size() >= limits_.openDatabases) open_.pop_back();
+        const bool ofOneHost = byDevice_ && path != localDatabasePath(archiveFolder_);
         open_.emplace_front(path, schema_,
-                            byDevice_ ? WorkingDatabase::kHostPages : WorkingDatabase::kSharedPages);
+                            ofOneHost ? WorkingDatabase::kHostPages : WorkingDatabase::kSharedPages);
     }
     return open_.front();
 }
@@ -135,8 +150,7 @@ void DatabasePool::storeParts(std::vector<Part>& parts) {
     work();
 }
 
-StoreOutcome DatabasePool::storeByHost(const std::vector<RowBatch>& batches) {
-    const Split all = split(batches);
+StoreOutcome DatabasePool::storeSplit(const Split& all) {
     StoreOutcome sum;
     sum.stored = true;
     // No more at a time than may be open: none is closed while it is in use.
@@ -153,7 +167,9 @@ StoreOutcome DatabasePool::storeByHost(const std::vector<RowBatch>& batches) {
 
 StoreOutcome DatabasePool::store(const std::vector<RowBatch>& batches, LocalClock& clock) {
     clock.refresh();
-    if (byDevice_) return storeByHost(batches);
+    const bool someLocal = std::any_of(batches.begin(), batches.end(),
+                                       [](const RowBatch& batch) { return isOfThisMachine(batch.receiver); });
+    if (byDevice_ || someLocal) return storeSplit(split(batches));
     return open(sharedDatabasePath(archiveFolder_)).store(batches, clock);
 }
 

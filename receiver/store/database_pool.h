@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// The working databases of one archive folder: a shared one, or one for each sending host. Both the open
+// The working databases of one archive folder: a shared one, or one for each sending host, and one for what this
+// machine logs itself. Both the open
 // ones and all of them are bounded, since strangers choose the host names. To be used by one thread; storing
 // for many hosts it lets some others help, since each transaction mostly waits for the disk.
 #pragma once
@@ -16,6 +17,9 @@
 #include "receiver/store/working_database.h"
 
 namespace ombrel {
+
+/// Whether a receiver takes what this machine logs itself.
+bool isOfThisMachine(std::string_view receiver) noexcept;
 
 class DatabasePool {
 public:
@@ -39,9 +43,10 @@ private:
     const std::string& folderOfHost(std::string_view host);
     std::string chooseFolder(std::string_view host);
     Split split(const std::vector<RowBatch>& batches);
+    void splitByHost(const RowBatch& batch, Split& parts);
     WorkingDatabase& open(const std::string& path);
     struct Part;
-    StoreOutcome storeByHost(const std::vector<RowBatch>& batches);
+    StoreOutcome storeSplit(const Split& all);
     static void storeParts(std::vector<Part>& parts);
 
     std::string archiveFolder_;

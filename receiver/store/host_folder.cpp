@@ -59,6 +59,10 @@ std::string sharedDatabasePath(const std::string& archiveFolder) {
     return archiveFolder + "/VESKSYSLOGDB__ARCH.DB";
 }
 
+std::string localDatabasePath(const std::string& archiveFolder) {
+    return archiveFolder + "/VESKSYSLOGDB__LOCALARCH.DB";
+}
+
 std::string hostDatabasePath(const std::string& archiveFolder, const std::string& hostFolder) {
     return archiveFolder + "/" + hostFolder + "/VESKSYSLOGDB_" + hostFolder + ".DB";
 }

@@ -23,6 +23,8 @@ std::string encodeHostName(std::string_view host);
 
 /// <archive folder>/VESKSYSLOGDB__ARCH.DB
 std::string sharedDatabasePath(const std::string& archiveFolder);
+/// <archive folder>/VESKSYSLOGDB__LOCALARCH.DB
+std::string localDatabasePath(const std::string& archiveFolder);
 /// <archive folder>/H/VESKSYSLOGDB_H.DB
 std::string hostDatabasePath(const std::string& archiveFolder, const std::string& hostFolder);
 

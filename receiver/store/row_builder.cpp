@@ -35,16 +35,28 @@ std::string_view RowBuilder::storable(std::string_view text) {
     return clean;
 }
 
-std::optional<LogRow> RowBuilder::received(const BatchLine& line) {
-    if (isBlank(line.text)) return std::nullopt;
+LogRow RowBuilder::rowOf(const BatchLine& line, HostField host) {
     LogRow row;
     row.id = line.id;
     row.received = line.received;
     row.sender = plainAddress(line.sender);
-    row.parsed = parseMessage(storable(line.text));
-    row.host = row.parsed.host.empty() ? row.sender : row.parsed.host;
+    row.parsed = parseMessage(storable(line.text), host);
     if (row.parsed.time) row.sent = clock_.resolve(*row.parsed.time, line.received);
     row.time = ownTime(row.sent, line.received);
+    return row;
+}
+
+std::optional<LogRow> RowBuilder::received(const BatchLine& line) {
+    if (isBlank(line.text)) return std::nullopt;
+    LogRow row = rowOf(line, HostField::kMayBeThere);
+    row.host = row.parsed.host.empty() ? row.sender : row.parsed.host;
+    return row;
+}
+
+std::optional<LogRow> RowBuilder::ofThisMachine(const BatchLine& line, std::string_view machine) {
+    if (isBlank(line.text)) return std::nullopt;
+    LogRow row = rowOf(line, HostField::kAbsent);
+    row.host = machine;
     return row;
 }
 

@@ -22,6 +22,9 @@ public:
 
     /// The row of one line that was received; nothing for a line without any text.
     std::optional<LogRow> received(const BatchLine& line);
+    /// Likewise of a line that this machine has logged itself, whatever host the line names. `machine` is this
+    /// machine's name.
+    std::optional<LogRow> ofThisMachine(const BatchLine& line, std::string_view machine);
     /// The row of one line of a file. Its own time is the one it names, a missing year being chosen nearest
     /// to `reference`; a line that names none gets `reference`.
     std::optional<LogRow> imported(std::string_view text, std::string_view sender, std::int64_t reference,
@@ -29,6 +32,7 @@ public:
     void clear() noexcept { kept_.clear(); }
 
 private:
+    LogRow rowOf(const BatchLine& line, HostField host);
     std::string_view storable(std::string_view text);
 
     LocalClock& clock_;

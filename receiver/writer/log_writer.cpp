@@ -43,6 +43,13 @@ int pollTimeout(std::optional<std::chrono::steady_clock::time_point> until) {
     return static_cast<int>(std::clamp<milliseconds::rep>(left.count(), 0, 60'000));
 }
 
+// It may be given another one at any time.
+std::string machineName() {
+    std::array<char, kMaxHost + 1> name{};
+    const bool known = ::gethostname(name.data(), name.size() - 1) == 0 && name.front() != '\0';
+    return known ? name.data() : "localhost";
+}
+
 }  // namespace
 
 std::optional<std::string> readSmallFile(const std::string& path) {
@@ -193,14 +200,17 @@ void LogWriter::closeRefused() {
 
 void LogWriter::flush() {
     RowBuilder builder(clock_);
+    const std::string machine = machineName();
     std::vector<RowBatch> batches;
     batches.reserve(waiting_.size());
     for (const auto& waiting : waiting_) {
+        const bool local = isOfThisMachine(waiting->receiver);
         RowBatch& batch = batches.emplace_back();
         batch.receiver = waiting->receiver;
         batch.rows.reserve(waiting->lines.size());
         for (const BatchLine& line : waiting->lines) {
-            if (const auto row = builder.received(line)) batch.rows.push_back(*row);
+            const auto row = local ? builder.ofThisMachine(line, machine) : builder.received(line);
+            if (row) batch.rows.push_back(*row);
         }
     }
     const StoreOutcome outcome = pool_->store(batches, clock_);

@@ -35,6 +35,7 @@ start_jobs
 grep -E '^(arch_|server_port)' "$CONF"
 "$OMBREL" job status pkg-Ombrel-syslog
 "$OMBREL" job status pkg-Ombrel-bsd
+"$OMBREL" job status pkg-Ombrel-ietf
 
 say "2. Twenty devices send through TCP and UDP port 5514, and this machine sends its own log lines;
    whenever the working database holds more than 20000 rows it is archived"
@@ -48,7 +49,7 @@ while kill -0 $sender 2>/dev/null; do
 done
 wait $sender
 
-say "3. The senders have ended; what the receiver still holds is stored, and the post-processing awaited"
+say "3. The senders have ended; what the receivers still hold is stored, and the post-processing awaited"
 stop_jobs
 "$BIN/await-archives" "$LOGS" 60
 

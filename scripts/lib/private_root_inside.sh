@@ -16,7 +16,7 @@ shift
 
 # Folders of the machine that give way to folders of STATE, and those that must be opened to make room.
 fixed=(/var/packages /usr/local/etc/services.d /usr/vesk /srv /tmp /var/tmp)
-hidden=(/run /proc)
+hidden=(/run /proc /dev)
 opened=(/usr /usr/local /usr/local/etc /var)
 
 holds() { # holds NAME LIST...
@@ -49,7 +49,38 @@ mirror() {
   done
 }
 
-# Whether a folder of STATE, or /run, or /proc, lies at or below a path: the machine's would hide it.
+# Devices are bound from the machine: a user namespace may make none of its own. They stay read-only, so that
+# neither mode nor owner of the machine's can be changed; what they do is not concerned by that.
+furnish_dev() {
+  local entry
+  mkdir "$root/dev"
+  mount -t tmpfs -o mode=755,nosuid private "$root/dev"
+  for entry in /dev/{null,zero,full,random,urandom,tty,kmsg,loop-control,loop[0-9]*}; do
+    [ -c "$entry" ] || [ -b "$entry" ] || continue
+    : >"$root$entry"
+    mount --bind "$entry" "$root$entry"
+  done
+  ln -s /proc/self/fd "$root/dev/fd"
+  ln -s /proc/self/fd/0 "$root/dev/stdin"
+  ln -s /proc/self/fd/1 "$root/dev/stdout"
+  ln -s /proc/self/fd/2 "$root/dev/stderr"
+  mkdir -m 1777 "$root/dev/shm"
+  mount -t tmpfs -o mode=1777 private "$root/dev/shm"
+  private+=(/dev /dev/shm)
+  mkdir "$root/dev/pts"
+  if mount -t devpts -o newinstance,mode=620,ptmxmode=666,nosuid,noexec private "$root/dev/pts" 2>/dev/null; then
+    private+=(/dev/pts)
+  elif [ -d /dev/pts ]; then
+    mount --rbind /dev/pts "$root/dev/pts"
+    if [ -c /dev/ptmx ]; then
+      : >"$root/dev/ptmx"
+      mount --bind /dev/ptmx "$root/dev/ptmx"
+    fi
+  fi
+  [ -e "$root/dev/ptmx" ] || ln -s pts/ptmx "$root/dev/ptmx"
+}
+
+# Whether a folder of STATE, or /run, /proc or /dev, lies at or below a path: the machine's would hide it.
 is_above_private() {
   local one above=${1%/} # "/" becomes empty
   for one in "${fixed[@]}" "${hidden[@]}"; do
@@ -113,14 +144,10 @@ for path in "${fixed[@]}"; do
 done
 chmod 1777 "$state/tmp" "$state/var/tmp"
 mkdir "$root/run"
-for path in /run /dev/shm; do
-  mode=755
-  [ "$path" = /run ] || mode=1777
-  [ -d "$root$path" ] || continue
-  mount -t tmpfs -o mode=$mode private "$root$path"
-  private+=("$path")
-done
+mount -t tmpfs -o mode=755 private "$root/run"
+private+=(/run)
 mkdir "$root/run/lock"
+furnish_dev
 for ((i = 0; i < ${#places[@]}; i += 2)); do
   kind=${places[i]} path=${places[i + 1]}
   if is_above_private "$path"; then

@@ -9,6 +9,8 @@ CONF=$PACKAGE/service/conf/server.conf
 LOGS=/srv/logs
 BIN=$BUILD/bin
 OMBREL=$PACKAGE/tool/ombrel
+# The one takes TCP, the other datagrams, on the same port; both take both formats.
+RECEIVERS="bsd ietf"
 
 say() { printf '\n\033[1m%s\033[0m\n' "$*"; }
 die() { echo "$*" >&2; exit 1; }
@@ -16,7 +18,8 @@ die() { echo "$*" >&2; exit 1; }
 # write_settings [KEY=VALUE ...]: the settings file, with what differs from the usual.
 write_settings() {
   local -A settings=(
-    [server_port]=5514 [server_trans]=udp [server_ssl]=0
+    [server_port]=5514 [server_trans]=tcp [server_ssl]=0
+    [server_ietf_port]=5514 [server_ietf_trans]=udp [server_ietf_ssl]=0
     [server_db_loc]=logs [server_db_path]=/srv/logs [server_ca_key]= [server_ca_file]=
     [arch_dest]=$LOGS [arch_time]=86400 [arch_time_enable]=0 [arch_size]=0
     [arch_count]=20000 [arch_count_enable]=1 [arch_fmt]=txt [arch_compress]=1
@@ -40,7 +43,7 @@ road_begin() {
 
 start_jobs() {
   local job
-  for job in pkg-Ombrel-syslog pkg-Ombrel-bsd; do "$OMBREL" job start $job || die "$job does not start"; done
+  for job in pkg-Ombrel-syslog pkg-Ombrel-bsd pkg-Ombrel-ietf; do "$OMBREL" job start $job || die "$job does not start"; done
 }
 
 # Datagrams that the kernel had no room for since this machine (network namespace) began.
@@ -58,9 +61,10 @@ udp_waiting() {
   echo $sum
 }
 
-# Lines that the receiver holds for the log writer.
+# Lines that the receivers hold for the log writer; one that does not run holds none.
 receiver_queued() {
-  syslog-ng-ctl stats --control=$PACKAGE/service/run/bsd/control |
+  local name
+  for name in $RECEIVERS; do syslog-ng-ctl stats --control=$PACKAGE/service/run/$name/control 2>/dev/null || true; done |
     awk -F ';' '$1 ~ /^dst/ && $5 == "queued" { sum += $6 } END { print sum + 0 }'
 }
 
@@ -70,14 +74,14 @@ await_handed_over() {
   local tries=600
   while [ "$(udp_waiting 5514)" != 0 ] || [ "$(receiver_queued)" != 0 ]; do
     tries=$((tries - 1))
-    [ $tries -gt 0 ] || die "the receiver still holds $(receiver_queued) lines"
+    [ $tries -gt 0 ] || die "the receivers still hold $(receiver_queued) lines"
     read -rt 0.1 <> <(:) || true
   done
 }
 
-# Ends the receiver first, which waits for the answer to its last batch, then the log writer.
+# Ends the receivers first, which wait for the answers to their last batches, then the log writer.
 stop_jobs() {
   local job
   await_handed_over
-  for job in pkg-Ombrel-bsd pkg-Ombrel-syslog; do "$OMBREL" job stop $job || die "$job does not stop"; done
+  for job in pkg-Ombrel-bsd pkg-Ombrel-ietf pkg-Ombrel-syslog; do "$OMBREL" job stop $job || die "$job does not stop"; done
 }

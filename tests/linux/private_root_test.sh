@@ -50,6 +50,26 @@ expect "a missing place is refused" 64 "$(code "$run" --keep nowhere s true)"
 expect "names may hold blanks" ok "$(mkdir -p 'a b/c d'; cd 'a b/c d' && "$run" 'st ate' sh -c 'touch "st ate/x" && pwd >/dev/null && echo ok')"
 expect "one root holds another" inner "$("$run" --writable . s "$run" inner-state echo inner)"
 
+# What is made in /dev stays in there, and the devices are the machine's without a way to change them.
+devices() { find /dev -maxdepth 1 -printf '%f %y %m %U %G\n' | sort; }
+machine_devices=$(devices)
+# shellcheck disable=SC2016
+expect "/dev can be written to" "made 1777" \
+  "$("$run" s sh -c ': >/dev/log && mkdir /dev/folder && echo made $(stat -c %a /dev/shm) && touch /dev/shm/private-file' | tail -n 1)"
+for device in null zero full random urandom tty; do
+  expect "/dev/$device is a device" yes "$("$run" s sh -c "[ -c /dev/$device ] && echo yes")"
+done
+expect "devices can be read and written" "4 1" \
+  "$("$run" s sh -c 'echo text >/dev/null && head -c 4 /dev/zero | wc -c; echo x >/dev/full 2>/dev/null || echo 1' | tr '\n' ' ' | sed 's/ $//')"
+expect "a device can neither be removed nor changed" "2" \
+  "$("$run" s sh -c 'rm -f /dev/null 2>/dev/zero || echo 1; chmod 600 /dev/null 2>/dev/zero || echo 1' | wc -l)"
+expect "standard streams have their links" "in /proc/self/fd" \
+  "$(echo in | "$run" s sh -c 'cat /dev/stdin >/dev/stdout; readlink /dev/fd' | tr '\n' ' ' | sed 's/ $//')"
+expect "a terminal can be opened" terminal \
+  "$("$run" s script -qec 'test -t 0 && echo terminal' /dev/null </dev/null 2>&1 | tr -d '\r')"
+expect "the machine's disks are not shown" "" "$("$run" s sh -c 'ls -d /dev/sd* /dev/vd* /dev/nvme* /dev/mapper 2>/dev/null')"
+expect "/dev of the machine is not touched" "$machine_devices" "$(devices)"
+
 expect "there are no other processes" 1 "$("$run" s sh -c 'ps -e -o pid= | head -n 1 | tr -d " "')"
 expect "the network is a loopback interface" "lo" "$("$run" s sh -c 'ls /sys/class/net >/dev/null; ip -o link | cut -d: -f2 | tr -d " "')"
 expect "which answers" 0 "$(code "$run" s sh -c 'ip -o addr show dev lo up | grep -q 127.0.0.1')"

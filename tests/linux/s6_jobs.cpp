@@ -65,8 +65,7 @@ std::string joined(const std::vector<std::string>& words) {
 
 std::string definitionOf(const JobDefinition& job) {
     std::string text = "description=\"" + job.description + "\"\ncommand=\"" + joined(job.command) + "\"\n";
-    text += job.readyFd < 0 ? "ready_check=\"" + joined(job.readyCheck) + "\"\n"
-                            : "ready_fd=\"" + std::to_string(job.readyFd) + "\"\n";
+    text += "ready_fd=\"" + std::to_string(job.readyFd) + "\"\n";
     if (!job.reloadSignal.empty()) text += "reload_signal=\"" + job.reloadSignal + "\"\n";
     text += "stop_signal=\"" + job.stopSignal + "\"\n";
     return text + "stop_timeout_seconds=\"" + std::to_string(job.stopTimeoutSeconds) + "\"\n";

@@ -214,18 +214,6 @@ TEST_F(S6Jobs, WithoutAReloadSignalCannotBeReloaded) {
     EXPECT_TRUE(manager().isRunning("job"));
 }
 
-TEST_F(S6Jobs, WithACheckAreReadyWhenItSaysSo) {
-    JobDefinition job = test::scriptedJob("job", JobKind::kNeverReady, folder);
-    job.readyFd = -1;
-    job.readyCheck = {"/usr/bin/test", "-e", folder + "/is-ready"};
-    test::addJob(job, folder + "/scan", folder + "/log");
-    EXPECT_EQ(manager(std::chrono::milliseconds(500)).start("job"), -1);
-    EXPECT_EQ(VLIBCErrGet(), kErrorTimeout);
-    std::ofstream(folder + "/is-ready") << "yes";
-    EXPECT_EQ(manager().start("job"), 0);
-    EXPECT_TRUE(manager().isRunning("job"));
-}
-
 TEST_F(S6Jobs, AreEndedByTheSignalOfTheirDefinition) {
     JobDefinition job = test::scriptedJob("job", JobKind::kReadyAtOnce, folder);
     job.stopSignal = "QUIT";

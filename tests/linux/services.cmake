@@ -23,6 +23,7 @@ add_executable(job_definition_test
   job_definition_test.cpp)
 target_link_libraries(job_definition_test PRIVATE ombrel_flags ombrel_job_definitions
   GTest::gtest_main GTest::gmock)
+target_compile_definitions(job_definition_test PRIVATE OMBREL_JOB_FILES="${CMAKE_CURRENT_LIST_DIR}/job_files")
 gtest_discover_tests(job_definition_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
 add_executable(ombrel_jobs_test
@@ -33,12 +34,30 @@ target_compile_definitions(ombrel_jobs_test PRIVATE
 add_dependencies(ombrel_jobs_test ombrel-jobs)
 gtest_discover_tests(ombrel_jobs_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
+add_executable(job_ended_test
+  child_process.cpp
+  job_ended_test.cpp)
+target_link_libraries(job_ended_test PRIVATE ombrel_flags test_s6_jobs veskserviceconf_objects veskcore
+  GTest::gtest_main GTest::gmock)
+target_compile_definitions(job_ended_test PRIVATE
+  OMBREL_JOB_ENDED="${PROJECT_SOURCE_DIR}/receiver/jobs/ombrel-job-ended")
+gtest_discover_tests(job_ended_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
 # What needs a supervisor starts one over a temporary folder.
 add_executable(s6_manager_test
   s6_manager_test.cpp)
 target_link_libraries(s6_manager_test PRIVATE ombrel_flags test_s6_jobs veskserviceconf_objects veskcore
   GTest::gtest_main GTest::gmock)
 gtest_discover_tests(s6_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
+# The manager is asked over a bus of the test's own.
+add_executable(systemd_manager_test
+  child_process.cpp
+  fake_systemd.cpp
+  systemd_manager_test.cpp)
+target_link_libraries(systemd_manager_test PRIVATE ombrel_flags veskserviceconf_objects linux_process veskcore
+  Threads::Threads GTest::gtest_main GTest::gmock)
+gtest_discover_tests(systemd_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
 # Mounts and the share definitions are changed, so these run in a private root.
 add_executable(vesksdk_private_test

@@ -23,8 +23,8 @@ using testing::UnorderedElementsAre;
 
 class DatabasePoolTest : public testing::Test {
 protected:
-    std::vector<RowBatch> batchOf(const std::vector<std::string>& hosts) {
-        RowBatch batch{"bsd-udp", {}};
+    std::vector<RowBatch> batchOf(const std::vector<std::string>& hosts, const char* receiver = "bsd-udp") {
+        RowBatch batch{receiver, {}};
         for (const std::string& host : hosts) {
             LogRow row;
             row.id = {1, ++number};
@@ -64,6 +64,45 @@ TEST_F(DatabasePoolTest, StoresEachHostInItsOwnDatabase) {
     EXPECT_THAT(messages(hostPath("%2E.%2F..%2Fetc")), ElementsAre("../../etc"));
     EXPECT_THAT(messages(hostPath("%6Cocal")), ElementsAre("local"));
     EXPECT_EQ(pool.store(batches, clock).repeated, 4U) << "each database knows its part of a batch";
+}
+
+TEST_F(DatabasePoolTest, StoresWhatThisMachineLogsApart) {
+    for (const bool byDevice : {false, true}) {
+        const std::string logs = folder / (byDevice ? "by-device" : "shared");
+        std::filesystem::create_directory(logs);
+        DatabasePool pool(logs, byDevice, schemaText());
+        auto batches = batchOf({"a"});
+        batches.push_back(batchOf({"me", "me"}, "local-socket").front());
+        batches.push_back(batchOf({"me"}, "local-kernel").front());
+        const StoreOutcome outcome = pool.store(batches, clock);
+        ASSERT_TRUE(outcome.stored) << outcome.error;
+        EXPECT_EQ(outcome.rows, 4U);
+        EXPECT_THAT(messages(localDatabasePath(logs)), ElementsAre("me", "me", "me"));
+        EXPECT_THAT(messages(byDevice ? hostDatabasePath(logs, "a") : sharedDatabasePath(logs)), ElementsAre("a"));
+        EXPECT_EQ(pool.store(batches, clock).repeated, 4U) << "each database knows its receivers";
+        EXPECT_FALSE(std::filesystem::exists(logs + "/me"));
+    }
+}
+
+TEST_F(DatabasePoolTest, KeepsTheRestWhenTheLocalDatabaseCannotBeWritten) {
+    DatabasePool pool(folder.path(), false, schemaText());
+    std::filesystem::create_directory(localDatabasePath(folder.path()));
+    auto batches = batchOf({"a"});
+    batches.push_back(batchOf({"me"}, "local-journal").front());
+    const StoreOutcome outcome = pool.store(batches, clock);
+    EXPECT_FALSE(outcome.stored);
+    EXPECT_THAT(outcome.error, HasSubstr("VESKSYSLOGDB__LOCALARCH.DB"));
+    std::filesystem::remove(localDatabasePath(folder.path()));
+    ASSERT_TRUE(pool.store(batches, clock).stored);
+    EXPECT_THAT(messages(sharedDatabasePath(folder.path())), ElementsAre("a")) << "stored once";
+    EXPECT_THAT(messages(localDatabasePath(folder.path())), ElementsAre("me"));
+}
+
+TEST(IsOfThisMachine, GoesByTheName) {
+    for (const char* const name : {"local-journal", "local-socket", "local-kernel"})
+        EXPECT_TRUE(isOfThisMachine(name));
+    for (const char* const name : {"", "local", "localhost", "bsd-tcp", "bsd-local-x"})
+        EXPECT_FALSE(isOfThisMachine(name));
 }
 
 TEST_F(DatabasePoolTest, StoresHostsBeyondTheBoundTogether) {

@@ -10,6 +10,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -79,6 +80,27 @@ TEST_F(LogWriterTest, AnswersABatchThatIsInTheDatabase) {
     receiver.post(batchLine(2, "<13>second") + batchLine(3, "<13>third"));
     EXPECT_EQ(receiver.answer(), "200");
     EXPECT_THAT(messages(shared()), ElementsAre("first", "second", "third"));
+}
+
+TEST_F(LogWriterTest, KeepsWhatThisMachineLogsApart) {
+    for (const char* const byDevice : {"0", "1"}) {
+        configure({{"arch_by_device", byDevice}, {"arch_dest", folder / (std::string("logs") + byDevice)}});
+        std::filesystem::create_directory(folder / (std::string("logs") + byDevice));
+        start();
+        const BatchClient receiver = client();
+        receiver.post(batchLine(1, "<13>Jul 20 12:00:00 app: own"), "local-socket");
+        EXPECT_EQ(receiver.answer(), "200");
+        receiver.post(batchLine(1, "<13>Jul 20 12:00:00 app: own") + batchLine(2, "<4>1 - - kernel - - - up"),
+                      "local-socket");
+        EXPECT_EQ(receiver.answer(), "200");
+        stop();
+        const std::string path = localDatabasePath(folder / (std::string("logs") + byDevice));
+        EXPECT_THAT(messages(path), ElementsAre("own", "up"));
+        std::array<char, 256> name{};
+        ASSERT_EQ(::gethostname(name.data(), name.size() - 1), 0);
+        EXPECT_THAT(query(path, "SELECT name FROM hosts"), ElementsAre(name.data()));
+        EXPECT_FALSE(std::filesystem::exists(sharedDatabasePath(folder / (std::string("logs") + byDevice))));
+    }
 }
 
 TEST_F(LogWriterTest, ReportsThatItIsReady) {

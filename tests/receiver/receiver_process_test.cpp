@@ -16,14 +16,12 @@
 #include <string>
 
 #include "receiver/launcher/control_socket.h"
-#include "receiver/launcher/ports.h"
 #include "tests/receiver/temp_folder.h"
 
 namespace ombrel {
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 using Clock = std::chrono::steady_clock;
 
 Deadline soon() {
@@ -47,33 +45,6 @@ TEST(HeldLines, AreThoseWithoutAnAnswer) {
     for (const char* const broken : {"", "dst.http", "dst.http;d_tcp#0", "dst.http;d_tcp#0;x;a;processed;",
                                      "dst.http;d_tcp#0;x;a;processed;many\n"})
         EXPECT_EQ(heldLines(broken, "d_tcp"), 0) << broken;
-}
-
-TEST(WaitingInTable, SumsWhatHasComeForThePort) {
-    const std::string table =
-        "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when\n"
-        "   0: 00000000:0202 00000000:0000 0A 00000000:00000002 00:00000000\n"
-        "   1: 0100007F:0202 0100007F:C001 01 000000FF:00001000 00:00000000\n"
-        "   2: 0100007F:C001 0100007F:0202 01 00001000:00000500 00:00000000\n";
-    EXPECT_EQ(waitingInTable(table, 514), 0x1002U);
-    EXPECT_EQ(waitingInTable(table, 515), 0U);
-    EXPECT_EQ(waitingInTable("junk\n0: 00000000:0202 x 01\n", 514), 0U);
-}
-
-TEST(RenderHandOverConfig, KeepsDestinationsAndReadsNoStream) {
-    ReceiverConfig config;
-    config.name = "bsd";
-    config.listeners = {{Transport::kUdp, 514}, {Transport::kTcp, 514}};
-    config.writerPort = 5615;
-    config.queueFolder = "/run/bsd";
-    const auto afterDestination = [](const std::string& text) {
-        return text.substr(text.find("destination d_tcp"));
-    };
-    const std::string text = renderHandOverConfig(config);
-    EXPECT_EQ(afterDestination(text), afterDestination(renderReceiverConfig(config)));
-    EXPECT_THAT(text, HasSubstr("transport(\"udp\")"));
-    EXPECT_THAT(text, Not(HasSubstr("transport(\"tcp\")")));
-    EXPECT_THAT(text, HasSubstr("source s_tcp { unix-dgram('/run/bsd/silent'); };"));
 }
 
 TEST(ChildProgram, TellsHowItEnded) {
@@ -128,6 +99,17 @@ TEST(ChildProgram, DoesNotOutliveItsParent) {
     EXPECT_EQ(::waitpid(parent, nullptr, 0), parent);
 }
 
+TEST(ChildProgram, DoesNotReportInTheNameOfTheJob) {
+    ::setenv("NOTIFY_SOCKET", "/run/nobody", 1);
+    ::setenv("OMBREL_TEST_WORD", "stays", 1);
+    auto child =
+        Child::start({"/bin/sh", "-c", "test -z \"${NOTIFY_SOCKET+set}\" && test $OMBREL_TEST_WORD = stays"});
+    ::unsetenv("NOTIFY_SOCKET");
+    ::unsetenv("OMBREL_TEST_WORD");
+    ASSERT_TRUE(child && child->wait(soon()));
+    EXPECT_EQ(child->exitCode(), 0);
+}
+
 class RunReceiver : public testing::Test {
 protected:
     int run(const std::string& script) {
@@ -141,7 +123,7 @@ protected:
             .settingsFile = folder / "server.conf", .runFolder = folder.path(), .syslogNg = syslogNg};
         ReceiverConfig config;
         config.name = "bsd";
-        config.listeners = {{Transport::kTcp, 0}};
+        config.sources = {{SourceKind::kTcp, 0}};
         config.queueFolder = folder / "bsd";
         ::mkdir(config.queueFolder.c_str(), 0700);
         const ReceiverFiles files(places.runFolder, config.name);

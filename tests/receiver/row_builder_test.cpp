@@ -34,6 +34,48 @@ void PrintTo(const BadInput& one, std::ostream* out) {
 
 class BadInputRow : public testing::TestWithParam<BadInput> {};
 
+// What syslog(3), the kernel and the journal hand over.
+struct LocalInput {
+    const char* name;
+    std::string raw;
+    std::string program;
+    std::string processId;
+    std::string message;
+};
+void PrintTo(const LocalInput& one, std::ostream* out) {
+    *out << one.name;
+}
+
+class LocalRow : public testing::TestWithParam<LocalInput> {};
+
+TEST_P(LocalRow, IsOfThisMachine) {
+    LocalClock clock;
+    RowBuilder builder(clock);
+    const auto row = builder.ofThisMachine({{1, 1}, kReceived, "127.0.0.1", GetParam().raw}, "box");
+    ASSERT_TRUE(row);
+    EXPECT_EQ(row->host, "box");
+    EXPECT_EQ(row->parsed.program, GetParam().program);
+    EXPECT_EQ(row->parsed.processId, GetParam().processId);
+    EXPECT_EQ(row->parsed.message, GetParam().message);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, LocalRow,
+    testing::Values(LocalInput{"OfSyslog", "<86>Jul 20 12:00:00 sshd[12]: hello", "sshd", "12", "hello"},
+                    LocalInput{"WithBlankBehindTheName", "<13>Jul 20 12:00:00 a b: text", "a", "", "b: text"},
+                    LocalInput{"Kernel", "<4>1 - - kernel - - - [    0.5] eth0: up", "kernel", "",
+                               "[    0.5] eth0: up"},
+                    LocalInput{"Journal", "<30>1 2026-07-20T12:00:00+00:00 - cron 7 - - ran", "cron", "7", "ran"},
+                    LocalInput{"ThatNamesAHost", "<13>1 2026-07-20T12:00:00Z other app - - - x", "app", "", "x"},
+                    LocalInput{"WithoutAnything", "just text", "", "", "just text"}),
+    [](const auto& one) { return one.param.name; });
+
+TEST(RowBuilder, LeavesOutBlankLinesOfThisMachine) {
+    LocalClock clock;
+    RowBuilder builder(clock);
+    EXPECT_FALSE(builder.ofThisMachine({{1, 1}, kReceived, "127.0.0.1", "\n"}, "box"));
+}
+
 TEST_P(BadInputRow, IsStoredClean) {
     const TempFolder folder;
     const std::string path = folder / "VESKSYSLOGDB__ARCH.DB";

@@ -4,7 +4,9 @@
 // Plays the devices of a network: sends numbered RFC 3164 messages over one UDP or TCP socket, or the lines
 // of a file as one host's own log. Each message carries its stream's name and its number, in the text
 // ("seq=NAME:12") or, for a file, in the brackets behind the program's name, so that an audit can tell what
-// was lost or doubled. Prints the number of messages sent.
+// was lost or doubled. With --reconnect it does what relays do: it looks whether the receiver has closed the
+// connection before it writes, connects again until it is taken, and goes on with what it could not write.
+// Prints the number of messages sent.
 #include <arpa/inet.h>
 #include <getopt.h>
 #include <netinet/in.h>
@@ -27,6 +29,8 @@ namespace {
 
 struct Options {
     bool udp = false;
+    bool octetCount = false;  ///< frames of RFC 6587 section 3.4.1 instead of line breaks
+    bool reconnect = false;
     std::string address = "127.0.0.1";
     int port = 5514;
     long count = 1000;
@@ -59,15 +63,26 @@ constexpr Kind kKinds[] = {
     exit(EX_OSERR);
 }
 
-int connectTo(const Options& options) {
+int tryToConnect(const Options& options) {
     const int fd = socket(AF_INET, (options.udp ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
     if (fd < 0) die("socket");
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<std::uint16_t>(options.port));
     if (inet_pton(AF_INET, options.address.c_str(), &to.sin_addr) != 1) die("address");
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) die("connect");
-    return fd;
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0) return fd;
+    close(fd);
+    return -1;
+}
+
+// Nothing tells when a receiver listens again, so it is asked a hundred times a second, a minute at most.
+int connectTo(const Options& options) {
+    for (int tries = options.reconnect ? 6000 : 1; tries > 0; --tries) {
+        const int fd = tryToConnect(options);
+        if (fd >= 0) return fd;
+        if (tries > 1) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    die("connect");
 }
 
 /// `Mmm dd hh:mm:ss`, formatted once a second.
@@ -103,8 +118,7 @@ public:
             }
             return;
         }
-        pending_ += message;
-        pending_ += '\n';
+        pending_ += options_.octetCount ? std::to_string(message.size()) + " " + message : message + '\n';
         if (pending_.size() > 65536 || options_.rate != 0) flush();
     }
     void finish() {
@@ -120,12 +134,25 @@ public:
 private:
     void flush() {
         std::size_t done = 0;
+        if (options_.reconnect && isClosedByReceiver()) connectAgain();
         while (done < pending_.size()) {
             const ssize_t n = ::send(fd_, pending_.data() + done, pending_.size() - done, MSG_NOSIGNAL);
-            if (n < 0 && errno != EINTR) die("send");
             if (n > 0) done += static_cast<std::size_t>(n);
+            if (n >= 0 || errno == EINTR) continue;
+            if (!options_.reconnect) die("send");
+            connectAgain();
+            done = 0;
         }
         pending_.clear();
+    }
+    bool isClosedByReceiver() const {
+        char byte = 0;
+        const ssize_t n = recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_PEEK);
+        return n == 0 || (n < 0 && errno != EAGAIN);
+    }
+    void connectAgain() {
+        close(fd_);
+        fd_ = connectTo(options_);
     }
     void pace() {
         if (options_.rate == 0) return;
@@ -170,13 +197,15 @@ void sendFile(Sender& sender, const Options& options) {
 int usage() {
     (void)fputs(
         "usage: device-sender [--udp] [--to ADDRESS] [--port N] [--count N] [--devices N] [--rate N] [--size N]\n"
-        "                     [--stream NAME] [--file FILE|- [--host NAME] [--program NAME]]\n",
+        "                     [--octet-count] [--reconnect] [--stream NAME] [--file FILE|- [--host NAME] "
+        "[--program NAME]]\n",
         stderr);
     return EX_USAGE;
 }
 
 bool parse(int argc, char** argv, Options& options) {
     static const option kLong[] = {
+        {"octet-count", no_argument, nullptr, 'o'},   {"reconnect", no_argument, nullptr, 'R'},
         {"udp", no_argument, nullptr, 'u'},           {"to", required_argument, nullptr, 'a'},
         {"port", required_argument, nullptr, 'p'},    {"count", required_argument, nullptr, 'c'},
         {"devices", required_argument, nullptr, 'd'}, {"rate", required_argument, nullptr, 'r'},
@@ -188,6 +217,12 @@ bool parse(int argc, char** argv, Options& options) {
         switch (letter) {
             case 'u':
                 options.udp = true;
+                break;
+            case 'o':
+                options.octetCount = true;
+                break;
+            case 'R':
+                options.reconnect = true;
                 break;
             case 'a':
                 options.address = value;

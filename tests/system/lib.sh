@@ -44,8 +44,15 @@ await() {
     read -rt 0.1 <> <(:) || true
   done
 }
-# Whether the log of the receiver has these words.
-logged() { grep -qF -- "$1" $PACKAGE/service/log/pkg-Ombrel-bsd/current; }
+# Whether the log of a receiver has these words.
+logged() { # WORDS [NAME...]: of any of them
+  local name words=$1
+  shift
+  for name in ${*:-$RECEIVERS}; do
+    ! grep -qsF -- "$words" $PACKAGE/service/log/pkg-Ombrel-$name/current || return 0
+  done
+  return 1
+}
 
 WORKING=$LOGS/VESKSYSLOGDB__ARCH.DB
 

@@ -1,0 +1,160 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "receiver/launcher/receiver_settings.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+
+#include "tests/receiver/settings_file.h"
+#include "tests/receiver/temp_folder.h"
+
+namespace ombrel {
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class NetworkReceiver : public testing::Test {
+protected:
+    std::optional<ReceiverConfig> read(const std::string& name, const Settings& changed) {
+        writeSettings(folder / "server.conf", changed);
+        return receiverConfig(name, folder / "server.conf", error);
+    }
+    TempFolder folder;
+    std::string error;
+};
+
+struct Case {
+    const char* title;
+    const char* name;
+    Settings settings;
+    SourceKind kind;
+    int port;
+};
+
+void PrintTo(const Case& one, std::ostream* out) {
+    *out << one.title;
+}
+
+class ListensOn : public NetworkReceiver, public testing::WithParamInterface<Case> {};
+
+TEST_P(ListensOn, OneTransport) {
+    const auto config = read(GetParam().name, GetParam().settings);
+    ASSERT_TRUE(config) << error;
+    EXPECT_EQ(config->name, GetParam().name);
+    ASSERT_EQ(config->sources.size(), 1U);
+    EXPECT_EQ(config->sources[0].kind, GetParam().kind);
+    EXPECT_EQ(config->sources[0].port, GetParam().port);
+    EXPECT_EQ(config->octetCounting, config->name == "ietf");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, ListensOn,
+    testing::Values(
+        Case{"BsdUdp", "bsd", {{"server_port", "514"}, {"server_trans", "udp"}}, SourceKind::kUdp, 514},
+        Case{"BsdTcp", "bsd", {{"server_port", "65535"}, {"server_trans", "tcp"}}, SourceKind::kTcp, 65535},
+        Case{"BsdOfAnotherWord", "bsd", {{"server_port", "1"}, {"server_trans", "UDP"}}, SourceKind::kTcp, 1},
+        Case{"BsdTls", "bsd", {{"server_trans", "tcp"}, {"server_ssl", "1"}}, SourceKind::kTls, 5514},
+        Case{"IetfOfOldSettings", "ietf", {}, SourceKind::kUdp, 514},
+        Case{
+            "IetfTcp", "ietf", {{"server_ietf_port", "601"}, {"server_ietf_trans", "tcp"}}, SourceKind::kTcp, 601},
+        Case{"IetfTls",
+             "ietf",
+             {{"server_ietf_port", "6514"}, {"server_ietf_trans", "tcp"}, {"server_ietf_ssl", "1"}},
+             SourceKind::kTls,
+             6514},
+        Case{"IetfWhateverBsdDoes",
+             "ietf",
+             {{"server_ietf_trans", "tcp"}, {"server_ssl", "1"}, {"server_port", "0"}},
+             SourceKind::kTcp,
+             514}),
+    [](const auto& one) { return one.param.title; });
+
+TEST_F(NetworkReceiver, HasTheFilesForTls) {
+    const auto config = read("ietf", {{"server_ietf_trans", "tcp"}, {"server_ietf_ssl", "1"}});
+    ASSERT_TRUE(config) << error;
+    EXPECT_EQ(config->keyFile, "/etc/ssl/key.pem");
+    EXPECT_EQ(config->certificateFile, "/etc/ssl/cert.pem");
+    EXPECT_EQ(config->portKey, "server_ietf_port");
+}
+
+TEST_F(NetworkReceiver, NamesThePortThatIsNone) {
+    for (const char* const port : {"0", "65536", "-1", "100000"}) {
+        EXPECT_FALSE(read("bsd", {{"server_port", port}}));
+        EXPECT_THAT(error, StartsWith("server_port=\"" + std::string(port) + "\""));
+        EXPECT_FALSE(read("ietf", {{"server_ietf_port", port}}));
+        EXPECT_THAT(error, StartsWith("server_ietf_port=\"" + std::string(port) + "\""));
+    }
+    EXPECT_THAT(error, HasSubstr(folder / "server.conf"));
+}
+
+TEST_F(NetworkReceiver, RefusesTlsOverDatagramsWithBothKeys) {
+    EXPECT_FALSE(read("bsd", {{"server_ssl", "1"}, {"server_trans", "udp"}}));
+    EXPECT_THAT(error, StartsWith(R"(server_ssl="1" needs server_trans="tcp")"));
+    EXPECT_FALSE(read("ietf", {{"server_ietf_ssl", "1"}, {"server_ietf_trans", "udp"}}));
+    EXPECT_THAT(error, StartsWith(R"(server_ietf_ssl="1" needs server_ietf_trans="tcp")"));
+}
+
+TEST_F(NetworkReceiver, NamesThePathThatCannotBeUsed) {
+    const Settings tls = {{"server_ssl", "1"}, {"server_trans", "tcp"}};
+    Settings wrong = tls;
+    wrong["server_ca_key"] = "/k'); destination d { program('x') }; #";
+    EXPECT_FALSE(read("bsd", wrong));
+    EXPECT_THAT(error, StartsWith("server_ca_key="));
+    wrong = tls;
+    wrong["server_ca_file"] = "";
+    EXPECT_FALSE(read("bsd", wrong));
+    EXPECT_THAT(error, StartsWith("server_ca_file="));
+    EXPECT_TRUE(read("bsd", {{"server_ca_file", ""}})) << "not needed without TLS";
+}
+
+TEST_F(NetworkReceiver, SaysWhichFileCannotBeRead) {
+    for (const char* const name : {"bsd", "ietf"}) {
+        EXPECT_FALSE(receiverConfig(name, folder / "missing.conf", error));
+        EXPECT_THAT(error, HasSubstr("missing.conf"));
+    }
+}
+
+class LocalReceiver : public testing::Test {
+protected:
+    TempFolder folder;
+    std::string trouble;
+};
+
+TEST_F(LocalReceiver, ReadsTheJournalWhereThereIsOne) {
+    const auto config = localReceiverConfig({.journal = true}, trouble);
+    EXPECT_EQ(config.name, "local");
+    ASSERT_EQ(config.sources.size(), 1U);
+    EXPECT_EQ(config.sources[0].kind, SourceKind::kJournal);
+    EXPECT_EQ(trouble, "");
+}
+
+TEST_F(LocalReceiver, ReadsSocketAndKernelOtherwise) {
+    writeText(folder / "kmsg", "");
+    const auto config = localReceiverConfig({false, folder / "log", folder / "kmsg"}, trouble);
+    ASSERT_EQ(config.sources.size(), 2U);
+    EXPECT_EQ(config.sources[0].kind, SourceKind::kLogSocket);
+    EXPECT_EQ(config.sources[0].path, folder / "log");
+    EXPECT_EQ(config.sources[1].kind, SourceKind::kKernelRing);
+    EXPECT_EQ(trouble, "");
+}
+
+TEST_F(LocalReceiver, GoesWithoutTheKernelThatItMayNotRead) {
+    const auto config = localReceiverConfig({false, folder / "log", folder / "kmsg"}, trouble);
+    ASSERT_EQ(config.sources.size(), 1U);
+    EXPECT_EQ(config.sources[0].kind, SourceKind::kLogSocket);
+    EXPECT_THAT(trouble, HasSubstr(folder / "kmsg: No such file"));
+}
+
+TEST(IsReceiverName, KnowsThree) {
+    for (const char* const name : {"bsd", "ietf", "local"})
+        EXPECT_TRUE(isReceiverName(name));
+    for (const char* const name : {"", "custrule", "BSD", "../bsd"})
+        EXPECT_FALSE(isReceiverName(name));
+}
+
+}  // namespace
+}  // namespace ombrel
