@@ -14,6 +14,13 @@ units=/etc/systemd/system
 up=$OMBREL_PRIVATE_ROOT/.up
 AGAIN=85
 
+# Root of a container that may not mount is root of a user namespace by now, to which systemd is no use.
+read -r _ _ users </proc/self/uid_map
+[ "$users" = 4294967295 ] || {
+  echo "systemd-root: this machine lets its root mount nothing (a container needs CAP_SYS_ADMIN)" >&2
+  exit 77
+}
+
 # An /etc of this machine's own, over the real one.
 furnish_etc() {
   local entry
