@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <utility>
 
 namespace ombrel {
 
@@ -126,13 +125,13 @@ bool readMember(Reader& reader, EventLine& line) {
         if (name == "exit_code" && number >= 0 && number <= 255) line.exitCode = static_cast<int>(number);
         return true;
     }
-    std::string value;
-    if (!reader.string(value)) return false;
-    if (name == "event") line.event = std::move(value);
-    if (name == "text") line.text = std::move(value);
-    if (name == "job") line.job = std::move(value);
-    if (name == "signal") line.signal = std::move(value);
-    return true;
+    std::string ignored;
+    std::string* const value = name == "event"    ? &line.event
+                               : name == "text"   ? &line.text
+                               : name == "job"    ? &line.job
+                               : name == "signal" ? &line.signal
+                                                  : &ignored;
+    return reader.string(*value);
 }
 
 }  // namespace

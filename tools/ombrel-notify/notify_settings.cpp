@@ -67,6 +67,7 @@ constexpr ReceiverKeys kReceivers[] = {
 void readReceiver(Keys& keys, const ReceiverKeys& receiver, std::set<std::uint16_t>& ports) {
     constexpr long long kDefaultPort = 514;
     const auto transport = keys.text(receiver.transport);
+    if (!transport && !receiver.isOptional) keys.missing(receiver.transport);
     const bool isUdp = transport ? *transport == "udp" : receiver.isOptional;
     if (!isUdp || keys.text(receiver.tls).value_or("") == "1") return;
     const long long port = keys.number(receiver.port, 65535, receiver.isOptional ? kDefaultPort : -1, 0);
