@@ -29,7 +29,7 @@ public:
     [[nodiscard]] std::string_view name() const { return error_.name != nullptr ? error_.name : ""; }
 
 private:
-    sd_bus_error error_ = SD_BUS_ERROR_NULL;
+    sd_bus_error error_{};  // as SD_BUS_ERROR_NULL, which is C
 };
 
 /// `result` is the negative errno of a call of sd-bus.

@@ -105,11 +105,15 @@ bool Child::wait(Deadline deadline) {
     return true;
 }
 
+void Child::signal(int number) const noexcept {
+    if (pid_ > 0) (void)::kill(pid_, number);
+}
+
 bool Child::end(Deadline deadline) {
     if (pid_ < 0) return true;
-    (void)::kill(pid_, SIGTERM);
+    signal(SIGTERM);
     if (wait(deadline)) return true;
-    (void)::kill(pid_, SIGKILL);
+    signal(SIGKILL);
     reap();
     return false;
 }

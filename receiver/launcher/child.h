@@ -42,6 +42,8 @@ public:
     [[nodiscard]] int handle() const noexcept { return handle_.get(); }
     /// Whether it has ended, by the deadline at the latest.
     bool wait(Deadline deadline);
+    /// Does nothing once it has ended.
+    void signal(int number) const noexcept;
     /// Asks it to end; kills it at the deadline. Whether it ended by itself.
     bool end(Deadline deadline);
     /// "exit code 1" or "signal 9 (Killed)", once it has ended.

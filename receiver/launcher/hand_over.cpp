@@ -2,11 +2,10 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "receiver/launcher/hand_over.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/socket.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <iterator>
@@ -16,6 +15,7 @@
 #include "receiver/launcher/control_socket.h"
 #include "receiver/launcher/fail.h"
 #include "receiver/launcher/ports.h"
+#include "receiver/message/batch_frame.h"
 
 namespace ombrel {
 
@@ -25,22 +25,30 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kWhole{6500};
 // Senders that never pause are cut off then: more comes as long as it is read.
 constexpr std::chrono::milliseconds kReading{3000};
-constexpr std::chrono::milliseconds kStep{50};
+constexpr std::chrono::milliseconds kReadingStep{20};
+constexpr std::chrono::milliseconds kAnswerStep{5};
+constexpr std::chrono::seconds kEnd{2};
 // A log writer that is restarted is back by then.
 constexpr std::chrono::milliseconds kWriterAway{500};
 constexpr std::chrono::milliseconds kWriterEnd{1000};
 
-bool reloadsTo(const ReceiverFiles& files, const std::string& text, Deadline deadline) {
-    if (!writeConfiguration(files, text)) return false;
-    const auto answer = askControlSocket(files.control, "RELOAD", deadline);
-    return answer && answer->starts_with("OK");
-}
-
 }  // namespace
+
+// What is looked at every step, so many times in a row.
+struct HandOver::Wanted {
+    bool nothingWaits = false;  // what has come is read
+    long long fewerThan = 0;    // lines held
+    int times = 0;
+    std::chrono::milliseconds step{};
+};
 
 HandOver::HandOver(const ReceiverFiles& files, const ReceiverConfig& config, Child& syslogNg,
                    std::string logWriter)
-    : files_(files), config_(config), syslogNg_(syslogNg), logWriter_(std::move(logWriter)) {
+    : files_(files),
+      config_(config),
+      syslogNg_(syslogNg),
+      logWriter_(std::move(logWriter)),
+      prompt_(WriterPrompt::of(config.writerPort, config.name + "-end", config.token)) {
     std::copy_if(config.sources.begin(), config.sources.end(), std::back_inserter(heldBack_),
                  [](const Source& source) { return isHeldBack(source.kind); });
 }
@@ -51,17 +59,61 @@ HandOver::~HandOver() {
 }
 
 void HandOver::run() {
-    const Deadline end = Clock::now() + kWhole;
-    const auto atFirst = held(end);
+    if (!heldBack_.empty()) handOver();
+    end();
+}
+
+void HandOver::handOver() {
+    const Deadline deadline = Clock::now() + kWhole;
+    const auto atFirst = held(deadline);
     if (!atFirst) return;  // it has not begun yet, or is already gone
     lastHeld_ = *atFirst;
-    (void)await(std::min(end, Clock::now() + kReading), true);  // a busy sender is no failure
-    if (!reloadsTo(files_, renderHandOverConfig(config_), end)) {
+    // A sender that goes on and on is no failure. No connection waits for room with fewer lines than these.
+    (void)await(std::min(deadline, Clock::now() + kReading),
+                {true, static_cast<long long>(kFullBatchLines), 5, kReadingStep});
+    if (!stopReading(deadline)) {
         logLine("ombrel-receiver: syslog-ng does not stop reading before it ends; lines of TCP may be lost");
     }
-    if (await(end, false) || lastHeld_ == 0) return;
+    // Twice, since a line may be on its way between the two counters.
+    holdsNothing_ = await(deadline, {false, 1, 2, kAnswerStep});
+    if (holdsNothing_ || lastHeld_ == 0) return;
     logLine("ombrel-receiver: lost " + std::to_string(lastHeld_) +
             " lines that could not be handed over to the log writer in time; see the log of pkg-Ombrel-syslog");
+}
+
+// It answers when the batch on its way has been answered.
+bool HandOver::stopReading(Deadline deadline) {
+    if (!writeConfiguration(files_, renderHandOverConfig(config_))) return false;
+    auto question = ControlQuestion::ask(files_.control, "RELOAD");
+    auto state = question ? question->proceed() : ControlQuestion::State::kFailed;
+    while (state == ControlQuestion::State::kOpen && Clock::now() < deadline) {
+        (void)prompt_.ask();  // nobody there: then there is no batch on its way
+        pollfd one{question->fd(), POLLIN, 0};
+        (void)::poll(&one, 1, pollTimeout(std::min(deadline, Clock::now() + kAnswerStep)));
+        state = question->proceed();
+    }
+    // For the next start, which need not look for errors in what has been in use.
+    (void)writeConfiguration(files_, renderReceiverConfig(config_));
+    return state == ControlQuestion::State::kAnswered && question->answer().starts_with("OK");
+}
+
+void HandOver::end() {
+    if (holdsNothing_ && heldBack_.size() == config_.sources.size()) {
+        syslogNg_.signal(SIGKILL);
+        (void)syslogNg_.wait(Clock::now() + kEnd);
+        (void)::unlink(files_.pid.c_str());  // which it removes itself otherwise
+        return;
+    }
+    const Deadline deadline = Clock::now() + kEnd;
+    syslogNg_.signal(SIGTERM);
+    while (pause(deadline, kAnswerStep)) {
+        if (Clock::now() >= deadline) {
+            logLine(
+                "ombrel-receiver: syslog-ng did not end in time and was killed; datagrams it held may be lost");
+            return syslogNg_.signal(SIGKILL);
+        }
+        (void)prompt_.ask();
+    }
 }
 
 std::optional<long long> HandOver::held(Deadline deadline) const {
@@ -79,38 +131,31 @@ bool HandOver::nothingWaits() const {
 }
 
 // Syslog-ng gives no sign when a queue is empty, so it is asked again and again. False when it has ended.
-bool HandOver::pause(Deadline deadline) {
-    return !syslogNg_.wait(std::min(deadline, Clock::now() + kStep));
+bool HandOver::pause(Deadline deadline, std::chrono::milliseconds step) {
+    return !syslogNg_.wait(std::min(deadline, Clock::now() + step));
 }
 
-// Until no line is held, and with `streamsToo` nothing has come that is not read yet; both twice in a row, since
-// a line may be on its way between the two. False when that is not so by the deadline.
-bool HandOver::await(Deadline deadline, bool streamsToo) {
+// Also true when no line is held and none waits twice in a row. False when it is not so by the deadline.
+bool HandOver::await(Deadline deadline, const Wanted& wanted) {
+    int good = 0;
     int quiet = 0;
     while (Clock::now() < deadline) {
-        const bool read = !streamsToo || nothingWaits();
+        const bool read = !wanted.nothingWaits || nothingWaits();
         const auto now = held(deadline);
         if (!now) return false;
+        good = read && *now < wanted.fewerThan ? good + 1 : 0;
         quiet = read && *now == 0 ? quiet + 1 : 0;
-        if (quiet == 2) return true;
+        if (good == wanted.times || quiet == 2) return true;
         if (*now != 0 && *now >= std::exchange(lastHeld_, *now)) standInForWriter(deadline);
-        if (!pause(deadline)) return false;
+        if (!wanted.nothingWaits && *now != 0) (void)prompt_.ask();
+        if (!pause(deadline, wanted.step)) return false;
     }
     return false;
 }
 
-bool HandOver::writerListens() const {
-    const Fd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(config_.writerPort);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
-
 void HandOver::standInForWriter(Deadline deadline) {
     if (writerTried_ || logWriter_.empty()) return;
-    if (writerListens()) {
+    if (prompt_.ask()) {
         writerMissedAt_.reset();
         return;
     }

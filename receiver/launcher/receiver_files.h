@@ -25,8 +25,8 @@ std::vector<std::string> syslogNgCommand(const std::string& program, const Recei
 /// Replaces the configuration in one step, with errno on failure. Readable by its owner alone: it holds the token.
 bool writeConfiguration(const ReceiverFiles& files, const std::string& text);
 
-/// Likewise, once syslog-ng has found no error in it: 20 s at most. Otherwise the old one stays, and a line
-/// says why. Exit code.
+/// Likewise, once syslog-ng has found no error in it: 20 s at most, and not looked for again in what is there
+/// already. Otherwise the old one stays, and a line says why. Exit code.
 int writeCheckedConfiguration(const std::string& syslogNg, const ReceiverFiles& files, const std::string& text);
 
 }  // namespace ombrel

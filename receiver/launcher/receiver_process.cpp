@@ -25,8 +25,6 @@ namespace ombrel {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-// With those of a hand-over less than the ten seconds after which the supervisor kills a job.
-constexpr std::chrono::seconds kEnd{2};
 constexpr std::chrono::seconds kReload{5};
 
 bool hasKind(const ReceiverConfig& config, SourceKind kind) {
@@ -111,11 +109,7 @@ int ReceiverProcess::readSignal() const {
 }
 
 void ReceiverProcess::stop() {
-    HandOver handOver(files_, config_, *syslogNg_, places_.logWriter);
-    handOver.run();
-    if (!syslogNg_->end(Clock::now() + kEnd)) {
-        logLine("ombrel-receiver: syslog-ng did not end in time and was killed; datagrams it held may be lost");
-    }
+    HandOver(files_, config_, *syslogNg_, places_.logWriter).run();
     syslogNg_.reset();
     removeLogSockets();
 }

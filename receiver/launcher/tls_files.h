@@ -10,8 +10,8 @@
 namespace ombrel {
 
 /// Empty when the receiver can use both, otherwise what is wrong, beginning with the key and value of the setting
-/// that is to be mended. Reads PEM files; a key that is protected by a password cannot be used, nor a certificate of
-/// another time than now.
+/// that is to be mended. Reads PEM files; a key that is protected by a password cannot be used, nor a certificate
+/// of another time than now.
 std::string whatIsWrongWithTlsFiles(const std::string& keyFile, const std::string& certificateFile);
 
 }  // namespace ombrel

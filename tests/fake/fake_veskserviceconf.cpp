@@ -85,6 +85,36 @@ Section declaration(const VESK_SECTION_INFO& info) {
              line("protocol", port.protocol == 2 ? "udp" : "tcp"), line("port", std::to_string(port.port))}};
 }
 
+bool isPortText(const std::string& text) {
+    const bool digits = std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return digits && !text.empty() && text.size() <= 5 && std::stoi(text) >= 1 && std::stoi(text) <= 65535;
+}
+
+bool isStorable(const Section& section) {
+    return !section.name.empty() && section.name.find(']') == std::string::npos &&
+           ombrel::test::isStorable(section.name) &&
+           std::all_of(section.lines.begin(), section.lines.end(), ombrel::test::isStorable);
+}
+
+/// Whether a section of any declaration file, other than those of that name, declares the port; as single
+/// ports are written.
+bool isDeclared(const FakePlatform& platform, const std::string& service, const std::string& port,
+                const std::string& protocol) {
+    constexpr const char* kFolder = "/usr/local/etc/services.d";
+    if (!platform.exists(kFolder)) return false;
+    for (const std::string& path : platform.filesBelow(kFolder)) {
+        for (const Section& section : SectionedText(platform.read(path).value_or("")).sections) {
+            const ombrel::test::KeyValues keys = section.keys();
+            const std::string* declaredPort = keys.find("port");
+            const std::string* declaredProtocol = keys.find("protocol");
+            if (section.name != service && declaredPort != nullptr && *declaredPort == port &&
+                declaredProtocol != nullptr && *declaredProtocol == protocol)
+                return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 extern "C" {
@@ -174,6 +204,7 @@ int VLIBServiceConfSectionSet(const VESK_SECTION_REQUEST* request, const VESK_SE
     if (!platform.live.contains("section info", info) || request->action != 1) return -1;
     Section section = declaration(*info);
     if (section.name != bounded(request->section)) platform.live.misuse("a section composed for another one");
+    if (!isStorable(section)) return -1;
     const std::string path = declarationFile(*request);
     SectionedText file(platform.read(path).value_or(""));
     if (Section* found = file.find(section.name)) {
@@ -202,9 +233,11 @@ int VLIBIsPortConflict(const char* service, const char* port, const char* protoc
                        VESK_SERVICE_PORTS** ports) {
     FakePlatform& platform = FakePlatform::current();
     const bool fails = platform.calls.enter("VLIBIsPortConflict", service, port, protocol, flags);
-    const std::string wanted = std::string(port) + "/" + protocol;
-    const bool taken =
-        std::find(platform.conflicts.begin(), platform.conflicts.end(), wanted) != platform.conflicts.end();
+    const std::string kind = protocol;
+    if (!isPortText(port) || (kind != "tcp" && kind != "udp")) return -1;
+    const bool taken = isDeclared(platform, service, port, kind) ||
+                       std::find(platform.conflicts.begin(), platform.conflicts.end(),
+                                 std::string(port) + "/" + kind) != platform.conflicts.end();
     if (ports != nullptr && (!fails || platform.failuresHandOutObjects)) {
         *ports = new VESK_SERVICE_PORTS{};
         platform.live.add("service ports", *ports);

@@ -11,7 +11,7 @@
 #include "linux/veskserviceconf/job_places.h"
 #include "linux/veskserviceconf/s6_manager.h"
 #include "tests/linux/child_process.h"
-#include "tests/linux/s6_jobs.h"
+#include "tests/linux/real_jobs.h"
 
 namespace fs = std::filesystem;
 using namespace ombrel;

@@ -15,7 +15,7 @@
 #include <fstream>
 
 #include "linux/common/error_record.h"
-#include "tests/linux/s6_jobs.h"
+#include "tests/linux/real_jobs.h"
 
 namespace fs = std::filesystem;
 using namespace ombrel;

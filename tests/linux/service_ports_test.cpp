@@ -74,6 +74,7 @@ protected:
         std::vector<PortUse> uses;
         if (findPortUses(places, "syslog_server", 514, transport, uses) != 0) return {"<cannot be told>"};
         std::vector<std::string> words;
+        words.reserve(uses.size());
         for (const PortUse& use : uses)
             words.push_back(describe(use));
         return words;

@@ -1,6 +1,6 @@
 # Shares, file systems and service jobs.
 include(${PROJECT_SOURCE_DIR}/cmake/OmbrelPrivateTest.cmake)
-include(${CMAKE_CURRENT_LIST_DIR}/s6_jobs.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/real_jobs.cmake)
 
 add_executable(vesksdk_test
   file_system_kind_test.cpp
@@ -37,7 +37,7 @@ gtest_discover_tests(ombrel_jobs_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS 
 add_executable(job_ended_test
   child_process.cpp
   job_ended_test.cpp)
-target_link_libraries(job_ended_test PRIVATE ombrel_flags test_s6_jobs veskserviceconf_objects veskcore
+target_link_libraries(job_ended_test PRIVATE ombrel_flags test_real_jobs veskserviceconf_objects veskcore
   GTest::gtest_main GTest::gmock)
 target_compile_definitions(job_ended_test PRIVATE
   OMBREL_JOB_ENDED="${PROJECT_SOURCE_DIR}/receiver/jobs/ombrel-job-ended")
@@ -46,7 +46,7 @@ gtest_discover_tests(job_ended_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS un
 # What needs a supervisor starts one over a temporary folder.
 add_executable(s6_manager_test
   s6_manager_test.cpp)
-target_link_libraries(s6_manager_test PRIVATE ombrel_flags test_s6_jobs veskserviceconf_objects veskcore
+target_link_libraries(s6_manager_test PRIVATE ombrel_flags test_real_jobs veskserviceconf_objects veskcore
   GTest::gtest_main GTest::gmock)
 gtest_discover_tests(s6_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
@@ -59,6 +59,13 @@ target_link_libraries(systemd_manager_test PRIVATE ombrel_flags veskserviceconf_
   Threads::Threads GTest::gtest_main GTest::gmock)
 gtest_discover_tests(systemd_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
+# Run by tests/system/systemd_jobs, on a machine that systemd has booted.
+add_executable(systemd_jobs_test
+  child_process.cpp
+  systemd_jobs_test.cpp)
+target_link_libraries(systemd_jobs_test PRIVATE ombrel_flags test_real_jobs veskserviceconf_objects veskcore
+  GTest::gtest_main GTest::gmock)
+
 # Mounts and the share definitions are changed, so these run in a private root.
 add_executable(vesksdk_private_test
   file_systems_private_test.cpp
@@ -70,3 +77,6 @@ ombrel_private_test(vesksdk unit vesksdk_private_test)
 
 add_test(NAME private_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/private_root_test.sh)
 set_tests_properties(private_root PROPERTIES LABELS system SKIP_RETURN_CODE 77 TIMEOUT 240 RUN_SERIAL ON)
+
+add_test(NAME systemd_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/systemd_root_test.sh)
+set_tests_properties(systemd_root PROPERTIES LABELS system SKIP_RETURN_CODE 77 TIMEOUT 240 RUN_SERIAL ON)

@@ -6,16 +6,22 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <string>
 
+#include "linux/common/fd.h"
 #include "receiver/launcher/control_socket.h"
+#include "receiver/launcher/writer_prompt.h"
 #include "tests/receiver/temp_folder.h"
 
 namespace ombrel {
@@ -108,6 +114,55 @@ TEST(ChildProgram, DoesNotReportInTheNameOfTheJob) {
     ::unsetenv("OMBREL_TEST_WORD");
     ASSERT_TRUE(child && child->wait(soon()));
     EXPECT_EQ(child->exitCode(), 0);
+}
+
+TEST(WriterPrompt, AsksOnceUntilItIsAnswered) {
+    Fd listening(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ASSERT_EQ(::bind(listening.get(), reinterpret_cast<const sockaddr*>(&address), size), 0);
+    ASSERT_EQ(::getsockname(listening.get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+    WriterPrompt prompt = WriterPrompt::of(ntohs(address.sin_port), "bsd-end", "0123");
+    EXPECT_FALSE(prompt.ask()) << "nobody listens yet";
+    ASSERT_EQ(::listen(listening.get(), 4), 0);
+    EXPECT_TRUE(prompt.ask());
+    EXPECT_TRUE(prompt.ask());
+    const auto accepted = [&listening] { return Fd(::accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC)); };
+    Fd first = accepted();
+    std::array<char, 256> buffer{};
+    ASSERT_GT(::recv(first.get(), buffer.data(), buffer.size() - 1, 0), 0);
+    EXPECT_STREQ(buffer.data(),
+                 "POST /bsd-end HTTP/1.1\r\nHost: 127.0.0.1\r\nAuthorization: Bearer 0123\r\n"
+                 "Content-Length: 0\r\n\r\n");
+    pollfd one{listening.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&one, 1, 0), 0) << "the first has no answer yet";
+    first.reset();
+    EXPECT_TRUE(prompt.ask());
+    EXPECT_EQ(::poll(&one, 1, 10'000), 1);
+    const Fd second = accepted();
+    listening.reset();
+    ASSERT_EQ(::send(second.get(), "HTTP/1.1 200 OK\r\n\r\n", 19, 0), 19);
+    pollfd answered{second.get(), POLLIN, 0};
+    while (prompt.ask() && ::poll(&answered, 1, 1) == 0) {  // until the answer has been seen
+    }
+    EXPECT_FALSE(prompt.ask()) << "nobody listens any more";
+}
+
+TEST(WriteCheckedConfiguration, DoesNotCheckWhatIsInUse) {
+    const TempFolder folder;
+    const ReceiverFiles files(folder.path(), "bsd");
+    ASSERT_EQ(::mkdir(files.folder.c_str(), 0700), 0);
+    writeText(folder / "syslog-ng", "#!/bin/sh\nexit 1\n");
+    ASSERT_EQ(::chmod((folder / "syslog-ng").c_str(), 0700), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(writeCheckedConfiguration(folder / "syslog-ng", files, "text"), EX_CONFIG);
+    ASSERT_TRUE(writeConfiguration(files, "text"));
+    EXPECT_EQ(writeCheckedConfiguration(folder / "syslog-ng", files, "text"), EX_OK);
+    EXPECT_EQ(writeCheckedConfiguration(folder / "syslog-ng", files, "other text"), EX_CONFIG);
+    EXPECT_EQ(readText(files.configuration), "text");
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("refuses " + files.configuration));
 }
 
 class RunReceiver : public testing::Test {

@@ -29,7 +29,7 @@ namespace {
 
 struct Options {
     bool udp = false;
-    bool octetCount = false;  ///< frames of RFC 6587 section 3.4.1 instead of line breaks
+    bool counted = false;  ///< over TCP: octet counting (RFC 6587 section 3.4.1) instead of lines
     bool reconnect = false;
     std::string address = "127.0.0.1";
     int port = 5514;
@@ -118,7 +118,7 @@ public:
             }
             return;
         }
-        pending_ += options_.octetCount ? std::to_string(message.size()) + " " + message : message + '\n';
+        pending_ += options_.counted ? std::to_string(message.size()) + " " + message : message + '\n';
         if (pending_.size() > 65536 || options_.rate != 0) flush();
     }
     void finish() {
@@ -197,7 +197,7 @@ void sendFile(Sender& sender, const Options& options) {
 int usage() {
     (void)fputs(
         "usage: device-sender [--udp] [--to ADDRESS] [--port N] [--count N] [--devices N] [--rate N] [--size N]\n"
-        "                     [--octet-count] [--reconnect] [--stream NAME] [--file FILE|- [--host NAME] "
+        "                     [--counted] [--reconnect] [--stream NAME] [--file FILE|- [--host NAME] "
         "[--program NAME]]\n",
         stderr);
     return EX_USAGE;
@@ -205,7 +205,7 @@ int usage() {
 
 bool parse(int argc, char** argv, Options& options) {
     static const option kLong[] = {
-        {"octet-count", no_argument, nullptr, 'o'},   {"reconnect", no_argument, nullptr, 'R'},
+        {"counted", no_argument, nullptr, 'o'},       {"reconnect", no_argument, nullptr, 'R'},
         {"udp", no_argument, nullptr, 'u'},           {"to", required_argument, nullptr, 'a'},
         {"port", required_argument, nullptr, 'p'},    {"count", required_argument, nullptr, 'c'},
         {"devices", required_argument, nullptr, 'd'}, {"rate", required_argument, nullptr, 'r'},
@@ -219,7 +219,7 @@ bool parse(int argc, char** argv, Options& options) {
                 options.udp = true;
                 break;
             case 'o':
-                options.octetCount = true;
+                options.counted = true;
                 break;
             case 'R':
                 options.reconnect = true;

@@ -140,23 +140,30 @@ TEST_F(SettingsCommand, TellsThatTheReceiversCouldNotBeChanged) {
     platform.failCall("VLIBServicectlJobStart", 1);
     EXPECT_EQ(run({"set", "server_port=1514", "arch_count=7"}), 1);
     EXPECT_EQ(out, "");
-    EXPECT_EQ(err,
-              "ombrel: the receivers could not be changed and may be down; the storage settings are as they were; "
-              "the system log names the step, and the log of a job why it did not start\n");
+    EXPECT_EQ(
+        err,
+        "ombrel: the receivers could not be changed; the storage settings are as they were; down: pkg-Ombrel-bsd, "
+        "pkg-Ombrel-ietf; the system log names the step, and the log of a job why it did not start\n");
 }
 
 TEST_F(SettingsCommand, TellsThatTheStorageCouldNotBeChanged) {
     platform.failCall("VLIBServicectlJobStart", 3);
     EXPECT_EQ(run({"set", "server_port=1514", "arch_count=7"}), 1);
-    EXPECT_THAT(err,
-                StartsWith("ombrel: the storage settings could not be changed; local archiving may be down; "));
+    EXPECT_THAT(
+        err, StartsWith("ombrel: the storage settings could not be changed; down: pkg-Ombrel-localarchive; the "));
 }
 
 TEST_F(SettingsCommand, TellsWhatThePlatformSaysOfTheFailure) {
     platform.calls.onFailure = [this] { platform.error.code = 0x1000 + EACCES; };
     platform.failCall("VLIBCFileSetKeys");
     EXPECT_EQ(run({"set", "server_port=1514"}), 1);
-    EXPECT_THAT(err, HasSubstr("the storage settings are as they were (Permission denied); the system log"));
+    EXPECT_THAT(err, HasSubstr("the receivers could not be changed (Permission denied); the storage settings"));
+}
+
+TEST_F(SettingsCommand, NamesNoJobThatWasToBeDown) {
+    platform.failCall("VLIBServicectlJobStart", 1);
+    EXPECT_EQ(run({"set", "bsd_enable=0"}), 1);
+    EXPECT_THAT(err, HasSubstr("as they were; down: pkg-Ombrel-ietf; "));
 }
 
 TEST_F(SettingsCommand, DoesNotTakeAnEarlierErrorForThatOfTheFailure) {

@@ -40,18 +40,33 @@ int show() {
     return shown && fflush(stdout) == 0 ? EX_OK : complain(1, "the settings could not be written out");
 }
 
-/// Which part failed, in which state the machine may be, and where to look.
+/// The jobs that are wanted and do not run: "; JOB is down", or nothing.
+std::string jobsDown(const SettingsRecord& wanted, const SettingsRecord& after) {
+    std::string text;
+    const auto add = [&text](const char* job, int wantedState, int state) {
+        if (wantedState != 0 && state == 0) text += (text.empty() ? "; down: " : ", ") + std::string(job);
+    };
+    add("pkg-Ombrel-bsd", wanted.bsd_enable, after.bsd_enable);
+    add("pkg-Ombrel-ietf", wanted.ietf_enable, after.ietf_enable);
+    add("pkg-Ombrel-localarchive", wanted.localarchive_enable, after.localarchive_enable);
+    return text;
+}
+
+/// Which part failed, with what, what is down because of it and where to look.
 int complainNotApplied(const SettingsRecord& before, const SettingsRecord& wanted, int code) {
-    SettingsRecord after;
     std::string what = "the change was not applied";
-    if (SyslogConfGet(kSettingsFile, after) >= 0) {
+    const std::string error = ombrel::errorText(code);
+    const std::string reason = error.empty() ? "" : " (" + error + ")";
+    SettingsRecord after;
+    if (SyslogConfGet(kSettingsFile, after) < 0) {
+        what += reason;
+    } else {
         const bool receivers = ombrel::failedPart(before, wanted, after) == SettingsPart::kReceivers;
         what = receivers
-                   ? "the receivers could not be changed and may be down; the storage settings are as they were"
-                   : "the storage settings could not be changed; local archiving may be down";
+                   ? "the receivers could not be changed" + reason + "; the storage settings are as they were"
+                   : "the storage settings could not be changed" + reason;
+        what += jobsDown(wanted, after);
     }
-    const std::string text = ombrel::errorText(code);
-    if (!text.empty()) what += " (" + text + ")";
     return complain(1, what + "; the system log names the step, and the log of a job why it did not start");
 }
 
