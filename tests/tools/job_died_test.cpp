@@ -28,6 +28,7 @@ using ::testing::HasSubstr;
 
 std::optional<JobDeath> readWords(std::vector<std::string> words) {
     std::vector<char*> pointers;
+    pointers.reserve(words.size());
     for (std::string& word : words)
         pointers.push_back(word.data());
     return readJobDeath(pointers);
@@ -133,9 +134,9 @@ TEST_F(JobDeathEvent, ComesOnceAMinuteForAJob) {
 }
 
 TEST_F(JobDeathEvent, ComesOnceFromManyProcesses) {
-    std::vector<pid_t> children;
-    for (int i = 0; i < 16; ++i)
-        children.push_back(test::startChild([&] { return enter("a"); }));
+    std::vector<pid_t> children(16);
+    for (pid_t& child : children)
+        child = test::startChild([&] { return enter("a"); });
     for (const pid_t child : children)
         EXPECT_EQ(test::awaitChild(child), EX_OK);
     EXPECT_EQ(count(), 1);
