@@ -39,6 +39,9 @@ constexpr int kDatagramQueueLines = 300'000;
 constexpr int kLogSocketQueueLines = 100'000;
 constexpr long long kQueueFileBytes = 1LL << 30;
 constexpr int kFetchLimit = 1000;
+// Until a batch is sent that is not full; nothing fills it any more when the receiver is about to end.
+constexpr int kBatchMilliseconds = 100;
+constexpr int kLastBatchMilliseconds = 1;
 
 const char* sourceName(SourceKind kind) {
     switch (kind) {
@@ -141,7 +144,7 @@ std::string renderQueue(const ReceiverConfig& config, const Source& source) {
            ")\n            mem-buf-length(" + lines + ") dir('" + config.queueFolder + "'))\n";
 }
 
-std::string renderDestination(const ReceiverConfig& config, const Source& source) {
+std::string renderDestination(const ReceiverConfig& config, const Source& source, int batchMilliseconds) {
     const std::string kind = sourceName(source.kind);
     const std::string name = config.name + "-" + kind;
     const char* const sender = hasPort(source.kind) ? "$HOST_FROM" : "127.0.0.1";
@@ -152,8 +155,8 @@ std::string renderDestination(const ReceiverConfig& config, const Source& source
            "        body(\"$UNIQID $R_UNIXTIME " + sender + " " + length + " $MESSAGE\")" +
            " delimiter(\"\\n\") body-suffix(\"\\n\")\n" + "        batch-lines(" +
            number(static_cast<long long>(kFullBatchLines)) + ") batch-bytes(" +
-           number(static_cast<long long>(kFullBatchBytes)) + ") batch-timeout(100) workers(1)\n" +
-           renderQueue(config, source) + "        time-reopen(1) timeout(120));\n};\n";
+           number(static_cast<long long>(kFullBatchBytes)) + ") batch-timeout(" + number(batchMilliseconds) +
+           ") workers(1)\n" + renderQueue(config, source) + "        time-reopen(1) timeout(120));\n};\n";
 }
 
 std::string renderPath(const ReceiverConfig& config, const Source& source) {
@@ -183,7 +186,7 @@ std::string renderRewrite(const Source& source) {
 
 using SourceRenderer = std::string (*)(const ReceiverConfig&, const Source&);
 
-std::string render(const ReceiverConfig& config, SourceRenderer renderOne) {
+std::string render(const ReceiverConfig& config, SourceRenderer renderOne, int batchMilliseconds) {
     std::string text =
         "@version: 3.38\n"
         "# Written by ombrel-receiver from the settings; a change here is lost.\n"
@@ -195,7 +198,7 @@ std::string render(const ReceiverConfig& config, SourceRenderer renderOne) {
     for (const Source& source : config.sources) {
         text += renderRewrite(source);
         text += renderOne(config, source);
-        text += renderDestination(config, source);
+        text += renderDestination(config, source, batchMilliseconds);
         text += renderPath(config, source);
     }
     return text;
@@ -222,13 +225,14 @@ bool isConfigurablePath(const std::string& path) noexcept {
 }
 
 std::string renderReceiverConfig(const ReceiverConfig& config) {
-    return render(config, renderSource);
+    return render(config, renderSource, kBatchMilliseconds);
 }
 
 std::string renderHandOverConfig(const ReceiverConfig& config) {
-    return render(config, [](const ReceiverConfig& own, const Source& source) {
+    const auto renderOne = [](const ReceiverConfig& own, const Source& source) {
         return isHeldBack(source.kind) ? renderSilentSource(own, source) : renderSource(own, source);
-    });
+    };
+    return render(config, renderOne, kLastBatchMilliseconds);
 }
 
 std::string destinationName(const Source& source) {

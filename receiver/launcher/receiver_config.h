@@ -52,8 +52,9 @@ bool isConfigurablePath(const std::string& path) noexcept;
 /// The whole text. The paths must be configurable, the token hexadecimal.
 std::string renderReceiverConfig(const ReceiverConfig& config);
 
-/// For a receiver that is about to end: the same destinations, which keep their queues through a reload, but
-/// nothing is read any more from what is held back. The rest still is, since what is left of it goes into a file.
+/// For a receiver that is about to end: the same destinations, which keep their queues through a reload but wait
+/// for no batch to fill, and nothing is read any more from what is held back. The rest still is, since what is
+/// left of it goes into a file.
 std::string renderHandOverConfig(const ReceiverConfig& config);
 
 /// The destination of a source's lines, as syslog-ng's statistics name it.
