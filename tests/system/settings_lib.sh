@@ -15,13 +15,20 @@ declare -A WANTED=(
   [ietf_enable]=0 [server_ietf_port]=5515 [server_ietf_trans]=udp [server_ietf_ssl]=0
   [server_ca_key]= [server_ca_file]=)
 
-# Every setting is given in each write, so that a missing one is none of what is tested.
+# Puts the product in place with these settings, under whichever service manager there is, and starts the log
+# writer alone. Every setting is in the file, so that a missing one is none of what is tested.
 settings_begin() { # [KEY=VALUE ...]
-  local pairs=() key
+  local pairs=(arch_count_enable=0 arch_fmt=db arch_compress=0) key
   for key in "${!WANTED[@]}"; do
     case $key in *_enable) ;; *) pairs+=("$key=${WANTED[$key]}") ;; esac
   done
-  road_begin "${pairs[@]}" arch_count_enable=0 arch_fmt=db arch_compress=0 "$@"
+  if [ -n "${OMBREL_BOOT:-}" ]; then
+    "$TOP/scripts/install-layout" "$BUILD"
+    mkdir -p "$LOGS"
+    write_settings "${pairs[@]}" "$@"
+  else
+    road_begin "${pairs[@]}" "$@"
+  fi
   mkdir -p $TLS
   "$OMBREL" job start pkg-Ombrel-syslog || fail "the log writer does not start"
 }
