@@ -4,13 +4,20 @@
 // Owners of the platform's handles, and the calls through which a handle may move.
 #pragma once
 
+#include <cstdlib>
 #include <memory>
 
 #include "platform/veskcore.h"
 #include "platform/veskdb.h"
 #include "platform/vesksdk.h"
+#include "platform/veskserviceconf.h"
 
 namespace ombrel {
+
+struct HashFree {
+    void operator()(VLIBSZHASH* hash) const noexcept { VLIBCSzHashFree(hash); }
+};
+using Hash = std::unique_ptr<VLIBSZHASH, HashFree>;
 
 struct ListFree {
     void operator()(VLIBSZLIST* list) const noexcept { VLIBCSzListFree(list); }
@@ -31,6 +38,13 @@ struct ResultFree {
     void operator()(VESKDBRESULT* result) const noexcept { VESKDBFreeResult(result); }
 };
 using Result = std::unique_ptr<VESKDBRESULT, ResultFree>;
+
+/// The composed parts of a port declaration are plain blocks of memory.
+struct ComposedFree {
+    void operator()(void* composed) const noexcept { std::free(composed); }
+};
+using PortInfo = std::unique_ptr<VESK_PORT_INFO, ComposedFree>;
+using SectionInfo = std::unique_ptr<VESK_SECTION_INFO, ComposedFree>;
 
 /// Hands `handle` to a call that takes a pointer to it and may replace it; owns whatever comes back,
 /// also after a failure.

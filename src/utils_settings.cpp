@@ -9,11 +9,12 @@
 #include "ombrel/utils.h"
 #include "platform/veskcore.h"
 #include "platform/veskserviceconf.h"
+#include "src/service_jobs.h"
+#include "src/settings_keys.h"
 
 namespace {
 
 constexpr int kValueLength = 4095;
-constexpr const char* kLineFormat = "%s=\"%s\"\n";
 constexpr int kDefaultIetfPort = 514;
 
 /// Reads one settings file key by key through one buffer.
@@ -85,8 +86,8 @@ void readIetfReceiver(KeyReader& file, _SYSLOG_CONF_SETTINGS_tag& rec) {
 }  // namespace
 
 int SyslogServerConfGet(const std::string& path, _SYSLOG_CONF_SETTINGS_tag& rec) {
-    rec.bsd_enable = VLIBServicectlIsJobRunning("pkg-Ombrel-bsd", 0);
-    rec.ietf_enable = VLIBServicectlIsJobRunning("pkg-Ombrel-ietf", 0);
+    rec.bsd_enable = VLIBServicectlIsJobRunning(kBsdJob, 0);
+    rec.ietf_enable = VLIBServicectlIsJobRunning(kIetfJob, 0);
 
     KeyReader file(path);
     if (!file.number("server_port", rec.server_port)) return -1;
@@ -115,7 +116,7 @@ int SyslogStorageConfGet(const std::string& path, _SYSLOG_CONF_SETTINGS_tag& rec
     if (!file.time("arch_last_time", rec.arch_last_time)) return -1;
     if (!file.number("system_flush_line", rec.system_flush_line)) return -1;
     if (!file.number("system_flush_timeout", rec.system_flush_timeout)) return -1;
-    rec.localarchive_enable = VLIBServicectlIsJobRunning("pkg-Ombrel-localarchive", 0);
+    rec.localarchive_enable = VLIBServicectlIsJobRunning(kLocalArchiveJob, 0);
     return 0;
 }
 
@@ -125,5 +126,5 @@ int SyslogConfGet(const std::string& path, _SYSLOG_CONF_SETTINGS_tag& rec) {
 }
 
 int SyslogFileKeySet(VLIBSZHASH* keys, const std::string& path, _SYSLOG_CONF_SETTINGS_tag& /*rec*/) {
-    return VLIBCFileSetKeys(path.c_str(), keys, 0, kLineFormat) < 0 ? -1 : 0;
+    return VLIBCFileSetKeys(path.c_str(), keys, 0, ombrel::kSettingsLineFormat) < 0 ? -1 : 0;
 }

@@ -76,22 +76,48 @@ OMBREL_EXPORT int SyslogConfGet(const std::string& path, _SYSLOG_CONF_SETTINGS_t
 /// @return 0, or -1 when the file could not be written
 OMBREL_EXPORT int SyslogFileKeySet(VLIBSZHASH* keys, const std::string& path, _SYSLOG_CONF_SETTINGS_tag& rec);
 
-/// Starts, stops, restarts or reloads one service job. -1 on failure (logged) and for an unknown command (not).
+/// Starts, stops, restarts (stop, then start) or reloads one service job, and waits until it is so; how long at
+/// most is the service manager's. Records nothing. A job that could not be stopped is not started again.
+/// @return 0, or -1 on failure (logged; the job is as the service manager left it) and for an unknown command
+///         (not logged)
 OMBREL_EXPORT int SyslogUpstartJobEnable(__SYSLOG_SERVICE_ENABLE_CMD_tag cmd, char* jobName);
 
-/// Declares the port of the receiver `name` (cut to 255 characters, `description` to 127). 0 or -1 (logged).
+/// Declares a port in the section `name` of the package's declaration file, in place of an earlier declaration
+/// of that name. The firewall takes it up when it is told to reload, which is the caller's.
+/// @param name         cut to 255 characters
+/// @param port         1..65535
+/// @param mode         UDP, or TCP for any other value
+/// @param description  cut to 127 characters
+/// @return 0, or -1 with the declarations as they were (logged)
 OMBREL_EXPORT int VESKOmbrelPortRegister(const std::string& name, int port, SYSLOG_TRANSMISSION_MODE mode,
                                          const std::string& description);
-/// Withdraws the declaration of `name`; a name without one is a success. 0 or -1 (logged).
+/// Withdraws the declaration of `name`; a name without one is a success. The firewall is not told either.
+/// @return 0, or -1 with the declaration as it was (logged)
 OMBREL_EXPORT int VESKOmbrelPortUnregister(const std::string& name);
 
-/// Applies a change of the receiver settings. 0 on success, also when nothing changed; -6 on any failure.
+/// Applies a change of the receiver settings (switches, ports, transports, TLS and its files): stops both
+/// receivers, declares their ports, has the firewall reload, writes the receiver keys into the file at `path` and
+/// starts the receivers that are on. Equal records change nothing. Neither record is changed. The service
+/// "syslog-notify" is stopped meanwhile and runs afterwards however it ended.
+/// Waits for the jobs to be down and up: as long as the service manager gives them, both receivers in turn.
+/// @param current  the settings as they stand, as `SyslogConfGet` reads them
+/// @return 0, or -6 on failure: what was done is kept. Receivers that were stopped stay down, apart from those
+///         that had been started again; the file keeps its old keys until all ports are declared
 OMBREL_EXPORT int SyslogServerConfSet(const std::string& path, _SYSLOG_CONF_SETTINGS_tag& current,
                                       _SYSLOG_CONF_SETTINGS_tag& wanted);
-/// Applies a change of the storage settings. 0 on success, also when nothing changed; -1 on any failure.
+/// Applies a change of the storage and archiving settings: stops local archiving, archives every working database
+/// that has rows under the settings as they stand, writes the storage keys into the file at `path`, restarts the
+/// receivers that run and brings local archiving to its new state. Equal records change nothing, nor does a
+/// change of `server_db_loc` and `server_db_path` alone. Neither record is changed.
+/// Waits for the jobs and for the databases to be moved, not for the archives to be converted.
+/// @return 0, or -1 on failure: what was done is kept and local archiving stays stopped. The file keeps its old
+///         keys when a database could not be archived
 OMBREL_EXPORT int SyslogStorageConfSet(const std::string& path, _SYSLOG_CONF_SETTINGS_tag& current,
                                        _SYSLOG_CONF_SETTINGS_tag& wanted);
-/// Applies a whole new settings record. 0, -1 on failure, -2 for an empty path.
+/// Applies a whole settings record: the receiver settings, then the storage settings, each where it differs from
+/// the settings of the package as they stand (of the fixed settings file, whatever `path` is). Writes into `path`.
+/// @return 0; -1 when the settings cannot be read (nothing is changed then) or a change failed, of which the
+///         storage settings are not begun when that of the receivers failed; -2 for an empty path
 OMBREL_EXPORT int SyslogConfSet(const std::string& path, _SYSLOG_CONF_SETTINGS_tag& wanted);
 
 /// Whether the file system of `path` has at least `bytes` bytes free for ordinary users.

@@ -44,8 +44,15 @@ bool takeName(std::string_view text, std::string& name) {
     return isJobName(name.c_str()) && name.size() == text.size();
 }
 
+/// Blanks are the only white space of a definition, and none of its texts is for a terminal.
+bool hasControls(std::string_view text) {
+    return std::any_of(text.begin(), text.end(),
+                       [](unsigned char byte) { return (byte < ' ' && byte != '\t') || byte == 0x7f; });
+}
+
 /// False for an unknown key or a value that it cannot have.
 bool take(const KeyValue& line, JobDefinition& job) {
+    if (hasControls(line.value)) return false;
     if (line.key == "description") {
         job.description = line.value;
         return !job.description.empty();
@@ -53,7 +60,6 @@ bool take(const KeyValue& line, JobDefinition& job) {
     if (line.key == "command") return takeCommand(line.value, job.command);
     if (line.key == "user") return takeName(line.value, job.user);
     if (line.key == "ready_fd") return takeNumber(line.value, 3, 9, job.readyFd);
-    if (line.key == "ready_check") return takeCommand(line.value, job.readyCheck);
     if (line.key == "reload_signal") return takeOneOf(line.value, {"HUP", "USR1", "USR2"}, job.reloadSignal);
     if (line.key == "stop_signal") return takeOneOf(line.value, {"TERM", "INT", "QUIT", "HUP"}, job.stopSignal);
     if (line.key == "stop_timeout_seconds") return takeNumber(line.value, 1, 25, job.stopTimeoutSeconds);
@@ -74,11 +80,9 @@ std::string parseJobDefinition(std::string_view text, JobDefinition& job) {
         if (!seen.insert(key).second) return "line " + std::to_string(number) + ": \"" + key + "\" stands twice";
         if (!take(*line, job)) return "line " + std::to_string(number) + ": bad key or value for \"" + key + "\"";
     }
-    for (const char* needed : {"description", "command"}) {
+    for (const char* needed : {"description", "command", "ready_fd"}) {
         if (seen.count(needed) == 0) return std::string("\"") + needed + "\" is missing";
     }
-    if (seen.count("ready_fd") + seen.count("ready_check") != 1)
-        return "one of \"ready_fd\" and \"ready_check\" must be there, and only one";
     return {};
 }
 

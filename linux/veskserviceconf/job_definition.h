@@ -7,8 +7,9 @@
 //   description          one line for people
 //   command              absolute path and arguments, set apart by blanks; no quoting
 //   user                 who runs it; root without it
-//   ready_fd             it writes a line break to this descriptor (3..9) when it is ready; or
-//   ready_check          a command that exits 0 once it is ready; one of the two must be there
+//   ready_fd             it writes a line break to this descriptor (3..9) when it is ready, or READY=1 to the
+//   socket
+//                        of NOTIFY_SOCKET where that is set (sd_notify(3)); it must be there
 //   reload_signal        HUP, USR1 or USR2; without it the job cannot be told to reload
 //   stop_signal          the signal that ends it; TERM without it
 //   stop_timeout_seconds 1..25, until it is killed; 10 without it
@@ -26,8 +27,7 @@ struct JobDefinition {
     std::string description;
     std::vector<std::string> command;
     std::string user = "root";
-    int readyFd = -1;  ///< -1: there is a check instead
-    std::vector<std::string> readyCheck;
+    int readyFd = 3;
     std::string reloadSignal;
     std::string stopSignal = "TERM";
     int stopTimeoutSeconds = 10;

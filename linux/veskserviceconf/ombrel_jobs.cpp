@@ -1,15 +1,17 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// ombrel-jobs: makes the service folders of the job definitions.
+// ombrel-jobs: makes the service folders or the units of the job definitions.
 #include <dirent.h>
 #include <getopt.h>
 #include <sysexits.h>
+#include <systemd/sd-daemon.h>
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -18,44 +20,70 @@
 #include "linux/veskserviceconf/job_places.h"
 #include "linux/veskserviceconf/s6_service_folder.h"
 #include "linux/veskserviceconf/service_manager.h"
+#include "linux/veskserviceconf/systemd_manager.h"
+#include "linux/veskserviceconf/systemd_unit.h"
 
 using namespace ombrel;
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: ombrel-jobs [--jobs=FOLDER] [--scan=FOLDER] [--log=FOLDER] [--list]\n"
+    "usage: ombrel-jobs [--jobs=FOLDER] [--systemd[=FOLDER]] [--scan[=FOLDER]] [--log=FOLDER] [--list]\n"
     "\n"
-    "Makes or renews the s6 service folder of each job definition. New jobs are off; those that are there\n"
-    "stay on or off, and a running job takes a change when it is next restarted.\n"
-    "  --jobs=FOLDER  the definitions, NAME.job (/var/packages/Ombrel/target/jobs)\n"
-    "  --scan=FOLDER  the scan folder of s6-svscan (/var/packages/Ombrel/target/service/run/scan)\n"
-    "  --log=FOLDER   where a job's output is kept, in FOLDER/NAME (/var/packages/Ombrel/target/service/log)\n"
-    "  --list         print the names of the jobs in the order of their start, make nothing\n"
-    "Exit codes: 0 done, 64 wrong options, 65 a wrong definition, 66 no definitions, 73 cannot write\n";
+    "Makes or renews what the service manager needs of each job definition: units where the machine was booted\n"
+    "by systemd, else service folders for s6; or what is named. New jobs are off; those that are there stay on\n"
+    "or off, and a running job takes a change when it is next restarted.\n"
+    "  --jobs=FOLDER       the definitions, NAME.job (/var/packages/Ombrel/target/jobs)\n"
+    "  --systemd[=FOLDER]  units for systemd, NAME.service (/etc/systemd/system, which systemd, where it runs, "
+    "is\n"
+    "                      told to read again). Units that this program made of definitions that are gone are\n"
+    "                      removed; those of others are never touched\n"
+    "  --scan[=FOLDER]     the scan folder of s6-svscan (/var/packages/Ombrel/target/service/run/scan)\n"
+    "  --log=FOLDER        where s6 keeps a job's output, in FOLDER/NAME "
+    "(/var/packages/Ombrel/target/service/log)\n"
+    "  --list              print the names of the jobs in the order of their start, make nothing\n"
+    "Exit codes: 0 done, 64 wrong options, 65 a wrong definition, 66 no definitions, 73 cannot write,\n"
+    "75 units are made, but systemd could not be told\n";
 
 struct Options {
     std::string jobs = kJobFolder;
-    std::string scan = kScanFolder;
+    std::string units;  // empty: none are made
+    std::string scan;   // likewise
     std::string log = kJobLogFolder;
     bool list = false;
     bool help = false;
 };
 
 bool parseOptions(int count, char* words[], Options& options) {
-    const option known[] = {{"jobs", required_argument, nullptr, 'j'}, {"scan", required_argument, nullptr, 's'},
-                            {"log", required_argument, nullptr, 'l'},  {"list", no_argument, nullptr, 'n'},
-                            {"help", no_argument, nullptr, 'h'},       {}};
+    const option known[] = {{"jobs", required_argument, nullptr, 'j'},
+                            {"systemd", optional_argument, nullptr, 'u'},
+                            {"scan", optional_argument, nullptr, 's'},
+                            {"log", required_argument, nullptr, 'l'},
+                            {"list", no_argument, nullptr, 'n'},
+                            {"help", no_argument, nullptr, 'h'},
+                            {}};
     int found;
     while ((found = ::getopt_long(count, words, "h", known, nullptr)) != -1) {
         if (found == 'j') options.jobs = optarg;
-        if (found == 's') options.scan = optarg;
+        if (found == 'u') options.units = optarg != nullptr ? optarg : kUnitFolder;
+        if (found == 's') options.scan = optarg != nullptr ? optarg : kScanFolder;
         if (found == 'l') options.log = optarg;
         if (found == 'n') options.list = true;
         if (found == 'h') options.help = true;
         if (found == '?') return false;
     }
+    if (options.units.empty() && options.scan.empty()) {
+        const bool isSystemd = ::sd_booted() > 0;
+        (isSystemd ? options.units : options.scan) = isSystemd ? kUnitFolder : kScanFolder;
+    }
     return optind == count;
+}
+
+/// Units name it, and are known by it again.
+std::string wholePath(const std::string& path) {
+    std::string whole = std::filesystem::absolute(path).lexically_normal().string();
+    if (whole.size() > 1 && whole.ends_with('/')) whole.pop_back();
+    return whole;
 }
 
 int complain(int exitCode, const std::string& what, const std::string& why, const char* advice) {
@@ -97,18 +125,51 @@ int readJobs(const std::string& path, std::vector<JobDefinition>& jobs) {
     return EX_OK;
 }
 
-int run(const Options& options) {
-    std::vector<JobDefinition> jobs;
-    if (const int code = readJobs(options.jobs, jobs); code != EX_OK) return code;
+int list(const std::vector<JobDefinition>& jobs) {
+    for (const JobDefinition& job : jobs)
+        (void)std::printf("%s\n", job.name.c_str());
+    return std::fflush(stdout) == 0 ? EX_OK : EX_IOERR;
+}
+
+int makeServiceFolders(const std::vector<JobDefinition>& jobs, const Options& options) {
     for (const JobDefinition& job : jobs) {
-        if (options.list) {
-            (void)std::printf("%s\n", job.name.c_str());
-        } else if (writeServiceFolder(job, options.scan, options.log) != 0) {
+        if (writeServiceFolder(job, options.scan, options.log) != 0)
             return complain(EX_CANTCREAT, options.scan + "/" + job.name, std::strerror(errno),
                             "check the folders of --scan and --log");
-        }
     }
-    return std::fflush(stdout) == 0 ? EX_OK : EX_IOERR;
+    return EX_OK;
+}
+
+int makeUnits(const std::vector<JobDefinition>& jobs, const Options& options) {
+    const std::string jobFolder = wholePath(options.jobs);
+    for (const JobDefinition& job : jobs) {
+        if (writeUnit(job, jobFolder, options.units) == 0) continue;
+        const std::string unit = options.units + "/" + job.name + ".service";
+        if (errno == EEXIST)
+            return complain(EX_CANTCREAT, unit, "somebody else has made or masked it", "see what it is for");
+        return complain(EX_CANTCREAT, unit, std::strerror(errno), "check the folder of --systemd");
+    }
+    std::vector<std::string> removed;
+    if (removeStaleUnits(jobs, jobFolder, options.units, removed) != 0)
+        return complain(EX_CANTCREAT, options.units, std::strerror(errno), "check the folder of --systemd");
+    for (const std::string& name : removed)
+        (void)std::printf("%s.service removed: its definition is gone\n", name.c_str());
+    if (std::fflush(stdout) != 0) return EX_IOERR;
+    if (options.units != kUnitFolder || ::sd_booted() <= 0) return EX_OK;
+    SystemdManager systemd;
+    if (systemd.reloadDefinitions() == 0) return EX_OK;
+    return complain(EX_TEMPFAIL, "the units are made", "systemd could not be told",
+                    "run: systemctl daemon-reload");
+}
+
+int run(const Options& options) {
+    std::vector<JobDefinition> jobs;
+    int code = readJobs(options.jobs, jobs);
+    if (code != EX_OK) return code;
+    if (options.list) return list(jobs);
+    if (!options.scan.empty()) code = makeServiceFolders(jobs, options);
+    if (code == EX_OK && !options.units.empty()) code = makeUnits(jobs, options);
+    return code;
 }
 
 }  // namespace

@@ -93,10 +93,11 @@ int S6Manager::query(const std::string& folder, State& state) const {
 
 /// Two watchers, since neither alone tells both ends: s6-svwait knows the truth about readiness, whenever it
 /// came, and waits for ever for a job that ends at once; the listener hears that end, and is listening
-/// before its own command starts the job.
+/// before its own command starts the job. The end is heard when `finish` is through with it: a job that is
+/// taken down before would look to that as one that was asked to end.
 int S6Manager::bringUp(const std::string& folder, Deadline deadline) {
     const std::string longest = remaining(deadline);
-    ChildProcess end({kListen, "-t", longest, folder + "/event", "d", kControl, "-u", folder});
+    ChildProcess end({kListen, "-t", longest, folder + "/event", "D", kControl, "-u", folder});
     ChildProcess ready({kWait, "-U", "-t", longest, folder});
     if (!ChildProcess::awaitAny({&end, &ready}, deadline + kGrace)) return kErrorTimeout;
     if (ready.ended() || ready.error() != 0) return codeOf(ready);

@@ -41,11 +41,15 @@ std::string script(const JobDefinition& job, const std::string& body) {
 
 std::string runScript(const JobDefinition& job) {
     std::string line = "exec";
-    // Asks ten times a second until the job is ready, each time for 5 s at most, and gives up after 30 s;
-    // as no child of the job, which may wait for children of its own.
-    if (job.readyFd < 0) line += " /usr/bin/s6-notifyoncheck -d -s 10 -w 100 -t 5000 -T 30000 -n 0";
     if (job.user != "root") line += " /usr/bin/s6-setuidgid " + quoted(job.user);
     return script(job, "exec 2>&1\n" + line + commandLine(job.command) + "\n");
+}
+
+/// s6 gives it 5 s; its exit code 125 would keep the job from being started again.
+std::string finishScript(const JobDefinition& job) {
+    const std::string program = quoted(kJobEnded);
+    return script(job, "exec 2>&1\n[ ! -x " + program + " ] || " + program + " " + quoted(job.name) +
+                           " \"$1\" \"$2\"\nexit 0\n");
 }
 
 /// Makes one level of folder; one that exists is fine.
@@ -82,18 +86,16 @@ int removeStale(const std::string& folder, const std::vector<ServiceFile>& files
 }  // namespace
 
 std::vector<ServiceFile> renderServiceFolder(const JobDefinition& job, const std::string& logFolder) {
-    const std::string fd = std::to_string(job.readyFd < 0 ? 3 : job.readyFd);
     std::vector<ServiceFile> files{
         {"run", runScript(job), kScript},
-        {"notification-fd", fd + "\n", kText},
+        {"finish", finishScript(job), kScript},
+        {"notification-fd", std::to_string(job.readyFd) + "\n", kText},
         {"down-signal", "SIG" + job.stopSignal + "\n", kText},
         {"timeout-kill", std::to_string(job.stopTimeoutSeconds * 1000) + "\n", kText},
         {"log/notification-fd", "3\n", kText},
         {"log/run",
          script(job, "exec /usr/bin/s6-log -d 3 n10 s1000000 T " + quoted(logFolder + "/" + job.name) + "\n"),
          kScript}};
-    if (job.readyFd < 0)
-        files.push_back({"data/check", script(job, "exec" + commandLine(job.readyCheck) + "\n"), kScript});
     if (!job.reloadSignal.empty()) files.push_back({kReloadSignalFile, job.reloadSignal + "\n", kText});
     return files;
 }

@@ -35,7 +35,8 @@ public:
 /// Letters, digits, ".", "_", "-"; at most 200 characters, no leading dot: a name that is no path.
 bool isJobName(const char* name);
 
-/// The manager of this machine. Null, with the reason in the error record, when there is none that we know.
+/// The manager of this machine: systemd where the machine was booted by it, else s6 where it has a scan folder.
+/// Null, with the reason in the error record, when there is none that we know.
 std::unique_ptr<ServiceManager> makeServiceManager();
 
 }  // namespace ombrel

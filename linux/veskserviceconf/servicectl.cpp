@@ -47,4 +47,13 @@ int VLIBServicectlIsJobRunning(const char* job, int /*flags*/) {
     return withManager(job, [job](ServiceManager& manager) { return manager.isRunning(job) ? 1 : 0; }) > 0 ? 1 : 0;
 }
 
+// A system service is a job of the same manager. There is nothing that the flags could change.
+int VLIBServiceStart(const char* service, int /*flags*/) {
+    return VLIBServicectlJobStart(service);
+}
+
+int VLIBServiceStop(const char* service, int /*flags*/) {
+    return VLIBServicectlJobStop(service);
+}
+
 }  // extern "C"

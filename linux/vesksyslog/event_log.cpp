@@ -12,25 +12,15 @@
 #include <chrono>
 #include <cstring>
 #include <ctime>
-#include <new>
 
 #include "linux/common/fd.h"
 #include "linux/common/path_parts.h"
 #include "linux/common/text_escape.h"
 #include "linux/common/timed_lock.h"
-#include "platform/vesksyslog.h"
 
 namespace ombrel {
 
 namespace {
-
-constexpr Event kServiceStarted = {"service_started", "bdc8076396c44b8b951438b93a49c915", "Service started",
-                                   false};
-constexpr Event kServiceStopped = {"service_stopped", "4b97e3b976d34e2d8f798d71fabe9ce3", "Service stopped",
-                                   false};
-constexpr Event kArchiveFinished = {"archive_finished", "3317f648d1194d3286293f6a661f9de6", "Archive finished",
-                                    false};
-constexpr Event kArchiveFailed = {"archive_failed", "f065c3e56fdb49a89dd4f8aebe69eb9b", "Archiving failed", true};
 
 /// Of one event for those of other processes.
 constexpr std::chrono::milliseconds kLongestWait{500};
@@ -74,6 +64,16 @@ bool endsInsideALine(const Fd& file) {
     return ::pread(file.get(), &last, 1, info.st_size - 1) == 1 && last != '\n';
 }
 
+std::string members(std::span<const EventField> fields) {
+    std::string text;
+    for (const EventField& field : fields) {
+        text += "," + quoteJson(field.name) + ":";
+        const int* number = std::get_if<int>(&field.value);
+        text += number != nullptr ? std::to_string(*number) : quoteJson(std::get<std::string>(field.value));
+    }
+    return text;
+}
+
 // A line break ends a field of the journal's protocol, so a field is sent with its length.
 void appendField(std::string& entry, const char* name, const std::string& value) {
     entry += name;
@@ -84,18 +84,10 @@ void appendField(std::string& entry, const char* name, const std::string& value)
     entry += '\n';
 }
 
-void report(const Event& event, const std::string& text) noexcept try {
-    (void)sendToJournal(kJournalSocket, event, text);  // not every box has a journal
-    if (!appendEventLine(kEventFile, event, text)) {
-        Debuger::MSG(2, std::string("Event file ") + kEventFile + " cannot be written: " + std::strerror(errno));
-    }
-} catch (const std::bad_alloc&) {
-    Debuger::MSG(0, "Out of memory");
-}
-
 }  // namespace
 
-bool appendEventLine(const std::string& path, const Event& event, const std::string& text) {
+bool appendEventLine(const std::string& path, const Event& event, const std::string& text,
+                     std::span<const EventField> fields) {
     Fd file = openForAppending(path);
     if (!file) return false;
     turnFullFileAway(path, file);
@@ -104,7 +96,7 @@ bool appendEventLine(const std::string& path, const Event& event, const std::str
     const bool isAlone = lockWithin(file.get(), LOCK_EX, kLongestWait);  // otherwise a hanging process holds it
     const std::string line = std::string(isAlone && endsInsideALine(file) ? "\n" : "") +
                              "{\"time\":" + quoteJson(timestampNow()) + ",\"event\":" + quoteJson(event.name) +
-                             ",\"text\":" + quoteJson(text) + "}\n";
+                             ",\"text\":" + quoteJson(text) + members(fields) + "}\n";
     const ssize_t put = ::write(file.get(), line.data(), line.size());
     if (put == static_cast<ssize_t>(line.size())) return true;
     if (put >= 0) errno = ENOSPC;
@@ -135,22 +127,3 @@ bool sendToJournal(const std::string& socketPath, const Event& event, const std:
 }
 
 }  // namespace ombrel
-
-Logger::Logger() = default;
-Logger::~Logger() = default;
-
-void Logger::LogAddServStart(std::string description) {
-    ombrel::report(ombrel::kServiceStarted, description);
-}
-
-void Logger::LogAddServStop(std::string description) {
-    ombrel::report(ombrel::kServiceStopped, description);
-}
-
-void Logger::LogAddArchFinish(std::string archivePath) {
-    ombrel::report(ombrel::kArchiveFinished, archivePath);
-}
-
-void Logger::LogAddArchFailed(std::string archivePath) {
-    ombrel::report(ombrel::kArchiveFailed, archivePath);
-}

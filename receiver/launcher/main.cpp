@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <filesystem>
 #include <string>
@@ -42,11 +43,12 @@ struct Arguments {
     int notifyFd = -1;
 };
 
-// The file descriptor is for this program alone.
+// The file descriptor is for this program alone. Whoever sets $NOTIFY_SOCKET need not pass one: it is not used
+// then.
 bool readNotifyFd(std::string_view text, int& fd) {
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), fd);
-    return error == std::errc() && end == text.data() + text.size() && fd >= 3 &&
-           ::fcntl(fd, F_SETFD, FD_CLOEXEC) == 0;
+    if (error != std::errc() || end != text.data() + text.size() || fd < 3) return false;
+    return std::getenv("NOTIFY_SOCKET") != nullptr || ::fcntl(fd, F_SETFD, FD_CLOEXEC) == 0;
 }
 
 bool readOption(std::string_view option, Arguments& arguments) {

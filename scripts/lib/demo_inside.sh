@@ -11,6 +11,7 @@ BUILD=$1
 
 PER_STREAM=60000
 UDP_RATE=8000
+MOVED=10000
 
 # The lines that this machine has logged itself, whatever it has.
 own_lines() {
@@ -18,27 +19,45 @@ own_lines() {
   cat /var/log/dpkg.log /var/log/apt/history.log /var/log/alternatives.log 2>/dev/null | tail -n 3000 || true
 }
 
+# Ten seconds over TCP; nearly as long over UDP and then, when the receiver has moved, to its new port.
 send_everything() {
-  local tcp udp
-  "$BIN/device-sender" --stream tcp --devices 20 --count $PER_STREAM --rate 12000 >/tmp/sent.tcp &
+  local tcp
+  "$BIN/device-sender" --stream tcp --devices 20 --count $PER_STREAM --rate 6000 --reconnect >/tmp/sent.tcp &
   tcp=$!
-  "$BIN/device-sender" --stream udp --devices 20 --count $PER_STREAM --rate $UDP_RATE --udp >/tmp/sent.udp &
-  udp=$!
   own_lines | "$BIN/device-sender" --stream own --file - --host "$(uname -n)" --program machine >/tmp/sent.own
+  "$BIN/device-sender" --stream udp --devices 20 --count $PER_STREAM --rate $UDP_RATE --udp >/tmp/sent.udp
+  # Datagrams that no one has read are gone with their socket.
+  while [ "$(udp_waiting 5514)" != 0 ]; do read -rt 0.1 <> <(:) || true; done
+  change_settings >/tmp/changed 2>&1
+  "$BIN/device-sender" --stream moved --devices 20 --count $MOVED --counted --port 6514 >/tmp/sent.moved
   wait $tcp
-  wait $udp
+}
+
+show_ports() {
+  echo "listening:    $(ss -Hlntu | awk '$5 !~ /^127/ { n = split($5, parts, ":"); print parts[n] "/" $1 }' | sort -u | tr '\n' ' ')"
+  echo "declared:     $(awk -F '"' '/^\[/ { name = $1 } /^port=/ { port[name] = $2 } /^protocol=/ { protocol[name] = $2 }
+    END { for (one in port) printf "%s %s/%s  ", one, port[one], protocol[one] }' /usr/local/etc/services.d/vesk_syslog.sc)"
+  echo "firewall:     $(nft list set inet ombrel open_ports | tr -d '\n\t' | sed -n 's/.*elements = {\([^}]*\)}.*/\1/p')"
+}
+
+change_settings() {
+  local begin
+  begin=$(date +%s%N)
+  "$OMBREL" settings set server_ietf_port=6514 server_ietf_trans=tcp
+  echo "applied in $((($(date +%s%N) - begin) / 1000000)) ms"
+  show_ports
 }
 
 road_begin
-say "1. Settings, supervisor, jobs"
-start_jobs
-grep -E '^(arch_|server_port)' "$CONF"
-"$OMBREL" job status pkg-Ombrel-syslog
-"$OMBREL" job status pkg-Ombrel-bsd
-"$OMBREL" job status pkg-Ombrel-ietf
+say "1. Supervisor, log writer; the settings are applied: both receivers are switched on"
+"$OMBREL" job start pkg-Ombrel-syslog
+"$OMBREL" settings set bsd_enable=1 ietf_enable=1 arch_count=20000
+"$OMBREL" settings show | grep -E '^(bsd|ietf|server|arch_(dest|count|fmt))' | paste -sd ' ' | fold -sw 110
+show_ports
 
-say "2. Twenty devices send through TCP and UDP port 5514, and this machine sends its own log lines;
-   whenever the working database holds more than 20000 rows it is archived"
+say "2. Twenty devices send over TCP and UDP port 5514, and this machine sends its own log lines; whenever the
+   working database holds more than 20000 rows it is archived. In the middle of it the IETF receiver moves
+   from UDP port 5514 to TCP port 6514"
 dropped_before=$(udp_dropped)
 send_everything &
 sender=$!
@@ -48,6 +67,8 @@ while kill -0 $sender 2>/dev/null; do
   timeout 1 "$BIN/await-change" "$LOGS" || true
 done
 wait $sender
+echo
+cat /tmp/changed
 
 say "3. The senders have ended; what the receivers still hold is stored, and the post-processing awaited"
 stop_jobs
@@ -66,6 +87,6 @@ say "6. The first lines of its text export"
 
 say "7. Sent and stored, over all archives and the working database"
 sent_udp=$(cat /tmp/sent.udp)
-"$BIN/archive-audit" "$LOGS" own="$(cat /tmp/sent.own)" tcp="$(cat /tmp/sent.tcp)" udp="$sent_udp"
+"$BIN/archive-audit" "$LOGS" own="$(cat /tmp/sent.own)" tcp="$(cat /tmp/sent.tcp)" udp="$sent_udp" moved="$(cat /tmp/sent.moved)"
 dropped=$(($(udp_dropped) - dropped_before))
 [ "$dropped" = 0 ] || echo "(the kernel dropped $dropped datagrams before anybody could read them)"

@@ -84,6 +84,18 @@ TEST_F(ServiceJobs, ThatIgnoreTheSignalAreStoppedAllTheSame) {
     EXPECT_FALSE(runs("stubborn"));
 }
 
+TEST_F(ServiceJobs, ThatAreSystemServicesAreStartedAndStoppedTwiceWithSuccess) {
+    MAKE_JOB("service", JobKind::kReadyAtOnce);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_GE(VLIBServiceStart("service", 1), 0);
+        EXPECT_TRUE(world->isFake() || runs("service"));
+    }
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_GE(VLIBServiceStop("service", 1), 0);
+        EXPECT_FALSE(runs("service"));
+    }
+}
+
 TEST_F(ServiceJobs, ThatNobodyDefinedAreRefused) {
     MAKE_JOB("known", JobKind::kReadyAtOnce);
     if (world->isFake()) GTEST_SKIP() << "the fake platform makes a job of every name";
@@ -92,9 +104,13 @@ TEST_F(ServiceJobs, ThatNobodyDefinedAreRefused) {
         EXPECT_LT(VLIBServicectlJobStop(job), 0) << job;
         EXPECT_LT(VLIBServicectlJobReload(job), 0) << job;
         EXPECT_LT(VLIBServicectlRestart(job, 0), 0) << job;
+        EXPECT_LT(VLIBServiceStart(job, 1), 0) << job;
+        EXPECT_LT(VLIBServiceStop(job, 1), 0) << job;
         EXPECT_FALSE(runs(job)) << job;
     }
     EXPECT_LT(VLIBServicectlJobStart(nullptr), 0);
+    EXPECT_LT(VLIBServiceStart(nullptr, 1), 0);
+    EXPECT_LT(VLIBServiceStop(nullptr, 1), 0);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 //
 // Real jobs and shares, for tests that run in a private root: there the fixed folders are theirs.
 #include <sys/mount.h>
+#include <systemd/sd-daemon.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -14,7 +15,7 @@
 
 #include "linux/veskserviceconf/job_places.h"
 #include "tests/contract/linux_makers.h"
-#include "tests/linux/s6_jobs.h"
+#include "tests/linux/real_jobs.h"
 
 namespace ombrel::contract {
 
@@ -52,6 +53,7 @@ private:
 
 void makeLinuxJob(const std::string& job, JobKind kind) {
     const std::string folder = privateFolder();
+    if (::sd_booted() > 0) return test::makeUnit(test::scriptedJob(job, kind, folder));
     static const test::Supervisor supervisor{kScanFolder};  // ends with the program
     test::addJob(test::scriptedJob(job, kind, folder), kScanFolder, kJobLogFolder);
 }

@@ -128,10 +128,9 @@ public:
     int yes = 1;  ///< the answer "it is" of the questions about file systems; any value but 0
 
     // Services.
-    std::map<std::string, int> jobs;           ///< answer of "is it running"; a start makes it 1, a stop 0
-    std::map<std::string, bool> services;      ///< system services
-    std::map<std::string, std::string> ports;  ///< "FILE[SECTION]" -> what was declared
-    std::vector<std::string> conflicts;        ///< "PORT/PROTOCOL" that other services have declared
+    std::map<std::string, int> jobs;       ///< answer of "is it running"; a start makes it 1, a stop 0
+    std::map<std::string, bool> services;  ///< system services
+    std::vector<std::string> conflicts;    ///< "PORT/PROTOCOL" that other services have declared
     int firewallReloads = 0;
 
     // Processes.

@@ -11,8 +11,11 @@
 
 #include "platform/veskfirewall.h"
 #include "tests/fake/fake_platform.h"
+#include "tests/fake/settings_text.h"
 
 using ombrel::test::FakePlatform;
+using ombrel::test::Section;
+using ombrel::test::SectionedText;
 
 // Released with free(), so allocated with malloc() and without members that own anything.
 struct VESK_PORT_INFO {
@@ -41,21 +44,75 @@ std::string place(const VESK_SECTION_REQUEST& request) {
     return bounded(request.file) + "[" + bounded(request.section) + "]";
 }
 
+template <std::size_t N>
+bool isClean(const char (&bytes)[N], std::size_t from = 0) {
+    return std::all_of(bytes + from, bytes + N, [](char c) { return c == 0; });
+}
+
+/// A text field ends with a NUL and holds nothing behind it.
+template <std::size_t N>
+bool isCleanText(const char (&text)[N]) {
+    const std::size_t length = strnlen(text, N);
+    return length < N && isClean(text, length);
+}
+
 std::string words(const VESK_SECTION_REQUEST& request) {
     std::string text;
     for (const int word : {request.word0, request.word1, request.action, request.word3, request.word4}) {
         text += std::to_string(word) + " ";
     }
-    const bool clean =
-        std::all_of(std::begin(request.unused), std::end(request.unused), [](char c) { return c == 0; });
+    const bool clean = isCleanText(request.file) && isCleanText(request.section) && isClean(request.unused);
     return text + (clean ? "zero" : "DIRTY");
 }
 
-std::string declaration(const VESK_SECTION_INFO& info) {
+bool isClean(const VESK_SECTION_DESCRIPTION& description) {
+    return isCleanText(description.name) && isClean(description.unused1) &&
+           isCleanText(description.display_name) && isCleanText(description.description) &&
+           isClean(description.unused2) && description.unused3 == 0 && description.reserved == nullptr &&
+           description.unused4 == nullptr;
+}
+
+std::string declarationFile(const VESK_SECTION_REQUEST& request) {
+    return "/usr/local/etc/services.d/" + bounded(request.file);
+}
+
+Section declaration(const VESK_SECTION_INFO& info) {
     const VESK_PORT_REQUEST& port = info.port.request;
-    return bounded(info.description.name) + "|" + bounded(info.description.display_name) + "|" +
-           bounded(info.description.description) + "|" + (port.protocol == 2 ? "udp" : "tcp") + "/" +
-           std::to_string(port.port);
+    const auto line = [](const std::string& key, const std::string& value) { return key + "=\"" + value + "\""; };
+    return {bounded(info.description.name),
+            {line("display_name", bounded(info.description.display_name)),
+             line("description", bounded(info.description.description)),
+             line("protocol", port.protocol == 2 ? "udp" : "tcp"), line("port", std::to_string(port.port))}};
+}
+
+bool isPortText(const std::string& text) {
+    const bool digits = std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+    return digits && !text.empty() && text.size() <= 5 && std::stoi(text) >= 1 && std::stoi(text) <= 65535;
+}
+
+bool isStorable(const Section& section) {
+    return !section.name.empty() && section.name.find(']') == std::string::npos &&
+           ombrel::test::isStorable(section.name) &&
+           std::all_of(section.lines.begin(), section.lines.end(), ombrel::test::isStorable);
+}
+
+/// Whether a section of any declaration file, other than those of that name, declares the port; as single
+/// ports are written.
+bool isDeclared(const FakePlatform& platform, const std::string& service, const std::string& port,
+                const std::string& protocol) {
+    constexpr const char* kFolder = "/usr/local/etc/services.d";
+    if (!platform.exists(kFolder)) return false;
+    for (const std::string& path : platform.filesBelow(kFolder)) {
+        for (const Section& section : SectionedText(platform.read(path).value_or("")).sections) {
+            const ombrel::test::KeyValues keys = section.keys();
+            const std::string* declaredPort = keys.find("port");
+            const std::string* declaredProtocol = keys.find("protocol");
+            if (section.name != service && declaredPort != nullptr && *declaredPort == port &&
+                declaredProtocol != nullptr && *declaredProtocol == protocol)
+                return true;
+        }
+    }
+    return false;
 }
 
 }  // namespace
@@ -127,6 +184,7 @@ int VESKServiceComposeSectionInfo(const VESK_SECTION_DESCRIPTION* description, V
     const bool fails = platform.calls.enter("VESKServiceComposeSectionInfo", bounded(description->name),
                                             bounded(description->display_name), bounded(description->description),
                                             description->kind);
+    if (!isClean(*description)) platform.live.misuse("dirty section description");
     if (!platform.live.contains("port info", description->port_info)) {
         platform.live.misuse("a section composed without a live port");
         return -1;
@@ -144,7 +202,17 @@ int VLIBServiceConfSectionSet(const VESK_SECTION_REQUEST* request, const VESK_SE
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VLIBServiceConfSectionSet", place(*request), words(*request))) return -1;
     if (!platform.live.contains("section info", info) || request->action != 1) return -1;
-    platform.ports[place(*request)] = declaration(*info);
+    Section section = declaration(*info);
+    if (section.name != bounded(request->section)) platform.live.misuse("a section composed for another one");
+    if (!isStorable(section)) return -1;
+    const std::string path = declarationFile(*request);
+    SectionedText file(platform.read(path).value_or(""));
+    if (Section* found = file.find(section.name)) {
+        *found = section;
+    } else {
+        file.sections.push_back(section);
+    }
+    platform.addFile(path, file.text());
     return 0;
 }
 
@@ -152,7 +220,12 @@ int VLIBServiceConfSectionRemove(const VESK_SECTION_REQUEST* request) {
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VLIBServiceConfSectionRemove", place(*request), words(*request))) return -1;
     if (request->action != 3) return -1;
-    platform.ports.erase(place(*request));
+    const std::string path = declarationFile(*request);
+    SectionedText file(platform.read(path).value_or(""));
+    const Section* found = file.find(bounded(request->section));
+    if (found == nullptr) return -1;
+    file.sections.erase(file.sections.begin() + (found - file.sections.data()));
+    platform.addFile(path, file.text());
     return 0;
 }
 
@@ -160,9 +233,11 @@ int VLIBIsPortConflict(const char* service, const char* port, const char* protoc
                        VESK_SERVICE_PORTS** ports) {
     FakePlatform& platform = FakePlatform::current();
     const bool fails = platform.calls.enter("VLIBIsPortConflict", service, port, protocol, flags);
-    const std::string wanted = std::string(port) + "/" + protocol;
-    const bool taken =
-        std::find(platform.conflicts.begin(), platform.conflicts.end(), wanted) != platform.conflicts.end();
+    const std::string kind = protocol;
+    if (!isPortText(port) || (kind != "tcp" && kind != "udp")) return -1;
+    const bool taken = isDeclared(platform, service, port, kind) ||
+                       std::find(platform.conflicts.begin(), platform.conflicts.end(),
+                                 std::string(port) + "/" + kind) != platform.conflicts.end();
     if (ports != nullptr && (!fails || platform.failuresHandOutObjects)) {
         *ports = new VESK_SERVICE_PORTS{};
         platform.live.add("service ports", *ports);

@@ -40,6 +40,12 @@ void Journal::write(const std::string& text) {
 bool Journal::enterLine(const std::string& name, const std::string& text) {
     write(text);
     failable_.push_back(name);
+    if (!fails(name)) return false;
+    onFailure();
+    return true;
+}
+
+bool Journal::fails(const std::string& name) {
     const int call = ++calls_[name];
     if (const auto planned = plannedFailures_.find({name, call}); planned != plannedFailures_.end()) {
         errno = planned->second;
@@ -49,11 +55,9 @@ bool Journal::enterLine(const std::string& name, const std::string& text) {
         errno = permanent->second;
         return true;
     }
-    if (failingNumber_ == static_cast<int>(failable_.size())) {
-        errno = EIO;
-        return true;
-    }
-    return false;
+    if (failingNumber_ != static_cast<int>(failable_.size())) return false;
+    errno = EIO;
+    return true;
 }
 
 void Journal::failCall(const std::string& name, int nth, int error) {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cerrno>
+#include <functional>
 #include <map>
 #include <string>
 #include <type_traits>
@@ -51,6 +52,9 @@ public:
     /// The call of this number fails, counted over all calls that can fail, 1 the first.
     void failCallNumber(int number) { failingNumber_ = number; }
 
+    /// Called for each call that fails, such as to enter an error.
+    std::function<void()> onFailure = [] {};
+
     [[nodiscard]] const std::vector<std::string>& lines() const { return lines_; }
     /// The names of the calls that could have failed, in order.
     [[nodiscard]] const std::vector<std::string>& failableCalls() const { return failable_; }
@@ -62,6 +66,8 @@ public:
     void mirrorToStderr() { mirrored_ = true; }
 
 private:
+    /// Whether this call is to fail; `errno` is then set.
+    bool fails(const std::string& name);
     static std::string line(const std::string& name, const std::vector<std::string>& arguments);
 
     std::vector<std::string> lines_;

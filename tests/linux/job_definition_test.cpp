@@ -1,21 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// Job definitions: what is read from them, what is refused, and the service folder that comes of one.
+// Job definitions: what is read from them, what is refused, and the service folder and unit that come of one.
 #include "linux/veskserviceconf/job_definition.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 
 #include "linux/veskserviceconf/s6_service_folder.h"
+#include "linux/veskserviceconf/systemd_unit.h"
 
 using namespace ombrel;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
 
 namespace {
 
@@ -26,15 +27,14 @@ TEST(Definition, IsReadWithAllItsKeys) {
     EXPECT_EQ(
         parseJobDefinition("# a comment\n\n"
                            "description=\"What it does\"\ncommand=\"/bin/job  one\ttwo\"\nuser=\"log_user\"\n"
-                           "ready_check=\"/bin/test -e x\"\nreload_signal=\"USR1\"\nstop_signal=\"INT\"\n"
+                           "ready_fd=\"9\"\nreload_signal=\"USR1\"\nstop_signal=\"INT\"\n"
                            "stop_timeout_seconds=\"25\"\nafter=\"other\"\n",
                            job),
         "");
     EXPECT_EQ(job.description, "What it does");
     EXPECT_THAT(job.command, ElementsAre("/bin/job", "one", "two"));
     EXPECT_EQ(job.user, "log_user");
-    EXPECT_EQ(job.readyFd, -1);
-    EXPECT_THAT(job.readyCheck, ElementsAre("/bin/test", "-e", "x"));
+    EXPECT_EQ(job.readyFd, 9);
     EXPECT_EQ(job.reloadSignal, "USR1");
     EXPECT_EQ(job.stopSignal, "INT");
     EXPECT_EQ(job.stopTimeoutSeconds, 25);
@@ -68,9 +68,10 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Wrong{"Empty", "", "\"description\" is missing"},
         Wrong{"NoCommand", "description=\"x\"\nready_fd=\"3\"\n", "\"command\" is missing"},
-        Wrong{"NoReadiness", "description=\"x\"\ncommand=\"/x\"\n", "one of \"ready_fd\" and \"ready_check\""},
-        Wrong{"BothReadinesses", "description=\"x\"\ncommand=\"/x\"\nready_fd=\"3\"\nready_check=\"/y\"\n",
-              "only one"},
+        Wrong{"NoReadiness", "description=\"x\"\ncommand=\"/x\"\n", "\"ready_fd\" is missing"},
+        Wrong{"CheckInsteadOfReadiness", "ready_check=\"/y\"\n", "line 1: bad key or value for \"ready_check\""},
+        Wrong{"ControlInCommand", "command=\"/x\x1b[2J\"\n", "\"command\""},
+        Wrong{"ControlInDescription", "description=\"a\x7f\"\n", "\"description\""},
         Wrong{"RelativeCommand", "command=\"x --y\"\n", "line 1: bad key or value for \"command\""},
         Wrong{"EmptyCommand", "command=\"\"\n", "\"command\""},
         Wrong{"UnknownKey", "description=\"x\"\n\nrestart=\"yes\"\n", "line 3: bad key or value for \"restart\""},
@@ -133,18 +134,43 @@ TEST(ServiceFolder, RunsTheCommandWordByWord) {
     EXPECT_EQ(textOf(files, "down"), "<no such file>");
 }
 
-TEST(ServiceFolder, AsksTheCheckWhenTheJobCannotSayThatItIsReady) {
-    JobDefinition checked = job("checked", "");
-    checked.command = {"/bin/job"};
-    checked.readyCheck = {"/bin/job", "--check"};
-    checked.reloadSignal = "HUP";
-    const auto files = renderServiceFolder(checked, "/logs");
-    EXPECT_THAT(textOf(files, "run"), HasSubstr("exec /usr/bin/s6-notifyoncheck "));
-    EXPECT_THAT(textOf(files, "run"), Not(HasSubstr("s6-setuidgid")));
-    EXPECT_THAT(textOf(files, "data/check"), HasSubstr("\nexec '/bin/job' '--check'\n"));
+TEST(ServiceFolder, HoldsHowTheJobIsReloadedStoppedAndLogged) {
+    JobDefinition plain = job("plain", "");
+    plain.command = {"/bin/job"};
+    plain.reloadSignal = "HUP";
+    const auto files = renderServiceFolder(plain, "/logs");
+    EXPECT_THAT(textOf(files, "run"), HasSubstr("\nexec '/bin/job'\n"));
     EXPECT_EQ(textOf(files, "data/reload-signal"), "HUP\n");
+    EXPECT_EQ(textOf(files, "down-signal"), "SIGTERM\n");
     EXPECT_EQ(textOf(files, "timeout-kill"), "10000\n");
-    EXPECT_THAT(textOf(files, "log/run"), HasSubstr("'/logs/checked'"));
+    EXPECT_THAT(textOf(files, "log/run"), HasSubstr("'/logs/plain'"));
 }
+
+TEST(ServiceFolder, HandsOnHowTheJobEnded) {
+    JobDefinition plain = job("plain", "");
+    plain.command = {"/bin/job"};
+    EXPECT_THAT(textOf(renderServiceFolder(plain, "/logs"), "finish"),
+                HasSubstr("\n[ ! -x '/var/packages/Ombrel/target/sbin/ombrel-job-ended' ] || "
+                          "'/var/packages/Ombrel/target/sbin/ombrel-job-ended' 'plain' \"$1\" \"$2\"\nexit 0\n"));
+}
+
+std::string bytesOf(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << path;
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+class Unit : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(Unit, IsWhatItsDefinitionSays) {
+    const std::string path = OMBREL_JOB_FILES "/" + std::string(GetParam());
+    JobDefinition read;
+    ASSERT_EQ(parseJobDefinition(bytesOf(path + ".job"), read), "");
+    read.name = GetParam();
+    EXPECT_EQ(renderUnit(read, "/jobs"), bytesOf(path + ".expected"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Unit, ::testing::Values("plain", "odd_words"),
+                         [](const auto& one) { return std::string(one.param); });
 
 }  // namespace

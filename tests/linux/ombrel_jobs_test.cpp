@@ -51,9 +51,11 @@ TEST_F(OmbrelJobs, MakesAFolderForEachDefinitionAndSaysNothing) {
     const ProgramResult result = run();
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_THAT(result.output + result.errors, IsEmpty());
-    struct stat info {};
-    ASSERT_EQ(::stat((folder + "/scan/one/run").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777U, 0755U);
+    for (const char* script : {"run", "finish"}) {
+        struct stat info {};
+        ASSERT_EQ(::stat((folder + "/scan/one/" + script).c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777U, 0755U) << script;
+    }
     EXPECT_TRUE(exists("scan/two/log/run"));
     EXPECT_TRUE(exists("scan/two/down"));
     EXPECT_TRUE(exists("log/two"));
@@ -61,14 +63,13 @@ TEST_F(OmbrelJobs, MakesAFolderForEachDefinitionAndSaysNothing) {
 }
 
 TEST_F(OmbrelJobs, LeavesAJobOnAndDropsWhatItsDefinitionNoLongerHas) {
-    define("one", "description=\"x\"\ncommand=\"/bin/x\"\nready_check=\"/bin/y\"\nreload_signal=\"HUP\"\n");
+    define("one", std::string(kGood) + "reload_signal=\"HUP\"\n");
     ASSERT_EQ(run().exitCode, 0);
     fs::remove(folder + "/scan/one/down");
-    EXPECT_TRUE(exists("scan/one/data/check"));
+    EXPECT_TRUE(exists("scan/one/data/reload-signal"));
     define("one", kGood);
     EXPECT_EQ(run().exitCode, 0);
     EXPECT_FALSE(exists("scan/one/down"));
-    EXPECT_FALSE(exists("scan/one/data/check"));
     EXPECT_FALSE(exists("scan/one/data/reload-signal"));
 }
 
@@ -115,6 +116,85 @@ TEST_F(OmbrelJobs, SaysWhereItCannotWrite) {
     const ProgramResult result = run();
     EXPECT_EQ(result.exitCode, 73);
     EXPECT_THAT(result.errors, HasSubstr(folder + "/scan/one"));
+}
+
+class OmbrelJobsUnits : public OmbrelJobs {
+protected:
+    void SetUp() override {
+        OmbrelJobs::SetUp();
+        fs::create_directories(folder + "/units/multi-user.target.wants");
+    }
+    [[nodiscard]] ProgramResult runUnits() const {
+        return runProgram({OMBREL_JOBS_PROGRAM, "--jobs=" + folder + "/jobs/", "--systemd=" + folder + "/units"},
+                          std::chrono::seconds(30));
+    }
+    [[nodiscard]] std::string unit(const std::string& name) const {
+        std::ifstream file(folder + "/units/" + name);
+        return std::string(std::istreambuf_iterator<char>(file), {});
+    }
+};
+
+TEST_F(OmbrelJobsUnits, AreMadeAndRenewedAlone) {
+    define("one", kGood);
+    const ProgramResult result = runUnits();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_THAT(result.output + result.errors, IsEmpty());
+    EXPECT_THAT(unit("one.service"),
+                AllOf(HasSubstr(" from " + folder + "/jobs/one.job\n"), HasSubstr("\nExecStart=/bin/x\n")));
+    EXPECT_FALSE(exists("scan"));
+    define("one", "description=\"x\"\ncommand=\"/bin/y\"\nready_fd=\"3\"\n");
+    EXPECT_EQ(runUnits().exitCode, 0);
+    EXPECT_THAT(unit("one.service"), HasSubstr("\nExecStart=/bin/y\n"));
+}
+
+TEST_F(OmbrelJobsUnits, GoWithTheirDefinitionAndThoseOfOthersStay) {
+    define("one", kGood);
+    define("gone", kGood);
+    std::ofstream(folder + "/units/other.service") << "[Service]\nExecStart=/bin/other\n";
+    std::ofstream(folder + "/units/theirs.service")
+        << "# Made by ombrel-jobs, which also writes over changes, from /another/place/theirs.job\n";
+    ASSERT_EQ(runUnits().exitCode, 0);
+    fs::create_symlink(folder + "/units/gone.service", folder + "/units/multi-user.target.wants/gone.service");
+    fs::remove(folder + "/jobs/gone.job");
+    const ProgramResult result = runUnits();
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.output, "gone.service removed: its definition is gone\n");
+    EXPECT_FALSE(exists("units/gone.service"));
+    EXPECT_FALSE(fs::is_symlink(folder + "/units/multi-user.target.wants/gone.service"));
+    EXPECT_TRUE(exists("units/one.service"));
+    EXPECT_TRUE(exists("units/other.service"));
+    EXPECT_TRUE(exists("units/theirs.service"));
+}
+
+TEST_F(OmbrelJobsUnits, OfOthersAreNotWrittenOver) {
+    define("one", kGood);
+    std::ofstream(folder + "/units/one.service") << "[Service]\nExecStart=/bin/other\n";
+    const ProgramResult result = runUnits();
+    EXPECT_EQ(result.exitCode, 73);
+    EXPECT_THAT(result.errors, HasSubstr(folder + "/units/one.service: somebody else has made or masked it"));
+    EXPECT_EQ(unit("one.service"), "[Service]\nExecStart=/bin/other\n");
+}
+
+TEST_F(OmbrelJobsUnits, ThatAreMaskedStayMasked) {
+    define("one", kGood);
+    fs::create_symlink("/dev/null", folder + "/units/one.service");
+    EXPECT_EQ(runUnits().exitCode, 73);
+    EXPECT_TRUE(fs::is_symlink(folder + "/units/one.service"));
+}
+
+TEST_F(OmbrelJobsUnits, NeedTheirFolder) {
+    define("one", kGood);
+    fs::remove_all(folder + "/units");
+    const ProgramResult result = runUnits();
+    EXPECT_EQ(result.exitCode, 73);
+    EXPECT_THAT(result.errors, HasSubstr(folder + "/units/one.service: No such file or directory"));
+}
+
+TEST_F(OmbrelJobsUnits, ComeBesideServiceFolders) {
+    define("one", kGood);
+    EXPECT_EQ(run({"--systemd=" + folder + "/units"}).exitCode, 0);
+    EXPECT_TRUE(exists("units/one.service"));
+    EXPECT_TRUE(exists("scan/one/run"));
 }
 
 TEST_F(OmbrelJobs, ExplainsItselfForWrongOptions) {

@@ -15,7 +15,7 @@
 #include <fstream>
 
 #include "linux/common/error_record.h"
-#include "tests/linux/s6_jobs.h"
+#include "tests/linux/real_jobs.h"
 
 namespace fs = std::filesystem;
 using namespace ombrel;
@@ -211,18 +211,6 @@ TEST_F(S6Jobs, WithoutAReloadSignalCannotBeReloaded) {
     ASSERT_EQ(manager().start("job"), 0);
     EXPECT_EQ(manager().reload("job"), -1);
     EXPECT_EQ(VLIBCErrGet(), fromErrno(EOPNOTSUPP));
-    EXPECT_TRUE(manager().isRunning("job"));
-}
-
-TEST_F(S6Jobs, WithACheckAreReadyWhenItSaysSo) {
-    JobDefinition job = test::scriptedJob("job", JobKind::kNeverReady, folder);
-    job.readyFd = -1;
-    job.readyCheck = {"/usr/bin/test", "-e", folder + "/is-ready"};
-    test::addJob(job, folder + "/scan", folder + "/log");
-    EXPECT_EQ(manager(std::chrono::milliseconds(500)).start("job"), -1);
-    EXPECT_EQ(VLIBCErrGet(), kErrorTimeout);
-    std::ofstream(folder + "/is-ready") << "yes";
-    EXPECT_EQ(manager().start("job"), 0);
     EXPECT_TRUE(manager().isRunning("job"));
 }
 

@@ -25,7 +25,21 @@ TEST_F(NoServiceManager, MakesEveryCallFailWithTheReason) {
     EXPECT_EQ(VLIBServicectlJobStop("pkg-Ombrel-syslog"), -1);
     EXPECT_EQ(VLIBServicectlJobReload("pkg-Ombrel-syslog"), -1);
     EXPECT_EQ(VLIBServicectlRestart("pkg-Ombrel-syslog", 0), -1);
+    EXPECT_EQ(VLIBServiceStart("syslog-notify", 1), -1);
+    EXPECT_EQ(VLIBServiceStop("syslog-notify", 1), -1);
     EXPECT_EQ(VLIBServicectlIsJobRunning("pkg-Ombrel-syslog", 0), 0);
+}
+
+/// Where systemd keeps its run-time files it is the manager of the machine (sd_booted(3)), whatever else is there.
+TEST_F(NoServiceManager, ButSystemdIsAskedWhereItBootedTheMachine) {
+    ASSERT_EQ(::setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/run/no-bus", 1), 0);
+    std::filesystem::create_directories(kScanFolder);
+    mountTmpfs("/run");
+    std::filesystem::create_directories("/run/systemd/system");
+    EXPECT_EQ(VLIBServicectlJobStart("pkg-Ombrel-syslog"), -1);
+    EXPECT_EQ(VLIBCErrGet(), fromErrno(ENOENT));
+    std::filesystem::remove(kScanFolder);
+    ASSERT_EQ(::unsetenv("DBUS_SYSTEM_BUS_ADDRESS"), 0);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 # Shares, file systems and service jobs.
 include(${PROJECT_SOURCE_DIR}/cmake/OmbrelPrivateTest.cmake)
-include(${CMAKE_CURRENT_LIST_DIR}/s6_jobs.cmake)
+include(${CMAKE_CURRENT_LIST_DIR}/real_jobs.cmake)
 
 add_executable(vesksdk_test
   file_system_kind_test.cpp
@@ -23,6 +23,7 @@ add_executable(job_definition_test
   job_definition_test.cpp)
 target_link_libraries(job_definition_test PRIVATE ombrel_flags ombrel_job_definitions
   GTest::gtest_main GTest::gmock)
+target_compile_definitions(job_definition_test PRIVATE OMBREL_JOB_FILES="${CMAKE_CURRENT_LIST_DIR}/job_files")
 gtest_discover_tests(job_definition_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
 add_executable(ombrel_jobs_test
@@ -33,12 +34,37 @@ target_compile_definitions(ombrel_jobs_test PRIVATE
 add_dependencies(ombrel_jobs_test ombrel-jobs)
 gtest_discover_tests(ombrel_jobs_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
+add_executable(job_ended_test
+  child_process.cpp
+  job_ended_test.cpp)
+target_link_libraries(job_ended_test PRIVATE ombrel_flags test_real_jobs veskserviceconf_objects veskcore
+  GTest::gtest_main GTest::gmock)
+target_compile_definitions(job_ended_test PRIVATE
+  OMBREL_JOB_ENDED="${PROJECT_SOURCE_DIR}/receiver/jobs/ombrel-job-ended")
+gtest_discover_tests(job_ended_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
 # What needs a supervisor starts one over a temporary folder.
 add_executable(s6_manager_test
   s6_manager_test.cpp)
-target_link_libraries(s6_manager_test PRIVATE ombrel_flags test_s6_jobs veskserviceconf_objects veskcore
+target_link_libraries(s6_manager_test PRIVATE ombrel_flags test_real_jobs veskserviceconf_objects veskcore
   GTest::gtest_main GTest::gmock)
 gtest_discover_tests(s6_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
+# The manager is asked over a bus of the test's own.
+add_executable(systemd_manager_test
+  child_process.cpp
+  fake_systemd.cpp
+  systemd_manager_test.cpp)
+target_link_libraries(systemd_manager_test PRIVATE ombrel_flags veskserviceconf_objects linux_process veskcore
+  Threads::Threads GTest::gtest_main GTest::gmock)
+gtest_discover_tests(systemd_manager_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+
+# Run by tests/system/systemd_jobs, on a machine that systemd has booted.
+add_executable(systemd_jobs_test
+  child_process.cpp
+  systemd_jobs_test.cpp)
+target_link_libraries(systemd_jobs_test PRIVATE ombrel_flags test_real_jobs veskserviceconf_objects veskcore
+  GTest::gtest_main GTest::gmock)
 
 # Mounts and the share definitions are changed, so these run in a private root.
 add_executable(vesksdk_private_test
@@ -51,3 +77,6 @@ ombrel_private_test(vesksdk unit vesksdk_private_test)
 
 add_test(NAME private_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/private_root_test.sh)
 set_tests_properties(private_root PROPERTIES LABELS system SKIP_RETURN_CODE 77 TIMEOUT 240 RUN_SERIAL ON)
+
+add_test(NAME systemd_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/systemd_root_test.sh)
+set_tests_properties(systemd_root PROPERTIES LABELS system SKIP_RETURN_CODE 77 TIMEOUT 240 RUN_SERIAL ON)

@@ -4,7 +4,9 @@
 // Plays the devices of a network: sends numbered RFC 3164 messages over one UDP or TCP socket, or the lines
 // of a file as one host's own log. Each message carries its stream's name and its number, in the text
 // ("seq=NAME:12") or, for a file, in the brackets behind the program's name, so that an audit can tell what
-// was lost or doubled. Prints the number of messages sent.
+// was lost or doubled. With --reconnect it does what relays do: it looks whether the receiver has closed the
+// connection before it writes, connects again until it is taken, and goes on with what it could not write.
+// Prints the number of messages sent.
 #include <arpa/inet.h>
 #include <getopt.h>
 #include <netinet/in.h>
@@ -28,6 +30,7 @@ namespace {
 struct Options {
     bool udp = false;
     bool counted = false;  ///< over TCP: octet counting (RFC 6587 section 3.4.1) instead of lines
+    bool reconnect = false;
     std::string address = "127.0.0.1";
     int port = 5514;
     long count = 1000;
@@ -60,15 +63,26 @@ constexpr Kind kKinds[] = {
     exit(EX_OSERR);
 }
 
-int connectTo(const Options& options) {
+int tryToConnect(const Options& options) {
     const int fd = socket(AF_INET, (options.udp ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
     if (fd < 0) die("socket");
     sockaddr_in to{};
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<std::uint16_t>(options.port));
     if (inet_pton(AF_INET, options.address.c_str(), &to.sin_addr) != 1) die("address");
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) die("connect");
-    return fd;
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0) return fd;
+    close(fd);
+    return -1;
+}
+
+// Nothing tells when a receiver listens again, so it is asked a hundred times a second, a minute at most.
+int connectTo(const Options& options) {
+    for (int tries = options.reconnect ? 6000 : 1; tries > 0; --tries) {
+        const int fd = tryToConnect(options);
+        if (fd >= 0) return fd;
+        if (tries > 1) std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    die("connect");
 }
 
 /// `Mmm dd hh:mm:ss`, formatted once a second.
@@ -104,11 +118,7 @@ public:
             }
             return;
         }
-        if (options_.counted) {
-            pending_ += std::to_string(message.size()) + " " + message;
-        } else {
-            pending_ += message + '\n';
-        }
+        pending_ += options_.counted ? std::to_string(message.size()) + " " + message : message + '\n';
         if (pending_.size() > 65536 || options_.rate != 0) flush();
     }
     void finish() {
@@ -124,12 +134,25 @@ public:
 private:
     void flush() {
         std::size_t done = 0;
+        if (options_.reconnect && isClosedByReceiver()) connectAgain();
         while (done < pending_.size()) {
             const ssize_t n = ::send(fd_, pending_.data() + done, pending_.size() - done, MSG_NOSIGNAL);
-            if (n < 0 && errno != EINTR) die("send");
             if (n > 0) done += static_cast<std::size_t>(n);
+            if (n >= 0 || errno == EINTR) continue;
+            if (!options_.reconnect) die("send");
+            connectAgain();
+            done = 0;
         }
         pending_.clear();
+    }
+    bool isClosedByReceiver() const {
+        char byte = 0;
+        const ssize_t n = recv(fd_, &byte, 1, MSG_DONTWAIT | MSG_PEEK);
+        return n == 0 || (n < 0 && errno != EAGAIN);
+    }
+    void connectAgain() {
+        close(fd_);
+        fd_ = connectTo(options_);
     }
     void pace() {
         if (options_.rate == 0) return;
@@ -173,27 +196,22 @@ void sendFile(Sender& sender, const Options& options) {
 
 int usage() {
     (void)fputs(
-        "usage: device-sender [--udp | --counted] [--to ADDRESS] [--port N] [--count N] [--devices N] [--rate N] "
-        "[--size N]\n"
-        "                     [--stream NAME] [--file FILE|- [--host NAME] [--program NAME]]\n",
+        "usage: device-sender [--udp] [--to ADDRESS] [--port N] [--count N] [--devices N] [--rate N] [--size N]\n"
+        "                     [--counted] [--reconnect] [--stream NAME] [--file FILE|- [--host NAME] "
+        "[--program NAME]]\n",
         stderr);
     return EX_USAGE;
 }
 
 bool parse(int argc, char** argv, Options& options) {
-    static const option kLong[] = {{"udp", no_argument, nullptr, 'u'},
-                                   {"to", required_argument, nullptr, 'a'},
-                                   {"port", required_argument, nullptr, 'p'},
-                                   {"count", required_argument, nullptr, 'c'},
-                                   {"devices", required_argument, nullptr, 'd'},
-                                   {"rate", required_argument, nullptr, 'r'},
-                                   {"size", required_argument, nullptr, 'z'},
-                                   {"stream", required_argument, nullptr, 's'},
-                                   {"file", required_argument, nullptr, 'f'},
-                                   {"host", required_argument, nullptr, 'h'},
-                                   {"program", required_argument, nullptr, 'g'},
-                                   {"counted", no_argument, nullptr, 'o'},
-                                   {nullptr, 0, nullptr, 0}};
+    static const option kLong[] = {
+        {"counted", no_argument, nullptr, 'o'},       {"reconnect", no_argument, nullptr, 'R'},
+        {"udp", no_argument, nullptr, 'u'},           {"to", required_argument, nullptr, 'a'},
+        {"port", required_argument, nullptr, 'p'},    {"count", required_argument, nullptr, 'c'},
+        {"devices", required_argument, nullptr, 'd'}, {"rate", required_argument, nullptr, 'r'},
+        {"size", required_argument, nullptr, 'z'},    {"stream", required_argument, nullptr, 's'},
+        {"file", required_argument, nullptr, 'f'},    {"host", required_argument, nullptr, 'h'},
+        {"program", required_argument, nullptr, 'g'}, {nullptr, 0, nullptr, 0}};
     for (int letter = 0; (letter = getopt_long(argc, argv, "", kLong, nullptr)) != -1;) {
         const char* value = optarg != nullptr ? optarg : "";
         switch (letter) {
@@ -202,6 +220,9 @@ bool parse(int argc, char** argv, Options& options) {
                 break;
             case 'o':
                 options.counted = true;
+                break;
+            case 'R':
+                options.reconnect = true;
                 break;
             case 'a':
                 options.address = value;

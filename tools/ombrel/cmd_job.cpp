@@ -5,13 +5,13 @@
 #include <sysexits.h>
 
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
 #include "linux/common/error_record.h"
 #include "linux/common/text_escape.h"
 #include "platform/veskserviceconf.h"
 #include "tools/ombrel/commands.h"
+#include "tools/ombrel/error_text.h"
 
 namespace {
 
@@ -27,16 +27,17 @@ std::string reason() {
         case ombrel::kErrorTimeout:
             return "not in time; the job's log says why";
         case ombrel::fromErrno(ECONNREFUSED):
-            return "no supervisor is at work; start s6-svscan on the scan folder";
+        case ombrel::fromErrno(ENOENT):
+        case ombrel::fromErrno(EHOSTUNREACH):
+            return "the service manager cannot be reached; start s6-svscan on the scan folder, or D-Bus for "
+                   "systemd";
         case ombrel::fromErrno(ESRCH):
             return "it is not running";
         case ombrel::fromErrno(EOPNOTSUPP):
-            return "the job has no such action, or this machine no scan folder of jobs";
+            return "the job has no such action, or this machine neither systemd nor a scan folder of jobs";
         default:
-            if (code > ombrel::kErrorFromErrno && code < ombrel::kErrorFromSqlite) {
-                return strerror(code - ombrel::kErrorFromErrno);
-            }
-            return "the job's log and the system log say why";
+            const std::string text = ombrel::errorText(code);
+            return text.empty() ? "the job's log and the system log say why" : text;
     }
 }
 

@@ -11,6 +11,7 @@ namespace ombrel {
 
 int cmdArchive(std::span<char* const> words);
 int cmdJob(std::span<char* const> words);
+int cmdSettings(std::span<char* const> words);
 
 /// Whether the only word is --help.
 bool asksForHelp(std::span<char* const> words);

@@ -8,7 +8,6 @@
 #include <string>
 #include <string_view>
 
-#include "linux/common/text_escape.h"
 #include "tools/ombrel/commands.h"
 
 namespace {
@@ -23,6 +22,9 @@ constexpr Command kCommands[] = {
     {"archive", ombrel::cmdArchive,
      "archive [--all]          archive the databases that are due, or all that hold rows"},
     {"job", ombrel::cmdJob, "job ACTION NAME          ACTION: start, stop, restart, reload, status"},
+    {"settings", ombrel::cmdSettings,
+     "settings show            all settings, a line each\n"
+     "  ombrel settings set KEY=VALUE...  change settings and apply them to the receivers and the archiving"},
 };
 
 void printHelp(FILE* out) {
@@ -36,19 +38,6 @@ void printHelp(FILE* out) {
 }
 
 }  // namespace
-
-int ombrel::complain(int exitCode, const std::string& what) {
-    (void)fprintf(stderr, "ombrel: %s\n", escapeForLine(what).c_str());
-    return exitCode;
-}
-
-bool ombrel::asksForHelp(std::span<char* const> words) {
-    return words.size() == 1 && std::string_view(words[0]) == "--help";
-}
-
-int ombrel::showHelp(const char* usage) {
-    return puts(usage) >= 0 ? EX_OK : EX_IOERR;
-}
 
 int main(int argc, char** argv) {
     const std::span<char* const> words(argv, static_cast<std::size_t>(argc));

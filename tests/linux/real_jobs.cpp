@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
-#include "tests/linux/s6_jobs.h"
+#include "tests/linux/real_jobs.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ const char* scriptOf(JobKind kind) {
         case JobKind::kReadyAtOnce:
             return "trap 'echo reloaded >\"${0%/*}/events\"' HUP\n"
                    "trap 'kill $!; exit 0' TERM\n"
-                   "echo >&3; exec 3>&-\n"
+                   "ready\n"
                    "while :; do setpriv --pdeathsig KILL sleep 1000 >/dev/null 2>&1 & wait $!; done\n";  // ends
                                                                                                          // with
                                                                                                          // the
@@ -51,7 +51,7 @@ const char* scriptOf(JobKind kind) {
         case JobKind::kExitsAtOnce:
             return "exit 3\n";
         case JobKind::kIgnoresSigterm:
-            return "trap '' TERM\necho >&3; exec 3>&-\nexec sleep 1000\n";
+            return "trap '' TERM\nready\nexec sleep 1000\n";
     }
     return "";
 }
@@ -65,14 +65,29 @@ std::string joined(const std::vector<std::string>& words) {
 
 std::string definitionOf(const JobDefinition& job) {
     std::string text = "description=\"" + job.description + "\"\ncommand=\"" + joined(job.command) + "\"\n";
-    text += job.readyFd < 0 ? "ready_check=\"" + joined(job.readyCheck) + "\"\n"
-                            : "ready_fd=\"" + std::to_string(job.readyFd) + "\"\n";
+    text += "ready_fd=\"" + std::to_string(job.readyFd) + "\"\n";
     if (!job.reloadSignal.empty()) text += "reload_signal=\"" + job.reloadSignal + "\"\n";
     text += "stop_signal=\"" + job.stopSignal + "\"\n";
     return text + "stop_timeout_seconds=\"" + std::to_string(job.stopTimeoutSeconds) + "\"\n";
 }
 
+void runOmbrelJobs(const JobDefinition& job, const std::vector<std::string>& options) {
+    std::string definitions = (std::filesystem::temp_directory_path() / "ombrel-jobs-XXXXXX").string();
+    if (::mkdtemp(definitions.data()) == nullptr) throw std::runtime_error("no temporary folder");
+    std::ofstream(definitions + "/" + job.name + ".job") << definitionOf(job);
+    std::vector<std::string> words{OMBREL_JOBS_PROGRAM, "--jobs=" + definitions};
+    words.insert(words.end(), options.begin(), options.end());
+    const ProgramResult made = runProgram(words, kLongest);
+    std::filesystem::remove_all(definitions);
+    if (made.error != 0 || made.exitCode != 0) throw std::runtime_error("ombrel-jobs failed: " + made.errors);
+}
+
 }  // namespace
+
+// systemd-notify speaks for the process that runs it.
+const char* const kScriptHead =
+    "#!/bin/sh\n"
+    "ready() { if [ -n \"$NOTIFY_SOCKET\" ]; then systemd-notify --ready; else echo >&3; exec 3>&-; fi; }\n";
 
 Supervisor::Supervisor(std::string scanFolder) : scanFolder_(std::move(scanFolder)) {
     if (::access("/usr/bin/s6-svscan", X_OK) != 0) throw std::runtime_error("s6-svscan is not installed");
@@ -104,7 +119,7 @@ Supervisor::~Supervisor() {
 
 JobDefinition scriptedJob(const std::string& name, JobKind kind, const std::string& folder) {
     const std::string path = folder + "/" + name + ".sh";
-    std::ofstream(path) << "#!/bin/sh\n" << scriptOf(kind);
+    std::ofstream(path) << kScriptHead << scriptOf(kind);
     std::filesystem::permissions(path, std::filesystem::perms(0755));
     JobDefinition job;
     job.name = name;
@@ -117,13 +132,11 @@ JobDefinition scriptedJob(const std::string& name, JobKind kind, const std::stri
 }
 
 void makeServiceFolder(const JobDefinition& job, const std::string& scanFolder, const std::string& logFolder) {
-    std::string definitions = (std::filesystem::temp_directory_path() / "ombrel-jobs-XXXXXX").string();
-    if (::mkdtemp(definitions.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    std::ofstream(definitions + "/" + job.name + ".job") << definitionOf(job);
-    const ProgramResult made = runProgram(
-        {OMBREL_JOBS_PROGRAM, "--jobs=" + definitions, "--scan=" + scanFolder, "--log=" + logFolder}, kLongest);
-    std::filesystem::remove_all(definitions);
-    if (made.error != 0 || made.exitCode != 0) throw std::runtime_error("ombrel-jobs failed: " + made.errors);
+    runOmbrelJobs(job, {"--scan=" + scanFolder, "--log=" + logFolder});
+}
+
+void makeUnit(const JobDefinition& job) {
+    runOmbrelJobs(job, {"--systemd"});
 }
 
 void addJob(const JobDefinition& job, const std::string& scanFolder, const std::string& logFolder) {

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// `ombrel settings` with the library on the recording platform.
+#include "tests/unit/archiver_test.h"
+#include "tests/unit/settings_update_test.h"
+#include "tools/ombrel/commands.h"
+
+namespace ombrel::test {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+using ::testing::StartsWith;
+
+constexpr const char* kUsage = "usage: ombrel settings show | ombrel settings set KEY=VALUE...\n";
+
+class SettingsCommand : public SettingsUpdateTest {
+protected:
+    SettingsCommand() {
+        // TLS over UDP could not have been started.
+        platform.addFile(kServerConf, sampleText({{"server_ssl", "0"}}));
+        platform.addFolder(kDest);
+    }
+    int run(Lines words) {
+        std::vector<char*> pointers;
+        for (std::string& word : words)
+            pointers.push_back(word.data());
+        ::testing::internal::CaptureStdout();
+        ::testing::internal::CaptureStderr();
+        const int exitCode = cmdSettings(pointers);
+        out = ::testing::internal::GetCapturedStdout();
+        err = ::testing::internal::GetCapturedStderr();
+        return exitCode;
+    }
+    void expectNothingDone() {
+        EXPECT_EQ(running(), "bsd ietf local");
+        EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), 0);
+        EXPECT_EQ(platform.calls.count("VLIBServiceStart"), 0);
+        EXPECT_EQ(platform.calls.count("VLIBCFileSetKeys"), 0);
+    }
+
+    std::string out;
+    std::string err;
+};
+
+TEST_F(SettingsCommand, ShowsEverySettingInTheOrderOfTheRecord) {
+    EXPECT_EQ(run({"show"}), 0);
+    EXPECT_EQ(err, "");
+    EXPECT_EQ(out,
+              "bsd_enable=\"1\"\nserver_ssl=\"0\"\nserver_port=\"5140\"\nserver_trans=\"udp\"\nietf_enable=\"1\"\n"
+              "server_ietf_ssl=\"1\"\nserver_ietf_port=\"6514\"\nserver_ietf_trans=\"tcp\"\n"
+              "server_db_loc=\"logs\"\nserver_db_path=\"/volume1/logs/db\"\n"
+              "server_ca_key=\"/etc/ssl/ombrel.key\"\nserver_ca_file=\"/etc/ssl/ombrel.crt\"\n"
+              "arch_dest=\"/volume1/logs\"\narch_time=\"86400\"\narch_size=\"64\"\narch_count=\"5000\"\n"
+              "arch_fmt=\"txt\"\narch_compress=\"1\"\narch_by_device=\"1\"\nlocalarchive_enable=\"1\"\n"
+              "arch_last_time=\"1600000000\"\nsystem_flush_line=\"100\"\nsystem_flush_timeout=\"10\"\n"
+              "arch_time_enable=\"1\"\narch_count_enable=\"1\"\n");
+    expectNothingDone();
+}
+
+TEST_F(SettingsCommand, ShowsWhatCouldSteerATerminalInASafeWay) {
+    platform.addFile(kServerConf, sampleText({{"server_ca_key", "/a\x1b[2J"}}));
+    EXPECT_EQ(run({"show"}), 0);
+    EXPECT_THAT(out, HasSubstr("server_ca_key=\"/a\\x1b[2J\"\n"));
+}
+
+TEST_F(SettingsCommand, AppliesAChangeAndShowsIt) {
+    EXPECT_EQ(run({"set", "server_port=1514", "bsd_enable=0", "arch_count=7", "arch_fmt=txt"}), 0);
+    EXPECT_EQ(err, "");
+    EXPECT_EQ(out, "bsd_enable=\"0\"\nserver_port=\"1514\"\narch_count=\"7\"\n");
+    EXPECT_EQ(platform.read(kServerConf),
+              sampleText({{"server_ssl", "0"}, {"server_port", "1514"}, {"arch_count", "7"}}));
+    EXPECT_EQ(running(), "ietf local");
+    EXPECT_EQ(platform.read(kPorts), receiverSections("udp", "1514", "tcp", "6514"));
+    EXPECT_EQ(platform.firewallReloads, 1);
+    EXPECT_THAT(platform.events, ElementsAre("stopped Log receiving (BSD)"));
+}
+
+TEST_F(SettingsCommand, OfValuesAsTheyAreStopsNothing) {
+    platform.jobs["pkg-Ombrel-bsd"] = 7;
+    EXPECT_EQ(run({"set", "server_port=5140", "bsd_enable=1", "server_db_loc=logs"}), 0);
+    EXPECT_EQ(out + err, "");
+    EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), 0);
+}
+
+struct WrongWords {
+    std::string name;
+    Lines words;
+    std::string complaint;
+};
+
+class SettingsCommandRefuses : public SettingsCommand, public ::testing::WithParamInterface<WrongWords> {};
+
+TEST_P(SettingsCommandRefuses, WrongWordsInOneLineBeforeAnythingIsDone) {
+    EXPECT_EQ(run(GetParam().words), 64);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(err, "ombrel: " + GetParam().complaint + "\n");
+    expectNothingDone();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Words, SettingsCommandRefuses,
+    ::testing::Values(
+        WrongWords{"Nothing", {}, "usage: ombrel settings show | ombrel settings set KEY=VALUE..."},
+        WrongWords{"NothingToSet", {"set"}, "usage: ombrel settings show | ombrel settings set KEY=VALUE..."},
+        WrongWords{"TooMuchToShow",
+                   {"show", "server_port"},
+                   "usage: ombrel settings show | ombrel settings set KEY=VALUE..."},
+        WrongWords{"OtherAction", {"get"}, "no action \"get\"; expected show or set"},
+        WrongWords{
+            "Key", {"set", "server_ssl=0", "junk=1"}, "no setting \"junk\"; ombrel settings show lists them"},
+        WrongWords{"Value", {"set", "server_port=0"}, "server_port=\"0\": expected a port from 1 to 65535"},
+        WrongWords{
+            "Escape", {"set", "server_port=\x1b[2J"}, "server_port=\"\\x1b[2J\": expected a port from 1 to 65535"},
+        WrongWords{"Together", {"set", "server_ssl=1"}, "server_ssl=1 needs server_trans=tcp: TLS runs over TCP"}),
+    CaseName());
+
+TEST_F(SettingsCommand, SaysItsUsage) {
+    EXPECT_EQ(run({"--help"}), 0);
+    EXPECT_EQ(out, kUsage);
+    EXPECT_EQ(err, "");
+}
+
+TEST_F(SettingsCommand, CannotDoWithoutReadableSettings) {
+    platform.addFile(kServerConf, sampleText({}, {"arch_time"}));
+    const std::string complaint =
+        "ombrel: " + std::string(kServerConf) + " cannot be read or lacks a required key\n";
+    EXPECT_EQ(run({"show"}), 78);
+    EXPECT_EQ(err, complaint);
+    EXPECT_EQ(run({"set", "server_port=1514"}), 78);
+    EXPECT_EQ(err, complaint);
+    EXPECT_EQ(run({"set", "server_port=x"}), 64) << "wrong words are wrong whatever the settings are";
+    expectNothingDone();
+}
+
+TEST_F(SettingsCommand, TellsThatTheReceiversCouldNotBeChanged) {
+    platform.failCall("VLIBServicectlJobStart", 1);
+    EXPECT_EQ(run({"set", "server_port=1514", "arch_count=7"}), 1);
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(
+        err,
+        "ombrel: the receivers could not be changed; the storage settings are as they were; down: pkg-Ombrel-bsd, "
+        "pkg-Ombrel-ietf; the system log names the step, and the log of a job why it did not start\n");
+}
+
+TEST_F(SettingsCommand, TellsThatTheStorageCouldNotBeChanged) {
+    platform.failCall("VLIBServicectlJobStart", 3);
+    EXPECT_EQ(run({"set", "server_port=1514", "arch_count=7"}), 1);
+    EXPECT_THAT(
+        err, StartsWith("ombrel: the storage settings could not be changed; down: pkg-Ombrel-localarchive; the "));
+}
+
+TEST_F(SettingsCommand, TellsWhatThePlatformSaysOfTheFailure) {
+    platform.calls.onFailure = [this] { platform.error.code = 0x1000 + EACCES; };
+    platform.failCall("VLIBCFileSetKeys");
+    EXPECT_EQ(run({"set", "server_port=1514"}), 1);
+    EXPECT_THAT(err, HasSubstr("the receivers could not be changed (Permission denied); the storage settings"));
+}
+
+TEST_F(SettingsCommand, NamesNoJobThatWasToBeDown) {
+    platform.failCall("VLIBServicectlJobStart", 1);
+    EXPECT_EQ(run({"set", "bsd_enable=0"}), 1);
+    EXPECT_THAT(err, HasSubstr("as they were; down: pkg-Ombrel-ietf; "));
+}
+
+TEST_F(SettingsCommand, DoesNotTakeAnEarlierErrorForThatOfTheFailure) {
+    platform.error.code = 0x1000 + EACCES;
+    platform.failCall("VLIBCFileSetKeys");
+    EXPECT_EQ(run({"set", "server_port=1514"}), 1);
+    EXPECT_THAT(err, Not(HasSubstr("Permission denied")));
+}
+
+}  // namespace
+
+}  // namespace ombrel::test
