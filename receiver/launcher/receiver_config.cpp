@@ -133,8 +133,8 @@ std::string renderSource(const ReceiverConfig& config, const Source& source) {
 
 // Something that never says anything: a destination exists as long as a path leads to it.
 std::string renderSilentSource(const ReceiverConfig& config, const Source& source) {
-    return std::string("source s_") + sourceName(source.kind) + " { unix-dgram('" + config.queueFolder +
-           "/silent'); };\n";
+    return std::string("source s_") + sourceName(source.kind) + " { unix-dgram('" + silentSocket(config) +
+           "'); };\n";
 }
 
 std::string renderQueue(const ReceiverConfig& config, const Source& source) {
@@ -233,6 +233,10 @@ std::string renderHandOverConfig(const ReceiverConfig& config) {
         return isHeldBack(source.kind) ? renderSilentSource(own, source) : renderSource(own, source);
     };
     return render(config, renderOne, kLastBatchMilliseconds);
+}
+
+std::string silentSocket(const ReceiverConfig& config) {
+    return config.queueFolder + "/silent";
 }
 
 std::string destinationName(const Source& source) {

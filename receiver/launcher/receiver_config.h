@@ -57,6 +57,10 @@ std::string renderReceiverConfig(const ReceiverConfig& config);
 /// left of it goes into a file.
 std::string renderHandOverConfig(const ReceiverConfig& config);
 
+/// The socket in the queue folder from which such a configuration reads instead; nobody writes to it, and
+/// syslog-ng leaves it behind.
+std::string silentSocket(const ReceiverConfig& config);
+
 /// The destination of a source's lines, as syslog-ng's statistics name it.
 std::string destinationName(const Source& source);
 

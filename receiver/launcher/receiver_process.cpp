@@ -112,6 +112,7 @@ void ReceiverProcess::stop() {
     HandOver(files_, config_, *syslogNg_, places_.logWriter).run();
     syslogNg_.reset();
     removeLogSockets();
+    (void)::unlink(silentSocket(config_).c_str());  // it may not have come so far as to make it
 }
 
 // Syslog-ng leaves them behind; whoever has taken the name meanwhile keeps it.
