@@ -95,13 +95,8 @@ std::string sentence(const JobDeath& death) {
 }
 
 std::vector<EventField> fieldsOf(const JobDeath& death) {
-    std::vector<EventField> fields{{"job", death.job}};
-    if (death.signal.empty()) {
-        fields.push_back({"exit_code", death.exitCode});
-    } else {
-        fields.push_back({"signal", death.signal});
-    }
-    return fields;
+    if (death.signal.empty()) return {{"job", death.job}, {"exit_code", death.exitCode}};
+    return {{"job", death.job}, {"signal", death.signal}};
 }
 
 }  // namespace
