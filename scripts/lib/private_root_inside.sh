@@ -159,6 +159,11 @@ for ((i = 0; i < ${#places[@]}; i += 2)); do
   [ "$kind" != rw ] || writable+=("$path")
 done
 mount -t proc -o nosuid,nodev,noexec proc "$root/proc"
+# The kernel's messages are gone from there once they have been read, so the machine's are not. Whoever writes
+# here plays the kernel.
+mkfifo -m 600 "$root/dev/.kernel" # the root itself cannot be bound
+mount --bind "$root/dev/.kernel" "$root/proc/kmsg"
+rm "$root/dev/.kernel"
 private+=(/proc /) # the root itself turns read-only at the very end
 make_read_only
 ip link set lo up

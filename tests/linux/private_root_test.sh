@@ -70,6 +70,11 @@ expect "a terminal can be opened" terminal \
 expect "the machine's disks are not shown" "" "$("$run" s sh -c 'ls -d /dev/sd* /dev/vd* /dev/nvme* /dev/mapper 2>/dev/null')"
 expect "/dev of the machine is not touched" "$machine_devices" "$(devices)"
 
+# shellcheck disable=SC2016
+expect "the kernel's messages are those that are played" "a word" \
+  "$("$run" s bash -c 'exec 9<>/proc/kmsg && echo "a word" >&9 && read -rt 10 line <&9 && echo "$line"')"
+expect "but those of the machine can be looked at" "yes" "$("$run" s sh -c '[ ! -e /dev/kmsg ] || [ -c /dev/kmsg ] && echo yes')"
+
 expect "there are no other processes" 1 "$("$run" s sh -c 'ps -e -o pid= | head -n 1 | tr -d " "')"
 expect "the network is a loopback interface" "lo" "$("$run" s sh -c 'ls /sys/class/net >/dev/null; ip -o link | cut -d: -f2 | tr -d " "')"
 expect "which answers" 0 "$(code "$run" s sh -c 'ip -o addr show dev lo up | grep -q 127.0.0.1')"
