@@ -10,6 +10,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sysexits.h>
 
 #include <algorithm>
@@ -27,6 +28,8 @@ using ombrel::Fd;
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kStep{5};
 constexpr int kLinesAStep = 25;
+// A receiver that ends passes attempts over; the kernel would try again only after a second.
+constexpr timeval kPatience{0, 20'000};
 
 Fd connectTo(std::uint16_t port) {
     Fd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -34,8 +37,11 @@ Fd connectTo(std::uint16_t port) {
     to.sin_family = AF_INET;
     to.sin_port = htons(port);
     to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return ::connect(socket.get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0 ? std::move(socket)
-                                                                                           : Fd();
+    (void)::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &kPatience, sizeof kPatience);
+    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0) return {};
+    const timeval endless{};
+    (void)::setsockopt(socket.get(), SOL_SOCKET, SO_SNDTIMEO, &endless, sizeof endless);
+    return socket;
 }
 
 bool inputEnded() {
@@ -64,6 +70,9 @@ int main(int argc, char** argv) {
             last = now;
             if (!sender) sender = std::move(probe);
         }
+        char byte = 0;
+        if (sender && ::recv(sender.get(), &byte, 1, MSG_DONTWAIT) == 0)
+            sender.reset();  // the receiver says goodbye
         const auto size = static_cast<ssize_t>(lines.size());
         if (sender && ::send(sender.get(), lines.data(), lines.size(), MSG_NOSIGNAL) != size) sender.reset();
     }

@@ -14,6 +14,7 @@
 #include "linux/common/fd.h"
 #include "receiver/launcher/control_socket.h"
 #include "receiver/launcher/fail.h"
+#include "receiver/launcher/goodbye.h"
 #include "receiver/launcher/ports.h"
 #include "receiver/message/batch_frame.h"
 
@@ -36,7 +37,7 @@ constexpr std::chrono::milliseconds kWriterEnd{1000};
 
 // What is looked at every step, so many times in a row.
 struct HandOver::Wanted {
-    bool nothingWaits = false;  // what has come is read
+    bool nothingWaits = false;  // what has come is read, and senders have been told to end
     long long fewerThan = 0;    // lines held
     int times = 0;
     std::chrono::milliseconds step{};
@@ -125,6 +126,12 @@ std::optional<long long> HandOver::held(Deadline deadline) const {
     return sum;
 }
 
+void HandOver::sayGoodbyeToSenders() const {
+    for (const Source& source : heldBack_) {
+        if (hasPort(source.kind)) (void)sayGoodbye(syslogNg_, source.port);
+    }
+}
+
 bool HandOver::nothingWaits() const {
     return std::all_of(heldBack_.begin(), heldBack_.end(),
                        [](const Source& source) { return waitingInKernel(source) == 0; });
@@ -140,6 +147,7 @@ bool HandOver::await(Deadline deadline, const Wanted& wanted) {
     int good = 0;
     int quiet = 0;
     while (Clock::now() < deadline) {
+        if (wanted.nothingWaits) sayGoodbyeToSenders();
         const bool read = !wanted.nothingWaits || nothingWaits();
         const auto now = held(deadline);
         if (!now) return false;

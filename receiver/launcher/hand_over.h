@@ -4,11 +4,12 @@
 // The last seconds of a receiver. Lines of streams lie in syslog-ng's memory until the log writer has stored
 // them, and syslog-ng drops them when it ends; so before it may end they are handed over:
 //
-// 1. syslog-ng goes on until the connections have been read up to what has come, some seconds at most: what is
-//    read is not only in the queue, but also in buffers that a reload would drop.
+// 1. Senders are told to end their connections. syslog-ng goes on until the connections have been read up to what
+// has
+//    come, some seconds at most: what is read is not only in the queue, but also in buffers that a reload would
+//    drop.
 // 2. It reloads a configuration that reads from no stream. Queues outlive that. From here on senders find nobody,
-// so
-//    the log writer is asked to commit at once what it has.
+//    so the log writer is asked to commit at once what it has.
 // 3. It is waited for until the log writer has answered for each line.
 // 4. syslog-ng is ended: killed, where it holds nothing any more, since it takes a tenth of a second otherwise.
 //
@@ -46,6 +47,7 @@ private:
     bool stopReading(Deadline deadline);
     void end();
     std::optional<long long> held(Deadline deadline) const;
+    void sayGoodbyeToSenders() const;
     bool nothingWaits() const;
     bool pause(Deadline deadline, std::chrono::milliseconds step);
     void standInForWriter(Deadline deadline);

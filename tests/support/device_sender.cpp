@@ -11,6 +11,7 @@
 #include <getopt.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -63,6 +64,11 @@ constexpr Kind kKinds[] = {
     exit(EX_OSERR);
 }
 
+// A receiver that ends passes attempts over; the kernel would try again only after a second.
+void setPatience(int fd, timeval patience) {
+    if (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience) != 0) die("socket");
+}
+
 int tryToConnect(const Options& options) {
     const int fd = socket(AF_INET, (options.udp ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0);
     if (fd < 0) die("socket");
@@ -70,7 +76,11 @@ int tryToConnect(const Options& options) {
     to.sin_family = AF_INET;
     to.sin_port = htons(static_cast<std::uint16_t>(options.port));
     if (inet_pton(AF_INET, options.address.c_str(), &to.sin_addr) != 1) die("address");
-    if (connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0) return fd;
+    if (options.reconnect) setPatience(fd, {0, 20'000});
+    if (connect(fd, reinterpret_cast<const sockaddr*>(&to), sizeof to) == 0) {
+        if (options.reconnect) setPatience(fd, {});
+        return fd;
+    }
     close(fd);
     return -1;
 }

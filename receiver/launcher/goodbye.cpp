@@ -1,0 +1,79 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "receiver/launcher/goodbye.h"
+
+#include <dirent.h>
+#include <linux/filter.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "linux/common/fd.h"
+
+namespace ombrel {
+
+namespace {
+
+struct FolderClose {
+    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }
+};
+
+int option(const Fd& socket, int name) {
+    int value = -1;
+    socklen_t size = sizeof value;
+    return ::getsockopt(socket.get(), SOL_SOCKET, name, &value, &size) == 0 ? value : -1;
+}
+
+bool isStreamOn(const Fd& socket, std::uint16_t port) {
+    if (option(socket, SO_TYPE) != SOCK_STREAM) return false;
+    sockaddr_in6 address{};  // the port has the same place in an address of IPv4
+    socklen_t size = sizeof address;
+    if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) return false;
+    const bool isInternet = address.sin6_family == AF_INET || address.sin6_family == AF_INET6;
+    return isInternet && ntohs(address.sin6_port) == port;
+}
+
+// Closed it would wake its owner, who would ask it for connections again and again.
+void passOverAttempts(const Fd& listener) {
+    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
+    const sock_fprog program{1, &nothing};
+    (void)::setsockopt(listener.get(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+}
+
+/// Copies of the sockets of a process on that port.
+std::vector<Fd> socketsOn(const Child& process, std::uint16_t port) {
+    std::vector<Fd> sockets;
+    const std::unique_ptr<DIR, FolderClose> folder(
+        ::opendir(("/proc/" + std::to_string(process.pid()) + "/fd").c_str()));
+    if (!folder) return sockets;
+    while (const dirent* const entry = ::readdir(folder.get())) {
+        if (entry->d_name[0] == '.') continue;
+        const long number = std::strtol(entry->d_name, nullptr, 10);
+        Fd copy(static_cast<int>(::syscall(SYS_pidfd_getfd, process.handle(), number, 0)));
+        if (copy && isStreamOn(copy, port)) sockets.push_back(std::move(copy));
+    }
+    return sockets;
+}
+
+}  // namespace
+
+int sayGoodbye(const Child& process, std::uint16_t port) {
+    int connections = 0;
+    for (const Fd& socket : socketsOn(process, port)) {
+        if (option(socket, SO_ACCEPTCONN) == 1) {
+            passOverAttempts(socket);
+        } else {
+            (void)::shutdown(socket.get(), SHUT_WR);  // it may have ended meanwhile
+            ++connections;
+        }
+    }
+    return connections;
+}
+
+}  // namespace ombrel
