@@ -124,6 +124,7 @@ public:
         ++sent_;
         if (options_.udp) {
             while (::send(fd_, message.data(), message.size(), 0) < 0) {
+                if (errno == ECONNREFUSED) ++refused_;
                 if (errno != EINTR && errno != ECONNREFUSED && errno != ENOBUFS) die("send");
             }
             return;
@@ -140,6 +141,8 @@ public:
         }
     }
     [[nodiscard]] long sent() const { return sent_; }
+    /// Datagrams that found no socket on this machine: each is told with the next one.
+    [[nodiscard]] long refused() const { return refused_; }
 
 private:
     void flush() {
@@ -174,6 +177,7 @@ private:
     const Options& options_;
     int fd_;
     long sent_ = 0;
+    long refused_ = 0;
     std::string pending_;
     Clock::time_point begun_ = Clock::now();
 };
@@ -283,6 +287,7 @@ int main(int argc, char** argv) {
         sendFile(sender, options);
     }
     sender.finish();
+    if (sender.refused() > 0) (void)fprintf(stderr, "%ld datagrams found nobody\n", sender.refused());
     (void)printf("%ld\n", sender.sent());
     return EX_OK;
 }
