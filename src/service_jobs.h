@@ -11,6 +11,10 @@ inline constexpr const char* kIetfJob = "pkg-Ombrel-ietf";
 inline constexpr const char* kLocalArchiveJob = "pkg-Ombrel-localarchive";
 inline constexpr const char* kCustomRuleJob = "pkg-Ombrel-custrule";
 
+/// Stops a job; a failure is logged, with this line.
+/// @return 0 or -1
+int stopServiceJob(const char* job, int line);
+
 /// Brings a job that the caller has stopped to its new state: starts it when `enable` is set. A change from
 /// `wasEnabled` is recorded in the file of enabled jobs and entered as an event with `description`.
 /// Waits until the job is up.

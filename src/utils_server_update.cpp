@@ -32,12 +32,6 @@ bool isUnchanged(const Settings& current, const Settings& wanted) {
            current.server_ca_file == wanted.server_ca_file;
 }
 
-int stop(const char* job, int line) {
-    if (VLIBServicectlJobStop(job) >= 0) return 0;
-    syslog(LOG_ERR, "%s:%d fail to stop service (%s)", kUnit, line, job);
-    return kFailed;
-}
-
 int withdraw(const char* section, const char* receiver, int line) {
     if (VESKOmbrelPortUnregister(section) >= 0) return 0;
     syslog(LOG_ERR, "%s:%d failed to unregister port resource (%s)", kUnit, line, receiver);
@@ -98,7 +92,7 @@ int switchReceivers(const Settings& current, const Settings& wanted) {
 
 int apply(const std::string& path, const Settings& current, Settings& wanted, Hash& keys) {
     (void)VLIBServiceStop(kNotifyService, 1);  // receiving does not depend on it
-    if (stop(kBsdJob, 532) < 0 || stop(kIetfJob, 536) < 0) return kFailed;
+    if (stopServiceJob(kBsdJob, 532) < 0 || stopServiceJob(kIetfJob, 536) < 0) return kFailed;
     if (withdraw("syslog_server", "BSD", 545) < 0) return kFailed;
     if (withdraw("syslog_server_ietf", "IETF", 549) < 0) return kFailed;
     if (declarePorts(wanted) < 0) return kFailed;

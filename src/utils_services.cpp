@@ -25,12 +25,6 @@ int start(const char* job, int line) {
     return -1;
 }
 
-int stop(const char* job, int line) {
-    if (VLIBServicectlJobStop(job) >= 0) return 0;
-    syslog(LOG_ERR, "%s:%d fail to stop service (%s)", kUnit, line, job);
-    return -1;
-}
-
 int reload(const char* job, int line) {
     if (VLIBServicectlJobReload(job) >= 0) return 0;
     syslog(LOG_ERR, "%s:%d fail to restart service (%s)", kUnit, line, job);
@@ -65,14 +59,20 @@ int bringTo(const std::string& job, const std::string& description, bool wasEnab
 
 }  // namespace
 
+int stopServiceJob(const char* job, int line) {
+    if (VLIBServicectlJobStop(job) >= 0) return 0;
+    syslog(LOG_ERR, "%s:%d fail to stop service (%s)", kUnit, line, job);
+    return -1;
+}
+
 int SyslogUpstartJobEnable(__SYSLOG_SERVICE_ENABLE_CMD_tag cmd, char* jobName) {
     switch (cmd) {
         case SYSLOG_SERVICE_START:
             return start(jobName, 319);
         case SYSLOG_SERVICE_STOP:
-            return stop(jobName, 325);
+            return stopServiceJob(jobName, 325);
         case SYSLOG_SERVICE_RESTART:
-            return stop(jobName, 331) < 0 ? -1 : start(jobName, 335);
+            return stopServiceJob(jobName, 331) < 0 ? -1 : start(jobName, 335);
         case SYSLOG_SERVICE_RELOAD:
             return reload(jobName, 341);
         default:

@@ -69,10 +69,7 @@ int restartRunning(const char* job, int line) {
 }
 
 int apply(LogArchiver& archiver, const std::string& path, const Settings& current, Settings& wanted, Hash& keys) {
-    if (VLIBServicectlJobStop(kLocalArchiveJob) < 0) {
-        syslog(LOG_ERR, "%s:%d fail to stop service (%s)", kUnit, 645, kLocalArchiveJob);
-        return -1;
-    }
+    if (stopServiceJob(kLocalArchiveJob, 645) < 0) return -1;
     if (!current.arch_dest.empty() && archiveEverything(archiver) < 0) return -1;
     keys.reset(VLIBCSzHashAlloc(ombrel::kSettingsHashEntries));
     if (keys == nullptr || writeKeys(keys, path, wanted) < 0) return -1;
