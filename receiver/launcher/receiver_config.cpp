@@ -23,6 +23,7 @@
 // - timeout is long: an answer comes after the commit, and a disk may be slow.
 #include "receiver/launcher/receiver_config.h"
 
+#include <algorithm>
 #include <string_view>
 
 #include "receiver/message/batch_frame.h"
@@ -86,6 +87,18 @@ long long queueLines(SourceKind kind) {
     return kConnectionWindow;
 }
 
+// A text between double quotes: there a backslash makes the next character plain, and two backticks are one, since
+// one begins the name of something that is put in its place.
+std::string quoted(std::string_view text) {
+    std::string result = "\"";
+    for (const char c : text) {
+        if (c == '"' || c == '\\') result += '\\';
+        if (c == '`') result += c;
+        result += c;
+    }
+    return result + '"';
+}
+
 std::string renderNetworkSource(const ReceiverConfig& config, const Source& source) {
     const bool stream = source.kind != SourceKind::kUdp;
     const bool counted = stream && config.octetCounting;
@@ -103,8 +116,8 @@ std::string renderNetworkSource(const ReceiverConfig& config, const Source& sour
     }
     if (counted) text += " trim-large-messages(yes)";
     if (source.kind == SourceKind::kTls) {
-        text += "\n        tls(key-file('" + config.keyFile + "') cert-file('" + config.certificateFile +
-                "') peer-verify(optional-untrusted))";
+        text += "\n        tls(key-file(" + quoted(config.keyFile) + ") cert-file(" +
+                quoted(config.certificateFile) + ") peer-verify(optional-untrusted))";
     }
     return text + ");\n";
 }
@@ -216,12 +229,8 @@ bool isHeldBack(SourceKind kind) noexcept {
 
 bool isConfigurablePath(const std::string& path) noexcept {
     if (path.empty() || path.front() != '/') return false;
-    for (const char c : path) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7f || std::string_view("'\"\\`").find(c) != std::string_view::npos)
-            return false;
-    }
-    return true;
+    return std::none_of(path.begin(), path.end(),
+                        [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; });
 }
 
 std::string renderReceiverConfig(const ReceiverConfig& config) {

@@ -45,8 +45,8 @@ struct ReceiverConfig {
     std::string queueFolder;  ///< where lines lie that were not handed over when the receiver ended
 };
 
-/// Whether a path can stand in a configuration: absolute, and without any character that could end the text
-/// it stands in.
+/// Whether a path can stand in a configuration: absolute and without control characters. What means something else
+/// there, such as a quote, is escaped.
 bool isConfigurablePath(const std::string& path) noexcept;
 
 /// The whole text. The paths must be configurable, the token hexadecimal.

@@ -63,8 +63,7 @@ std::string whatIsWrong(const NetworkSettings& settings, const _SYSLOG_CONF_SETT
     for (const auto& [key, path] : {std::pair("server_ca_key", &record.server_ca_key),
                                     std::pair("server_ca_file", &record.server_ca_file)}) {
         if (!isConfigurablePath(*path)) {
-            return setting(key, *path) +
-                   " must be an absolute path without quotes, backslashes and control characters";
+            return setting(key, *path) + " must be an absolute path without control characters";
         }
     }
     return {};

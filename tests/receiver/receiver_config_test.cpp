@@ -72,8 +72,8 @@ TEST_P(RenderReceiverConfig, IsAcceptedBySyslogNg) {
     ReceiverConfig config = GetParam().config;
     config.queueFolder = folder.path();
     if (!config.keyFile.empty()) {  // which it opens
-        config.keyFile = folder / "key.pem";
-        config.certificateFile = folder / "cert.pem";
+        config.keyFile = folder / "the \"key\"'); it's `HOME` $HOST \\n \\.pem";
+        config.certificateFile = folder / "c\xc3\xa9rt`x\\\"";
         auto openssl = Child::start({"/usr/bin/openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt",
                                      "ec_paramgen_curve:prime256v1", "-nodes", "-subj", "/CN=x", "-keyout",
                                      config.keyFile, "-out", config.certificateFile});
@@ -124,10 +124,10 @@ TEST(RenderHandOverConfig, GoesOnReadingWhatCannotBeHeldBack) {
     EXPECT_THAT(text, Not(HasSubstr("/proc/kmsg")));
 }
 
-TEST(IsConfigurablePath, RefusesWhatCouldEndItsText) {
-    EXPECT_TRUE(isConfigurablePath("/etc/ssl/k\xc3\xa4y (1).pem"));
-    for (const char* const path :
-         {"", "key.pem", "/a'); source s { ", "/a\"b", "/a\nb", "/a\\b", "/a`b`", "/a\x7f"})
+TEST(IsConfigurablePath, RefusesWhatIsNoPathOnOneLine) {
+    for (const char* const path : {"/etc/ssl/k\xc3\xa4y (1).pem", "/a'b", "/a\"b", "/a\\b", "/a`b`"})
+        EXPECT_TRUE(isConfigurablePath(path)) << path;
+    for (const char* const path : {"", "key.pem", "/a\nb", "/a\rb", "/a\x1b[0m", "/a\x7f"})
         EXPECT_FALSE(isConfigurablePath(path)) << path;
     EXPECT_FALSE(isConfigurablePath(std::string("/a\0b", 4)));
 }

@@ -86,17 +86,17 @@ struct Format {
     }
 };
 
-/// Neither quotes nor backslashes: the configuration of a receiver cannot hold them.
+/// What a line of the settings file and the configuration of a receiver can hold.
 bool isPlain(std::string_view text) {
     return text.size() <= kLongestValue && std::none_of(text.begin(), text.end(), [](char c) {
-               return static_cast<unsigned char>(c) < 0x20 || c == 0x7f || c == '"' || c == '\\';
+               return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
            });
 }
 
 template <std::string Record::*kMember>
 struct Path {
     static constexpr const char* kAllowed =
-        "an absolute path or nothing, at most 4095 bytes without quotes, backslashes and control characters";
+        "an absolute path or nothing, at most 4095 bytes without control characters";
     static std::string print(const Record& record) { return record.*kMember; }
     static bool parse(std::string_view text, Record& record) {
         if (!isPlain(text) || (!text.empty() && text.front() != '/')) return false;
@@ -107,7 +107,7 @@ struct Path {
 
 struct Share {
     static constexpr const char* kAllowed =
-        "the name of a share or nothing, without slashes, quotes, backslashes and control characters";
+        "the name of a share or nothing, without slashes and control characters";
     static std::string print(const Record& record) { return record.server_db_loc; }
     static bool parse(std::string_view text, Record& record) {
         if (!isPlain(text) || text.find('/') != std::string_view::npos) return false;
