@@ -28,9 +28,11 @@ int readSockets(const std::string& path, Transport transport, int port, std::vec
     std::string table;
     const int error = readBounded(path, kMostTableBytes, table);
     if (error != 0) return refuse(fromErrno(error), path + ": " + std::strerror(error));
-    const std::optional<std::vector<Inode>> found = socketsOnPort(table, transport, port);
-    if (!found) return refuse(kErrorProgramFailed, path + ": is no table of sockets");
-    sockets.insert(sockets.end(), found->begin(), found->end());
+    const std::optional<std::vector<SocketRow>> rows = readSocketTable(table, transport);
+    if (!rows) return refuse(kErrorProgramFailed, path + ": is no table of sockets");
+    for (const SocketRow& row : *rows) {
+        if (row.localPort == port && takesFromAnybody(row, transport)) sockets.push_back(row.inode);
+    }
     return 0;
 }
 

@@ -17,6 +17,7 @@
 
 #include "linux/common/bounded_file.h"
 #include "linux/common/path_parts.h"
+#include "linux/common/process_sockets.h"
 
 namespace ombrel {
 namespace {
@@ -57,17 +58,6 @@ int processIdOf(std::string_view name) {
     return failure == std::errc() && end == name.data() + name.size() ? id : 0;
 }
 
-/// Of "socket:[12345]".
-std::optional<Inode> socketOf(std::string_view link) {
-    constexpr std::string_view kBefore = "socket:[";
-    if (!link.starts_with(kBefore) || !link.ends_with(']')) return std::nullopt;
-    const std::string_view digits = link.substr(kBefore.size(), link.size() - kBefore.size() - 1);
-    Inode inode = 0;
-    const auto [end, failure] = std::from_chars(digits.data(), digits.data() + digits.size(), inode);
-    if (failure != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
-    return inode;
-}
-
 std::vector<std::string> commandLine(const std::string& process) {
     std::string bytes;
     std::vector<std::string> words;
@@ -89,17 +79,16 @@ struct Hold {
 void lookAt(const std::string& process, int id, const OwnPrograms& own, std::map<Inode, Hold>& holds) {
     std::optional<Holder> holder;  // asked for once, and only of those that hold one
     bool isOwn = false;
-    eachEntry(process + "/fd", [&](const char* name) {
-        const std::optional<Inode> inode = socketOf(linkAt(process + "/fd/" + name));
-        const auto found = inode ? holds.find(*inode) : holds.end();
-        if (found == holds.end()) return;
+    for (const Inode inode : socketsOfProcess(process)) {
+        const auto found = holds.find(inode);
+        if (found == holds.end()) continue;
         if (!holder) {
             holder = Holder{id, linkAt(process + "/exe")};
             isOwn = own.owns(holder->program, commandLine(process));
         }
         if (found->second.first.processId == 0) found->second.first = *holder;
         found->second.isOwn |= isOwn;
-    });
+    }
 }
 
 }  // namespace

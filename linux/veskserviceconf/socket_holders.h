@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "linux/veskserviceconf/socket_table.h"
+#include "linux/common/socket_table.h"
 
 namespace ombrel {
 

@@ -6,10 +6,6 @@
 
 #include <sys/types.h>
 
-#include <cstdint>
-#include <string>
-#include <vector>
-
 #include "receiver/launcher/receiver_config.h"
 
 namespace ombrel {
@@ -30,16 +26,9 @@ PortHolder whoHolds(const Source& source, pid_t process);
 /// Whether this process has bound the port.
 bool hasBound(pid_t process, const Source& source);
 
-/// The inodes of the sockets on that port that take new connections or datagrams, of a table in the form of
-/// /proc/net/tcp (or udp, tcp6, udp6).
-std::vector<unsigned long> boundInTable(const std::string& table, bool udp, std::uint16_t port);
-
 /// What waits in the kernel for somebody to read it: bytes that have come, and connections not yet accepted.
 /// 0 when nothing does, and for a source without a port.
-unsigned long waitingInKernel(const Source& source);
-
-/// Likewise, of a table as above.
-unsigned long waitingInTable(const std::string& table, std::uint16_t port);
+unsigned long long waitingInKernel(const Source& source);
 
 /// The largest receive buffer a program may ask for (net.core.rmem_max); 0 when it is not known.
 long long largestReceiveBuffer();

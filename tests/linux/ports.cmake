@@ -8,10 +8,11 @@ target_link_libraries(declared_ports_test PRIVATE ombrel_flags linux_ports veskc
 gtest_discover_tests(declared_ports_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
 add_executable(service_ports_test
+  process_sockets_test.cpp
   service_ports_test.cpp
   socket_table_test.cpp)
-target_link_libraries(service_ports_test PRIVATE ombrel_flags veskserviceconf_port_objects linux_ports linux_text
-  veskcore GTest::gtest_main GTest::gmock)
+target_link_libraries(service_ports_test PRIVATE ombrel_flags veskserviceconf_port_objects linux_ports linux_sockets
+  linux_text veskcore GTest::gtest_main GTest::gmock)
 gtest_discover_tests(service_ports_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
 
 # The fixed folders are needed, so these run in a private root.
@@ -28,7 +29,7 @@ gtest_discover_tests(firewall_rules_test DISCOVERY_MODE PRE_TEST PROPERTIES LABE
 
 # For the system tests. The port tool shows what only the library's own code can read.
 add_executable(port-tool port_tool.cpp)
-target_link_libraries(port-tool PRIVATE ombrel_flags veskserviceconf_port_objects linux_ports linux_text veskfirewall
-  veskcore)
+target_link_libraries(port-tool PRIVATE ombrel_flags veskserviceconf_port_objects linux_ports linux_sockets linux_text
+  veskfirewall veskcore)
 add_executable(port-echo port_echo.cpp)
 target_link_libraries(port-echo PRIVATE ombrel_flags)

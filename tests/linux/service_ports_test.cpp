@@ -55,7 +55,7 @@ protected:
     void bound(const std::string& table, Inode inode) const {
         std::ofstream(places.processes + "/net/" + table, std::ios::app)
             << " 0: 00000000:0202 00000000:0000 " << (table.starts_with("tcp") ? "0A" : "07") << " 0:0 00:0 0 0 0 "
-            << inode << " 1 0\n";
+            << inode << " 1 0 0\n";
     }
     void process(int id, const std::string& program, const std::vector<Inode>& sockets,
                  const std::string& words = "") const {

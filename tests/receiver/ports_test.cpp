@@ -12,8 +12,11 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "linux/common/fd.h"
 #include "receiver/launcher/log_socket.h"
@@ -23,9 +26,7 @@
 namespace ombrel {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr pid_t kNoProcess = -1;
 
@@ -39,40 +40,82 @@ public:
         address.sin_family = AF_INET;
         socklen_t size = sizeof address;
         const bool bound = ::bind(socket_.get(), reinterpret_cast<const sockaddr*>(&address), size) == 0 &&
-                           (udp || ::listen(socket_.get(), 1) == 0) &&
+                           (udp || ::listen(socket_.get(), 2) == 0) &&
                            ::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size) == 0;
         source = {kind, bound ? ntohs(address.sin_port) : std::uint16_t{0}};
     }
+    [[nodiscard]] int socket() const { return socket_.get(); }
+    void close() { socket_.reset(); }
     Source source;
 
 private:
     Fd socket_;
 };
 
-TEST(BoundInTable, FindsSocketsThatTakeSomething) {
-    const std::string head = "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid\n";
-    const std::string tail = " 00000000:00000000 00:00000000 00000000     0        0 4711 1 0\n";
-    const std::string listening = head + "   0: 00000000:0202 00000000:0000 0A" + tail;
-    EXPECT_THAT(boundInTable(listening, false, 514), ElementsAre(4711));
-    EXPECT_THAT(boundInTable(listening, false, 515), IsEmpty());
-    EXPECT_THAT(boundInTable(listening, true, 514), IsEmpty());
-    const std::string six = head + "   0: 00000000000000000000000000000000:0202 000:0000 07" + tail;
-    EXPECT_THAT(boundInTable(six, true, 514), ElementsAre(4711));
-    const std::string connected = head + "   0: 0100007F:0202 0100007F:C001 01" + tail;
-    EXPECT_THAT(boundInTable(connected, false, 514), IsEmpty());
-    EXPECT_THAT(boundInTable("junk\n:\n", false, 514), IsEmpty());
+// A socket that is connected to the port.
+Fd senderTo(const Source& source) {
+    Fd socket(::socket(AF_INET, (source.kind == SourceKind::kUdp ? SOCK_DGRAM : SOCK_STREAM) | SOCK_CLOEXEC, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(source.port);
+    const auto* const to = reinterpret_cast<const sockaddr*>(&address);
+    return ::connect(socket.get(), to, sizeof address) == 0 ? std::move(socket) : Fd();
 }
 
-TEST(WaitingInTable, SumsWhatHasComeForThePort) {
-    const std::string table =
-        "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when\n"
-        "   0: 00000000:0202 00000000:0000 0A 00000000:00000002 00:00000000\n"
-        "   1: 0100007F:0202 0100007F:C001 01 000000FF:00001000 00:00000000\n"
-        "   2: 0100007F:C001 0100007F:0202 01 00001000:00000500 00:00000000\n";
-    EXPECT_EQ(waitingInTable(table, 514), 0x1002U);
-    EXPECT_EQ(waitingInTable(table, 515), 0U);
-    EXPECT_EQ(waitingInTable("junk\n0: 00000000:0202 x 01\n", 514), 0U);
+// What waits, once it is that much; what it is after 10 s. The kernel may need a moment for what was sent.
+unsigned long long waitingUntil(unsigned long long wanted, const Source& source) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    unsigned long long waiting = waitingInKernel(source);
+    while (waiting != wanted && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+        waiting = waitingInKernel(source);
+    }
+    return waiting;
+}
+
+TEST(WaitingInKernel, IsWhatNobodyHasReadOrAccepted) {
+    const BoundPort port(SourceKind::kTcp);
+    EXPECT_EQ(waitingInKernel(port.source), 0U);
+    const Fd sender = senderTo(port.source);
+    const Fd silent = senderTo(port.source);
+    EXPECT_EQ(waitingUntil(2U, port.source), 2U) << "connections";
+    ASSERT_EQ(::send(sender.get(), "0123456789", 10, 0), 10);
+    EXPECT_EQ(waitingUntil(12U, port.source), 12U);
+    const Fd accepted(::accept4(port.socket(), nullptr, nullptr, SOCK_CLOEXEC));
+    EXPECT_EQ(waitingUntil(11U, port.source), 11U);
+    char text[16];
+    ASSERT_EQ(::recv(accepted.get(), text, sizeof text, 0), 10);
+    ASSERT_EQ(::send(accepted.get(), "answer", 6, 0), 6);
+    EXPECT_EQ(waitingUntil(1U, port.source), 1U) << "what waits at the sender is not counted";
+    EXPECT_EQ(waitingInKernel({SourceKind::kUdp, port.source.port}), 0U);
+}
+
+TEST(WaitingInKernel, IsWhatCameInDatagrams) {
+    const BoundPort port(SourceKind::kUdp);
+    const Fd sender = senderTo(port.source);
+    ASSERT_EQ(::send(sender.get(), "0123456789", 10, 0), 10);
+    char text[16];
+    ASSERT_EQ(::recv(port.socket(), text, sizeof text, MSG_PEEK), 10);
+    EXPECT_GE(waitingInKernel(port.source), 10U) << "the kernel counts what they take";
+    ASSERT_EQ(::recv(port.socket(), text, sizeof text, 0), 10);
+    EXPECT_EQ(waitingUntil(0, port.source), 0U);
+}
+
+TEST(WaitingInKernel, IsNothingWithoutAPort) {
     EXPECT_EQ(waitingInKernel({SourceKind::kJournal}), 0U);
+}
+
+TEST(HasBound, LeavesOutConnections) {
+    BoundPort port(SourceKind::kTcp);
+    const Fd sender = senderTo(port.source);
+    const Fd accepted(::accept4(port.socket(), nullptr, nullptr, SOCK_CLOEXEC));
+    ASSERT_TRUE(accepted);
+    EXPECT_TRUE(hasBound(::getpid(), port.source));
+    EXPECT_FALSE(hasBound(::getpid(), {SourceKind::kUdp, port.source.port}));
+    port.close();
+    EXPECT_EQ(whoHolds(port.source, ::getpid()), PortHolder::kNobody);
+    EXPECT_FALSE(hasBound(::getpid(), port.source));
 }
 
 TEST(TryToBind, FailsForAPortThatIsTaken) {
