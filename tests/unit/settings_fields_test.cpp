@@ -136,24 +136,21 @@ INSTANTIATE_TEST_SUITE_P(
         ValueCase{"Zip", "arch_fmt", "zip", false}, ValueCase{"NoFormat", "arch_fmt", "", false}),
     CaseName());
 
-INSTANTIATE_TEST_SUITE_P(Texts, SettingsValue,
-                         ::testing::Values(ValueCase{"Path", "arch_dest", "/srv/my logs=x", true},
-                                           ValueCase{"NoPath", "server_ca_key", "", true},
-                                           ValueCase{"Umlaut", "server_db_path", "/srv/\xc3\xa4", true},
-                                           ValueCase{"Relative", "arch_dest", "logs", false},
-                                           ValueCase{"LineBreak", "server_ca_file", "/a\nserver_port=\"1\"",
-                                                     false},
-                                           ValueCase{"CarriageReturn", "server_ca_file", "/a\r", false},
-                                           ValueCase{"Escape", "arch_dest", "/a\x1b[2J", false},
-                                           ValueCase{"Delete", "arch_dest", "/a\x7f", false},
-                                           ValueCase{"Quote", "server_ca_key", "/a\"b", true},
-                                           ValueCase{"Backslash", "server_ca_key", "/a\\b", true},
-                                           ValueCase{"Longest", "arch_dest", "/" + std::string(4094, 'x'), true},
-                                           ValueCase{"TooLong", "arch_dest", "/" + std::string(4095, 'x'), false},
-                                           ValueCase{"Share", "server_db_loc", "my share", true},
-                                           ValueCase{"NoShare", "server_db_loc", "", true},
-                                           ValueCase{"ShareWithSlash", "server_db_loc", "../etc", false}),
-                         CaseName());
+INSTANTIATE_TEST_SUITE_P(
+    Texts, SettingsValue,
+    ::testing::Values(
+        ValueCase{"Path", "arch_dest", "/srv/my logs=x", true}, ValueCase{"NoPath", "server_ca_key", "", true},
+        ValueCase{"Umlaut", "server_db_path", "/srv/\xc3\xa4", true},
+        ValueCase{"Relative", "arch_dest", "logs", false},
+        ValueCase{"LineBreak", "server_ca_file", "/a\nserver_port=\"1\"", false},
+        ValueCase{"CarriageReturn", "server_ca_file", "/a\r", false},
+        ValueCase{"Escape", "arch_dest", "/a\x1b[2J", false}, ValueCase{"Delete", "arch_dest", "/a\x7f", false},
+        ValueCase{"Quote", "server_ca_key", "/a\"b", true}, ValueCase{"Backslash", "server_ca_key", "/a\\b", true},
+        ValueCase{"Longest", "arch_dest", "/" + std::string(4094, 'x'), true},
+        ValueCase{"TooLong", "arch_dest", "/" + std::string(4095, 'x'), false},
+        ValueCase{"Share", "server_db_loc", "my share", true}, ValueCase{"NoShare", "server_db_loc", "", true},
+        ValueCase{"ShareWithSlash", "server_db_loc", "../etc", false}),
+    CaseName());
 
 struct WordsCase {
     std::string name;
