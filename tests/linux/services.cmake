@@ -76,7 +76,7 @@ target_link_libraries(vesksdk_private_test PRIVATE ombrel_flags vesksdk veskserv
 ombrel_private_test(vesksdk unit vesksdk_private_test)
 
 add_test(NAME private_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/private_root_test.sh)
-set_tests_properties(private_root PROPERTIES LABELS system SKIP_RETURN_CODE 77 TIMEOUT 240)
+set_tests_properties(private_root PROPERTIES LABELS system SKIP_RETURN_CODE 77 TIMEOUT 240 COST 500)
 
 add_test(NAME systemd_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/systemd_root_test.sh)
 set_tests_properties(systemd_root PROPERTIES LABELS system SKIP_RETURN_CODE 77 TIMEOUT 240 RUN_SERIAL ON)
