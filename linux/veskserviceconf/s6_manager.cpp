@@ -81,11 +81,11 @@ bool S6Manager::knows(const std::string& job) const {
 }
 
 int S6Manager::query(const std::string& folder, State& state) const {
-    const ProgramResult status = runProgram({kStatus, "-o", "up,ready,pid", folder}, kShort);
+    const ProgramResult status = runProgram({kStatus, "-o", "up,ready,wantedup,pid", folder}, kShort);
     if (status.error != 0) return status.error;
     if (status.exitCode == 1) return 0;  // no supervisor
     std::istringstream words(status.output);
-    if (status.exitCode != 0 || !(words >> std::boolalpha >> state.up >> state.ready >> state.pid))
+    if (status.exitCode != 0 || !(words >> std::boolalpha >> state.up >> state.ready >> state.wanted >> state.pid))
         return kErrorProgramFailed;
     state.supervised = true;
     return 0;
@@ -104,6 +104,16 @@ int S6Manager::bringUp(const std::string& folder, Deadline deadline) {
     if (end.error() != 0) return end.error();
     // The listener says 1 when its time is over, just before s6-svwait would.
     return end.exitCode() == 0 ? kErrorProgramFailed : kErrorTimeout;
+}
+
+/// Of a job that is not up: its finish script may still be at work, and that it ends is not to be taken for the
+/// end of the run to come. Meanwhile the supervisor may have started the job by itself.
+int S6Manager::awaitEndOfLastRun(const std::string& folder, Deadline deadline) {
+    const std::string longest = remaining(deadline);
+    ChildProcess down({kWait, "-D", "-t", longest, folder});
+    ChildProcess ready({kWait, "-U", "-t", longest, folder});
+    if (!ChildProcess::awaitAny({&down, &ready}, deadline + kGrace)) return kErrorTimeout;
+    return ready.ended() || ready.error() != 0 ? codeOf(ready) : codeOf(down);
 }
 
 int S6Manager::takeDown(const std::string& folder, Deadline deadline) {
@@ -134,7 +144,9 @@ int S6Manager::start(const std::string& job) {
     if (code == 0) code = removeDownFile(folder);
     if (code != 0) return fail(code);
     if (state.up && state.ready) return 0;
-    code = bringUp(folder, deadlineIn(longest_));
+    const Deadline deadline = deadlineIn(longest_);
+    if (!state.up) code = awaitEndOfLastRun(folder, deadline);
+    if (code == 0) code = bringUp(folder, deadline);
     if (code != 0) {
         (void)makeDownFile(folder);  // the failed start is what the caller has to know
         (void)takeDown(folder, deadlineIn(longest_));
@@ -160,9 +172,10 @@ int S6Manager::restart(const std::string& job) {
     int code = query(folder, state);
     if (code == 0 && !state.supervised) code = fromErrno(ECONNREFUSED);
     if (code != 0) return fail(code);
-    if (!state.up) return start(job);
+    // One that has just ended and is about to be started again is no stopped one.
+    if (!state.up && !state.wanted) return start(job);
     code = removeDownFile(folder);
-    if (code == 0) code = endForRestart(folder, state, deadline);
+    if (code == 0) code = state.up ? endForRestart(folder, state, deadline) : awaitEndOfLastRun(folder, deadline);
     if (code == 0) code = bringUp(folder, deadline);
     return report(code);
 }

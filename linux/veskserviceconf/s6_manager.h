@@ -29,6 +29,7 @@ private:
         bool supervised = false;
         bool up = false;
         bool ready = false;
+        bool wanted = false;  ///< up, and started again when it has ended
         std::string pid;
     };
 
@@ -37,6 +38,7 @@ private:
     // Codes of error_record.h, 0 for success.
     int query(const std::string& folder, State& state) const;
     static int bringUp(const std::string& folder, Deadline deadline);
+    static int awaitEndOfLastRun(const std::string& folder, Deadline deadline);
     static int takeDown(const std::string& folder, Deadline deadline);
     int endForRestart(const std::string& folder, const State& before, Deadline deadline) const;
 

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include "linux/common/error_record.h"
 #include "tests/linux/real_jobs.h"
@@ -113,6 +114,54 @@ TEST_F(S6Jobs, ThatAreStoppedAreStartedByARestart) {
     make("job", JobKind::kReadyAtOnce);
     S6Manager jobs = manager();
     EXPECT_EQ(jobs.restart("job"), 0);
+    EXPECT_TRUE(jobs.isRunning("job"));
+    EXPECT_FALSE(isOff("job"));
+}
+
+/// A job that was killed and whose finish script is still at work.
+class S6JobsThatHaveJustEnded : public S6Jobs {
+protected:
+    void SetUp() override {
+        S6Jobs::SetUp();
+        if (IsSkipped()) return;
+        make("job", JobKind::kReadyAtOnce);
+        ASSERT_EQ(manager().start("job"), 0);
+        for (const char* const fifo : {"/reached", "/goOn"})
+            ASSERT_EQ(::mkfifo((folder + fifo).c_str(), 0600), 0);
+        const std::string finish = folder + "/scan/job/finish";
+        std::ofstream(finish) << "#!/bin/sh\necho >" << folder << "/reached\nread -r _ <" << folder << "/goOn\n";
+        ASSERT_EQ(::chmod(finish.c_str(), 0755), 0);
+        ASSERT_EQ(::kill(std::stoi(pidOf("job")), SIGKILL), 0);
+        std::ifstream reached(folder + "/reached");
+        std::string line;
+        std::getline(reached, line);
+        // The manager has to find it at work.
+        release_ = std::thread([this] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            std::ofstream(folder + "/goOn") << "\n";
+        });
+    }
+    void TearDown() override {
+        if (release_.joinable()) release_.join();
+        std::error_code ignored;
+        fs::remove(folder + "/scan/job/finish", ignored);  // nobody would release the next one
+        S6Jobs::TearDown();
+    }
+
+private:
+    std::thread release_;
+};
+
+TEST_F(S6JobsThatHaveJustEnded, AreReadyAfterARestart) {
+    S6Manager jobs = manager();
+    EXPECT_EQ(jobs.restart("job"), 0);
+    EXPECT_TRUE(jobs.isRunning("job"));
+    EXPECT_FALSE(isOff("job"));
+}
+
+TEST_F(S6JobsThatHaveJustEnded, AreReadyAfterAStart) {
+    S6Manager jobs = manager();
+    EXPECT_EQ(jobs.start("job"), 0);
     EXPECT_TRUE(jobs.isRunning("job"));
     EXPECT_FALSE(isOff("job"));
 }
