@@ -2,25 +2,19 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "linux/common/declared_ports.h"
 
-#include <dirent.h>
-
 #include <algorithm>
-#include <memory>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "linux/common/bounded_file.h"
 #include "linux/common/error_record.h"
+#include "linux/common/folder_stream.h"
 #include "linux/common/path_parts.h"
 #include "linux/common/text_escape.h"
 #include "linux/veskcore/settings_line.h"
 
 namespace ombrel {
 namespace {
-
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }  // it was only read
-};
 
 using Keys = std::unordered_map<std::string_view, std::string_view>;
 
@@ -67,7 +61,7 @@ int takeSection(const std::string& path, std::string_view section, const Keys& k
 
 /// The names of the declaration files; an errno when the folder cannot be read.
 int fileNames(const std::string& folder, std::vector<std::string>& names) {
-    const std::unique_ptr<DIR, FolderClose> open(::opendir(folder.c_str()));
+    const FolderStream open(::opendir(folder.c_str()));
     if (!open) return errno == ENOENT ? 0 : errno;
     for (;;) {
         errno = 0;

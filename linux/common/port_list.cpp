@@ -5,17 +5,12 @@
 #include <algorithm>
 #include <charconv>
 
+#include "linux/common/trimmed.h"
+
 namespace ombrel {
 namespace {
 
 constexpr int kLastPort = 65535;
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view kBlanks = " \t";
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 /// Hands every item between commas to `take`, until that returns false. False when it did, or when there are
 /// too many of them.

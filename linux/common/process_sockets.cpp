@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "linux/common/process_sockets.h"
+#include "linux/common/folder_stream.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <charconv>
-#include <memory>
 #include <optional>
 #include <string_view>
 
 namespace ombrel {
 namespace {
-
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }  // it was only read
-};
 
 /// Of "socket:[12345]".
 std::optional<Inode> socketOf(std::string_view link) {
@@ -32,7 +27,7 @@ std::optional<Inode> socketOf(std::string_view link) {
 
 std::set<Inode> socketsOfProcess(const std::string& process) {
     std::set<Inode> sockets;
-    const std::unique_ptr<DIR, FolderClose> folder(::opendir((process + "/fd").c_str()));
+    const FolderStream folder(::opendir((process + "/fd").c_str()));
     if (!folder) return sockets;
     while (const dirent* entry = ::readdir(folder.get())) {
         char target[64];  // what is cut off is no socket

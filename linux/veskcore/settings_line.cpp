@@ -2,18 +2,13 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "linux/veskcore/settings_line.h"
 
+#include "linux/common/trimmed.h"
+
 namespace ombrel {
 namespace {
 
-constexpr std::string_view kBlanks = " \t\r\n\v\f";
 constexpr std::string_view kLineBreaks{"\r\n\0", 3};  // a NUL would end the text for every C reader
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-
-std::string_view trimmed(std::string_view text) {
-    const std::size_t first = text.find_first_not_of(kBlanks);
-    if (first == std::string_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 /// `text` is trimmed. A quote that is never closed is passed over.
 std::string_view withoutQuotes(std::string_view text) {

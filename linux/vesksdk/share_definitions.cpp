@@ -7,16 +7,11 @@
 #include <cwctype>
 #include <optional>
 
+#include "linux/common/trimmed.h"
+
 namespace ombrel {
 
 namespace {
-
-std::string_view trimmed(std::string_view text) {
-    constexpr std::string_view kBlank = " \t\r";
-    const std::size_t begin = text.find_first_not_of(kBlank);
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(kBlank) - begin + 1);
-}
 
 /// Calls `take` with every line of the text, without blanks at either end.
 template <typename Take>

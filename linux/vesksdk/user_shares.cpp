@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "linux/vesksdk/user_shares.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -10,9 +9,9 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <memory>
 
 #include "linux/common/fd.h"
+#include "linux/common/folder_stream.h"
 
 namespace ombrel {
 
@@ -21,10 +20,7 @@ namespace {
 constexpr std::size_t kMaxFileSize = std::size_t{10} * 1024;  // Samba reads no larger ones
 constexpr mode_t kSticky = S_ISVTX;
 
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }
-};
-using Folder = std::unique_ptr<DIR, FolderClose>;
+using Folder = FolderStream;
 
 std::string parameter(const ShareDefinitions& definitions, std::string_view name) {
     const auto found = definitions.global.find(name);

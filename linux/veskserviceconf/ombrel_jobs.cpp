@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // ombrel-jobs: makes the service folders or the units of the job definitions.
-#include <dirent.h>
 #include <getopt.h>
 #include <sysexits.h>
 #include <systemd/sd-daemon.h>
@@ -14,8 +13,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
 
+#include "linux/common/folder_stream.h"
 #include "linux/veskserviceconf/job_definition.h"
 #include "linux/veskserviceconf/job_places.h"
 #include "linux/veskserviceconf/s6_service_folder.h"
@@ -91,10 +90,6 @@ int complain(int exitCode, const std::string& what, const std::string& why, cons
     return exitCode;
 }
 
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }
-};
-
 /// Reads NAME.job into `jobs`.
 int readJob(const std::string& path, const std::string& name, std::vector<JobDefinition>& jobs) {
     std::ifstream file(path, std::ios::binary);
@@ -110,7 +105,7 @@ int readJob(const std::string& path, const std::string& name, std::vector<JobDef
 
 int readJobs(const std::string& path, std::vector<JobDefinition>& jobs) {
     constexpr std::string_view kSuffix = ".job";
-    const std::unique_ptr<DIR, FolderClose> folder(::opendir(path.c_str()));
+    const FolderStream folder(::opendir(path.c_str()));
     if (!folder) return complain(EX_NOINPUT, path, std::strerror(errno), "name the folder with --jobs");
     while (const dirent* entry = ::readdir(folder.get())) {
         const std::string_view name = entry->d_name;

@@ -5,9 +5,7 @@
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <string_view>
 
 #include "linux/common/error_record.h"
 #include "linux/veskserviceconf/job_places.h"
@@ -15,14 +13,6 @@
 #include "linux/veskserviceconf/systemd_manager.h"
 
 namespace ombrel {
-
-bool isJobName(const char* name) {
-    constexpr std::size_t kLongest = 200;
-    constexpr std::string_view kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._-";
-    const std::string_view text = name != nullptr ? name : "";
-    return !text.empty() && text.size() <= kLongest && text.front() != '.' &&
-           text.find_first_not_of(kAllowed) == std::string_view::npos;
-}
 
 std::unique_ptr<ServiceManager> makeServiceManager() {
     if (::sd_booted() > 0) return std::make_unique<SystemdManager>();

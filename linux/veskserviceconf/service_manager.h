@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "linux/common/job_name.h"
+
 namespace ombrel {
 
 /// Every operation returns 0, or -1 with the reason in the error record: kErrorNotFound for a job that the
@@ -31,9 +33,6 @@ public:
     virtual int reload(const std::string& job) = 0;
     virtual bool isRunning(const std::string& job) = 0;
 };
-
-/// Letters, digits, ".", "_", "-"; at most 200 characters, no leading dot: a name that is no path.
-bool isJobName(const char* name);
 
 /// The manager of this machine: systemd where the machine was booted by it, else s6 where it has a scan folder.
 /// Null, with the reason in the error record, when there is none that we know.

@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "linux/veskserviceconf/socket_holders.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include <string_view>
 
 #include "linux/common/bounded_file.h"
+#include "linux/common/folder_stream.h"
 #include "linux/common/path_parts.h"
 #include "linux/common/process_sockets.h"
 
@@ -24,16 +24,13 @@ namespace {
 
 constexpr std::size_t kMostCommandLine = 1 << 20;
 
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }  // it was only read
-};
 struct Free {
     void operator()(char* text) const noexcept { std::free(text); }
 };
 
 /// Hands over the names in a folder; none where it cannot be read.
 void eachEntry(const std::string& path, const std::function<void(const char*)>& take) {
-    const std::unique_ptr<DIR, FolderClose> folder(::opendir(path.c_str()));
+    const FolderStream folder(::opendir(path.c_str()));
     if (!folder) return;
     while (const dirent* entry = ::readdir(folder.get())) {
         if (entry->d_name[0] != '.') take(entry->d_name);

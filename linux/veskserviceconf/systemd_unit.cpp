@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "linux/veskserviceconf/systemd_unit.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,10 +9,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <memory>
 #include <string_view>
 
 #include "linux/common/error_record.h"
+#include "linux/common/folder_stream.h"
 #include "linux/veskcore/atomic_write.h"
 #include "linux/veskcore/folder_lock.h"
 #include "linux/veskserviceconf/job_places.h"
@@ -79,13 +78,9 @@ std::string firstLineOf(const std::string& path) {
     return line;
 }
 
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }
-};
-
 /// The names of the units of a folder that were made from definitions of `jobFolder`.
 int findUnits(const std::string& jobFolder, const std::string& unitFolder, std::vector<std::string>& names) {
-    const std::unique_ptr<DIR, FolderClose> folder(::opendir(unitFolder.c_str()));
+    const FolderStream folder(::opendir(unitFolder.c_str()));
     if (!folder) return fail(fromErrno(errno));
     while (const dirent* entry = ::readdir(folder.get())) {
         const std::string file = entry->d_name;

@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "receiver/launcher/goodbye.h"
 
-#include <dirent.h>
 #include <linux/filter.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -10,19 +9,15 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "linux/common/fd.h"
+#include "linux/common/folder_stream.h"
 
 namespace ombrel {
 
 namespace {
-
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }
-};
 
 int option(const Fd& socket, int name) {
     int value = -1;
@@ -49,8 +44,7 @@ void passOverAttempts(const Fd& listener) {
 /// Copies of the sockets of a process on that port.
 std::vector<Fd> socketsOn(const Child& process, std::uint16_t port) {
     std::vector<Fd> sockets;
-    const std::unique_ptr<DIR, FolderClose> folder(
-        ::opendir(("/proc/" + std::to_string(process.pid()) + "/fd").c_str()));
+    const FolderStream folder(::opendir(("/proc/" + std::to_string(process.pid()) + "/fd").c_str()));
     if (!folder) return sockets;
     while (const dirent* const entry = ::readdir(folder.get())) {
         if (entry->d_name[0] == '.') continue;

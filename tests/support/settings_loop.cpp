@@ -4,27 +4,22 @@
 // Applies many changes of the settings from one process, each a whole record, and fails when one fails or when the
 // process has more descriptors after them than after the first.
 //   settings-loop COUNT bsd|ietf PORT PORT     the port of the receiver is the one and the other in turn
-#include <dirent.h>
 #include <sysexits.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <string_view>
 
+#include "linux/common/folder_stream.h"
 #include "ombrel/ombrel.h"
 
 namespace {
 
 constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
 
-struct FolderClose {
-    void operator()(DIR* folder) const noexcept { (void)::closedir(folder); }
-};
-
 int countDescriptors() {
-    const std::unique_ptr<DIR, FolderClose> folder(::opendir("/proc/self/fd"));
+    const ombrel::FolderStream folder(::opendir("/proc/self/fd"));
     int count = 0;
     while (folder && ::readdir(folder.get()) != nullptr)
         ++count;

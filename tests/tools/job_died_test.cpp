@@ -67,7 +67,7 @@ INSTANTIATE_TEST_SUITE_P(
         Words{"NameWithLeadingDot", {".a", "1", "0"}, nullptr},
         Words{"NameLikeAnOption", {"-a", "1", "0"}, nullptr}, Words{"NameWithBlank", {"a b", "1", "0"}, nullptr},
         Words{"NameWithEscape", {"a\x1b[2J", "1", "0"}, nullptr},
-        Words{"LongName", {std::string(129, 'a'), "1", "0"}, nullptr},
+        Words{"LongName", {std::string(201, 'a'), "1", "0"}, nullptr},
         Words{"ExitCodeTooLarge", {"a", "256", "0"}, nullptr}, Words{"ExitCodeIsText", {"a", "1x", "0"}, nullptr},
         Words{"EmptyExitCode", {"a", "", "0"}, nullptr},
         Words{"UnknownSignal", {"a", "-1", "SIGNOTHING"}, nullptr},

@@ -5,6 +5,7 @@
 // they stand and as they are wanted, and what is left of it afterwards.
 #pragma once
 
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <utility>
@@ -38,6 +39,13 @@ inline Lines joined(std::initializer_list<Lines> parts) {
         all.insert(all.end(), part.begin(), part.end());
     return all;
 }
+
+/// A change of one field, and whether an update takes it for one.
+struct Change {
+    std::string name;
+    std::function<void(_SYSLOG_CONF_SETTINGS_tag&)> make;
+    bool applied;
+};
 
 /// The calls that bring a job up that has been stopped for the update.
 inline Lines startAgain(const std::string& job) {

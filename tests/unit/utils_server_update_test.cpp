@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // Applying a change of the receiver settings.
-#include <functional>
 
 #include "tests/unit/settings_update_test.h"
 
@@ -77,12 +76,6 @@ TEST_F(ServerUpdate, ChangesNeitherRecord) {
     EXPECT_EQ(wanted.server_port, 1514);
     EXPECT_EQ(wanted.bsd_enable, 0);
 }
-
-struct Change {
-    std::string name;
-    std::function<void(Record&)> make;
-    bool applied;
-};
 
 class ServerChange : public SettingsUpdateTest, public ::testing::WithParamInterface<Change> {};
 

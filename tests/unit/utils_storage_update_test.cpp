@@ -75,12 +75,6 @@ TEST_F(StorageUpdate, OfEqualRecordsLoadsTheArchiverAndDoesNothingElse) {
     EXPECT_EQ(platform.calls.lines(), construction);
 }
 
-struct Change {
-    std::string name;
-    std::function<void(Record&)> make;
-    bool applied;
-};
-
 class StorageChange : public SettingsUpdateTest, public ::testing::WithParamInterface<Change> {};
 
 TEST_P(StorageChange, IsOneOrNone) {

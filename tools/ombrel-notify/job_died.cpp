@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "linux/common/fd.h"
+#include "linux/common/job_name.h"
 #include "linux/common/write_all.h"
 #include "tools/ombrel-notify/boot_clock.h"
 #include "tools/ombrel-notify/complaints.h"
@@ -29,13 +30,6 @@ namespace ombrel {
 namespace {
 
 constexpr long long kQuietSeconds = 60;
-
-bool isJobName(std::string_view name) {
-    constexpr std::size_t kLongest = 128;
-    constexpr std::string_view kAllowed = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.@";
-    return !name.empty() && name.size() <= kLongest && name.front() != '.' && name.front() != '-' &&
-           name.find_first_not_of(kAllowed) == std::string_view::npos;
-}
 
 std::optional<int> readNumber(std::string_view word, int least, int most) {
     int value = 0;
