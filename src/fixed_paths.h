@@ -5,6 +5,7 @@
 #pragma once
 
 inline constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
+inline constexpr const char* kRuleFile = "/var/packages/Ombrel/target/service/conf/custrule.conf";
 inline constexpr const char* kEnabledJobsFile = "/var/packages/Ombrel/target/service/conf/enable_services";
 inline constexpr const char* kPortFile = "/usr/local/etc/services.d/vesk_syslog.sc";
 inline constexpr const char* kPostProcessTool = "/var/packages/Ombrel/target/tool/vesksyslogpostproc";

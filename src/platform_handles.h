@@ -46,6 +46,11 @@ struct ComposedFree {
 using PortInfo = std::unique_ptr<VESK_PORT_INFO, ComposedFree>;
 using SectionInfo = std::unique_ptr<VESK_SECTION_INFO, ComposedFree>;
 
+struct ServicePortsFree {
+    void operator()(VESK_SERVICE_PORTS* ports) const noexcept { VESKServiceConfPortsFree(ports); }
+};
+using ServicePorts = std::unique_ptr<VESK_SERVICE_PORTS, ServicePortsFree>;
+
 /// Hands `handle` to a call that takes a pointer to it and may replace it; owns whatever comes back,
 /// also after a failure.
 template <typename Owner, typename Call>

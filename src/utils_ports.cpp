@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "ombrel/utils.h"
+#include "src/failed_call.h"
 #include "src/fixed_paths.h"
 #include "src/platform_handles.h"
 #include "src/settings_keys.h"
@@ -16,6 +17,7 @@ namespace {
 
 using ombrel::Hash;
 using ombrel::lend;
+using ombrel::logFailedCall;
 using ombrel::PortInfo;
 using ombrel::SectionInfo;
 
@@ -68,22 +70,16 @@ int VESKOmbrelPortRegister(const std::string& name, int port, SYSLOG_TRANSMISSIO
                            const std::string& description) {
     PortInfo portInfo;
     if (composePort(port, mode, portInfo) == -1) {
-        syslog(LOG_ERR, "%s:%d Fail to compose port info[0x%04X %s:%d]", kUnit, 414,
-               static_cast<unsigned int>(VLIBCErrGet()), VLIBCErrorGetFile(), VLIBCErrorGetLine());
-        return -1;
+        return logFailedCall("%s:%d Fail to compose port info[0x%04X %s:%d]", kUnit, 414);
     }
     VESK_SECTION_REQUEST request = sectionRequest(name);
     SectionInfo sectionInfo;
     if (composeSection(name, description, portInfo, sectionInfo) == -1) {
-        syslog(LOG_ERR, "%s:%d Fail to compose section info[0x%04X %s:%d]", kUnit, 435,
-               static_cast<unsigned int>(VLIBCErrGet()), VLIBCErrorGetFile(), VLIBCErrorGetLine());
-        return -1;
+        return logFailedCall("%s:%d Fail to compose section info[0x%04X %s:%d]", kUnit, 435);
     }
     request.action = kActionSet;
     if (VLIBServiceConfSectionSet(&request, sectionInfo.get()) < 0) {
-        syslog(LOG_ERR, "%s:%d Fail to create port section (%s)[0x%04X %s:%d]", kUnit, 443, kFileName,
-               static_cast<unsigned int>(VLIBCErrGet()), VLIBCErrorGetFile(), VLIBCErrorGetLine());
-        return -1;
+        return logFailedCall("%s:%d Fail to create port section (%s)[0x%04X %s:%d]", kUnit, 443, kFileName);
     }
     return 0;
 }
@@ -102,9 +98,8 @@ int VESKOmbrelPortUnregister(const std::string& name) {
     if (found == 0) return 0;
     // A file that cannot be read may hold the section, so it is removed after an error as well.
     if (VLIBServiceConfSectionRemove(&request) < 0) {
-        syslog(LOG_ERR, "%s:%d Fail to remove port section! (%s), retVal=%d[0x%04X %s:%d]", kUnit, 480, kFileName,
-               found, static_cast<unsigned int>(VLIBCErrGet()), VLIBCErrorGetFile(), VLIBCErrorGetLine());
-        return -1;
+        return logFailedCall("%s:%d Fail to remove port section! (%s), retVal=%d[0x%04X %s:%d]", kUnit, 480,
+                             kFileName, found);
     }
     return 0;
 }

@@ -26,7 +26,8 @@ static_assert(SYSLOG_TRANSMISSION_TCP == 0 && SYSLOG_TRANSMISSION_UDP == 1);
 static_assert(kIsBasedOn<__SYSLOG_SERVICE_ENABLE_CMD_tag, int>);
 static_assert(SYSLOG_SERVICE_START == 0 && SYSLOG_SERVICE_STOP == 1);
 static_assert(SYSLOG_SERVICE_RESTART == 2 && SYSLOG_SERVICE_RELOAD == 3);
-static_assert(kIsBasedOn<_CUSTOMIZED_RULE_CMD_tag, int> && CUSTOMIZED_RULE_ENABLE == 0);
+static_assert(kIsBasedOn<_CUSTOMIZED_RULE_CMD_tag, int>);
+static_assert(CUSTOMIZED_RULE_ENABLE == 0 && CUSTOMIZED_RULE_DISABLE == 1);
 static_assert(kIsBasedOn<_SYSLOG_DB_PRIORITY_tag, int> && kIsBasedOn<_SYSLOG_EXTKEY_TB_TYPE_tag, int>);
 
 template <typename Class>
@@ -163,6 +164,19 @@ TEST_F(Interface, AWorkingDatabaseIsThreeTexts) {
     EXPECT_EQ(db.strDevice, "device");
     EXPECT_EQ(db.strDBName, "name");
     EXPECT_EQ(db.strDBPath, "path");
+}
+
+TEST_F(Interface, ARuleHasItsFieldsInThisOrder) {
+    const Rule rule;
+    const auto& [name, format, protocol, port, ssl, enable] = rule;
+    expectSame(name, rule.name);
+    expectSame(format, rule.format);
+    expectSame(protocol, rule.protocol);
+    expectSame(port, rule.port);
+    expectSame(ssl, rule.ssl);
+    expectSame(enable, rule.enable);
+    static_assert(kAreInts<decltype(rule.port)> && std::is_aggregate_v<Rule>);
+    static_assert(std::is_same_v<decltype(rule.ssl), bool> && std::is_same_v<decltype(rule.enable), bool>);
 }
 
 TEST_F(Interface, TheClassesHaveTheirMembersInThisOrder) {
