@@ -7,9 +7,12 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "linux/common/fd.h"
 #include "receiver/launcher/child.h"
@@ -20,6 +23,10 @@ namespace ombrel {
 namespace {
 
 constexpr std::chrono::seconds kSyntaxCheck{20};
+// What syslog-ng allows itself when it is not told.
+constexpr std::size_t kDescriptors = 4096;
+// The head of one of syslog-ng's disk-buffer files.
+constexpr std::uintmax_t kEmptyQueueFile = 4096;
 
 std::string nextOf(const ReceiverFiles& files) {
     return files.configuration + ".new";
@@ -54,15 +61,24 @@ ReceiverFiles::ReceiverFiles(const std::string& runFolder, const std::string& na
 }
 
 std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
-                                         const std::string& configuration) {
+                                         const std::string& configuration, std::size_t listeners) {
     return {program,
             "--foreground",
             "--stderr",
             "--no-caps",
+            "--fd-limit=" + std::to_string(kDescriptors + listeners),
             "--cfgfile=" + configuration,
             "--control=" + files.control,
             "--persist-file=" + files.persist,
             "--pidfile=" + files.pid};
+}
+
+bool hasLinesLeft(const ReceiverFiles& files) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(files.folder, error)) {
+        if (entry.path().extension() == ".qf" && entry.file_size(error) > kEmptyQueueFile && !error) return true;
+    }
+    return false;
 }
 
 bool writeConfiguration(const ReceiverFiles& files, const std::string& text) {
@@ -73,7 +89,7 @@ int writeCheckedConfiguration(const std::string& syslogNg, const ReceiverFiles& 
     // It has been in use: senders find nobody while it is looked at.
     if (holds(files.configuration, text)) return EX_OK;
     if (!writeNext(files, text)) return failErrno(EX_CANTCREAT, "cannot write " + nextOf(files));
-    std::vector<std::string> words = syslogNgCommand(syslogNg, files, nextOf(files));
+    std::vector<std::string> words = syslogNgCommand(syslogNg, files, nextOf(files), 0);
     words.emplace_back("--syntax-only");
     auto check = Child::start(std::move(words));
     if (!check) return failErrno(EX_OSERR, "cannot run " + syslogNg);

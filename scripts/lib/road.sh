@@ -46,6 +46,15 @@ start_jobs() {
   for job in pkg-Ombrel-syslog pkg-Ombrel-bsd pkg-Ombrel-ietf; do "$OMBREL" job start $job || die "$job does not start"; done
 }
 
+# The ports that the firewall lets in, ranges in one: "tcp 22", "udp 6514-6520", each on a line.
+opened_ports() {
+  local protocol
+  for protocol in tcp udp; do
+    nft list set inet ombrel open_$protocol | tr -d '\n\t' | sed -n 's/.*elements = {\([^}]*\)}.*/\1/p' |
+      tr ',' '\n' | awk -v protocol=$protocol 'NF > 0 { print protocol, $1 }'
+  done
+}
+
 # Datagrams that the kernel had no room for since this machine (network namespace) began.
 udp_dropped() {
   awk '/^Udp: [0-9]/ { print $6 + 0 }' /proc/net/snmp
@@ -64,7 +73,9 @@ udp_waiting() {
 # Lines that the receivers hold for the log writer; one that does not run holds none.
 receiver_queued() {
   local name
-  for name in $RECEIVERS; do syslog-ng-ctl stats --control=$PACKAGE/service/run/$name/control 2>/dev/null || true; done |
+  for name in $RECEIVERS custrule; do
+    syslog-ng-ctl stats --control=$PACKAGE/service/run/$name/control 2>/dev/null || true
+  done |
     awk -F ';' '$1 ~ /^dst/ && $5 == "queued" { sum += $6 } END { print sum + 0 }'
 }
 
@@ -83,5 +94,7 @@ await_handed_over() {
 stop_jobs() {
   local job
   await_handed_over
+  ! "$OMBREL" job status pkg-Ombrel-custrule >/dev/null || "$OMBREL" job stop pkg-Ombrel-custrule ||
+    die "pkg-Ombrel-custrule does not stop"
   for job in pkg-Ombrel-bsd pkg-Ombrel-ietf pkg-Ombrel-syslog; do "$OMBREL" job stop $job || die "$job does not stop"; done
 }
