@@ -23,12 +23,6 @@ std::optional<int> takePriority(TextCursor& text) noexcept {
     return value;
 }
 
-std::string_view withoutLineEnds(std::string_view text) noexcept {
-    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
-        text.remove_suffix(1);
-    return text;
-}
-
 // RFC 5424 section 6.3: elements one behind the other, in whose values \ " and ] are escaped.
 bool takeStructuredData(TextCursor& text, std::string_view& data) noexcept {
     if (text.take('-')) return text.atEnd() || text.startsWith(' ');
@@ -168,6 +162,12 @@ void parseClassic(TextCursor text, HostField host, ParsedMessage& parsed) noexce
 }
 
 }  // namespace
+
+std::string_view withoutLineEnds(std::string_view text) noexcept {
+    while (!text.empty() && (text.back() == '\n' || text.back() == '\r'))
+        text.remove_suffix(1);
+    return text;
+}
 
 ParsedMessage parseMessage(std::string_view raw, HostField host) noexcept {
     ParsedMessage parsed;

@@ -48,6 +48,9 @@ enum class HostField { kMayBeThere, kAbsent };
 /// other text between angle brackets, the whole is a message without PRI and without header.
 ParsedMessage parseMessage(std::string_view raw, HostField host = HostField::kMayBeThere) noexcept;
 
+/// The text up to the line breaks and carriage returns that end it.
+std::string_view withoutLineEnds(std::string_view text) noexcept;
+
 /// "kern" .. "local7"; `facility` is 0..23.
 std::string_view facilityName(int facility) noexcept;
 

@@ -12,6 +12,7 @@
 #include <thread>
 #include <utility>
 
+#include "receiver/message/destination_name.h"
 #include "receiver/store/host_folder.h"
 
 namespace ombrel {
@@ -56,11 +57,11 @@ void add(const StoreOutcome& one, StoreOutcome& sum) {
     if (sum.error.empty()) sum.error = one.error.empty() ? "out of memory" : one.error;
 }
 
-}  // namespace
-
-bool isOfThisMachine(std::string_view receiver) noexcept {
-    return receiver.starts_with("local-");
+bool isOfThisMachine(const RowBatch& batch) noexcept {
+    return lineKindOf(batch.receiver) == LineKind::kOfThisMachine;
 }
+
+}  // namespace
 
 DatabasePool::DatabasePool(std::string archiveFolder, bool byDevice, const std::string& schema, Limits limits)
     : archiveFolder_(std::move(archiveFolder)), byDevice_(byDevice), schema_(schema), limits_(limits) {
@@ -95,7 +96,7 @@ void DatabasePool::splitByHost(const RowBatch& batch, Split& parts) {
 DatabasePool::Split DatabasePool::split(const std::vector<RowBatch>& batches) {
     Split parts;
     for (const RowBatch& batch : batches) {
-        if (isOfThisMachine(batch.receiver)) {
+        if (isOfThisMachine(batch)) {
             parts[localDatabasePath(archiveFolder_)].push_back(batch);
         } else if (byDevice_) {
             splitByHost(batch, parts);
@@ -167,8 +168,7 @@ StoreOutcome DatabasePool::storeSplit(const Split& all) {
 
 StoreOutcome DatabasePool::store(const std::vector<RowBatch>& batches, LocalClock& clock) {
     clock.refresh();
-    const bool someLocal = std::any_of(batches.begin(), batches.end(),
-                                       [](const RowBatch& batch) { return isOfThisMachine(batch.receiver); });
+    const bool someLocal = std::any_of(batches.begin(), batches.end(), isOfThisMachine);
     if (byDevice_ || someLocal) return storeSplit(split(batches));
     return open(sharedDatabasePath(archiveFolder_)).store(batches, clock);
 }

@@ -18,9 +18,6 @@
 
 namespace ombrel {
 
-/// Whether a receiver takes what this machine logs itself.
-bool isOfThisMachine(std::string_view receiver) noexcept;
-
 class DatabasePool {
 public:
     struct Limits {

@@ -35,11 +35,18 @@ std::string_view RowBuilder::storable(std::string_view text) {
     return clean;
 }
 
-LogRow RowBuilder::rowOf(const BatchLine& line, HostField host) {
+// What a row has whatever the text says.
+LogRow RowBuilder::frameOf(const BatchLine& line) {
     LogRow row;
     row.id = line.id;
     row.received = line.received;
+    row.time = line.received;
     row.sender = plainAddress(line.sender);
+    return row;
+}
+
+LogRow RowBuilder::rowOf(const BatchLine& line, HostField host) {
+    LogRow row = frameOf(line);
     row.parsed = parseMessage(storable(line.text), host);
     if (row.parsed.time) row.sent = clock_.resolve(*row.parsed.time, line.received);
     row.time = ownTime(row.sent, line.received);
@@ -57,6 +64,14 @@ std::optional<LogRow> RowBuilder::ofThisMachine(const BatchLine& line, std::stri
     if (isBlank(line.text)) return std::nullopt;
     LogRow row = rowOf(line, HostField::kAbsent);
     row.host = machine;
+    return row;
+}
+
+std::optional<LogRow> RowBuilder::whole(const BatchLine& line) {
+    if (isBlank(line.text)) return std::nullopt;
+    LogRow row = frameOf(line);
+    row.host = row.sender;
+    row.parsed.message = storable(withoutLineEnds(line.text));
     return row;
 }
 

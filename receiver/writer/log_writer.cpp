@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "linux/common/readiness.h"
+#include "receiver/message/destination_name.h"
 #include "receiver/store/row_builder.h"
 #include "receiver/token.h"
 
@@ -48,6 +49,18 @@ std::string machineName() {
     std::array<char, kMaxHost + 1> name{};
     const bool known = ::gethostname(name.data(), name.size() - 1) == 0 && name.front() != '\0';
     return known ? name.data() : "localhost";
+}
+
+std::optional<LogRow> rowOf(RowBuilder& builder, LineKind kind, const BatchLine& line, std::string_view machine) {
+    switch (kind) {
+        case LineKind::kOfThisMachine:
+            return builder.ofThisMachine(line, machine);
+        case LineKind::kWhole:
+            return builder.whole(line);
+        case LineKind::kMessage:
+            break;
+    }
+    return builder.received(line);
 }
 
 }  // namespace
@@ -204,12 +217,12 @@ void LogWriter::flush() {
     std::vector<RowBatch> batches;
     batches.reserve(waiting_.size());
     for (const auto& waiting : waiting_) {
-        const bool local = isOfThisMachine(waiting->receiver);
+        const LineKind kind = lineKindOf(waiting->receiver);
         RowBatch& batch = batches.emplace_back();
         batch.receiver = waiting->receiver;
         batch.rows.reserve(waiting->lines.size());
         for (const BatchLine& line : waiting->lines) {
-            const auto row = local ? builder.ofThisMachine(line, machine) : builder.received(line);
+            const auto row = rowOf(builder, kind, line, machine);
             if (row) batch.rows.push_back(*row);
         }
     }

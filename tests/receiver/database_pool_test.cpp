@@ -98,11 +98,25 @@ TEST_F(DatabasePoolTest, KeepsTheRestWhenTheLocalDatabaseCannotBeWritten) {
     EXPECT_THAT(messages(localDatabasePath(folder.path())), ElementsAre("me"));
 }
 
-TEST(IsOfThisMachine, GoesByTheName) {
-    for (const char* const name : {"local-journal", "local-socket", "local-kernel"})
-        EXPECT_TRUE(isOfThisMachine(name));
-    for (const char* const name : {"", "local", "localhost", "bsd-tcp", "bsd-local-x"})
-        EXPECT_FALSE(isOfThisMachine(name));
+TEST_F(DatabasePoolTest, StoresWhatIsKeptWholeByHostLikeAnyMessage) {
+    for (const bool byDevice : {false, true}) {
+        const std::string logs = folder / (byDevice ? "by-device" : "shared");
+        std::filesystem::create_directory(logs);
+        DatabasePool pool(logs, byDevice, schemaText());
+        auto batches = batchOf({"192.0.2.1", "2001:db8::1"}, "custrule-raw-tcp");
+        batches.push_back(batchOf({"me"}, "local-raw-socket").front());
+        const StoreOutcome outcome = pool.store(batches, clock);
+        ASSERT_TRUE(outcome.stored) << outcome.error;
+        EXPECT_EQ(outcome.rows, 3U);
+        EXPECT_THAT(messages(localDatabasePath(logs)), ElementsAre("me"));
+        if (byDevice) {
+            EXPECT_THAT(messages(hostDatabasePath(logs, "192.0.2.1")), ElementsAre("192.0.2.1"));
+            EXPECT_THAT(messages(hostDatabasePath(logs, "2001%3Adb8%3A%3A1")), ElementsAre("2001:db8::1"));
+        } else {
+            EXPECT_THAT(messages(sharedDatabasePath(logs)), ElementsAre("192.0.2.1", "2001:db8::1"));
+        }
+        EXPECT_EQ(pool.store(batches, clock).repeated, 3U);
+    }
 }
 
 TEST_F(DatabasePoolTest, StoresHostsBeyondTheBoundTogether) {

@@ -103,6 +103,24 @@ TEST_F(LogWriterTest, KeepsWhatThisMachineLogsApart) {
     }
 }
 
+TEST_F(LogWriterTest, KeepsTheLinesOfRawReceiversWholeAndTakesTheOthersApart) {
+    start();
+    const BatchClient receiver = client();
+    const std::string text = "<86>Jul 20 12:00:00 alpha app[7]: hello";
+    for (const char* const name : {"custrule-raw-tcp", "custrule-tcp", "local-socket"}) {
+        receiver.post(batchLine(1, text) + batchLine(2, ""), name);
+        EXPECT_EQ(receiver.answer(), "200") << name;
+    }
+    stop();
+    const char* const all =
+        "SELECT hosts.name, programs.name, facilities.name, severity, pid IS NULL, sutcsec IS NULL, msg"
+        " FROM logs JOIN hosts ON hosts.id = host JOIN programs ON programs.id = program"
+        " JOIN facilities ON facilities.id = facility ORDER BY logs.id";
+    EXPECT_THAT(query(shared(), all),
+                ElementsAre("192.0.2.1||user|5|1|1|" + text, "alpha|app|authpriv|6|0|0|hello"));
+    EXPECT_THAT(messages(localDatabasePath(folder / "logs")), ElementsAre(HasSubstr("hello")));
+}
+
 TEST_F(LogWriterTest, ReportsThatItIsReady) {
     int ends[2];
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);

@@ -76,6 +76,61 @@ TEST(RowBuilder, LeavesOutBlankLinesOfThisMachine) {
     EXPECT_FALSE(builder.ofThisMachine({{1, 1}, kReceived, "127.0.0.1", "\n"}, "box"));
 }
 
+// Lines of which nothing is taken apart.
+struct WholeInput {
+    const char* name;
+    std::string raw;
+    std::string message;
+};
+void PrintTo(const WholeInput& one, std::ostream* out) {
+    *out << one.name;
+}
+
+class WholeRow : public testing::TestWithParam<WholeInput> {};
+
+TEST_P(WholeRow, HasTheWholeLineAsItsMessage) {
+    LocalClock clock;
+    RowBuilder builder(clock);
+    const auto row = builder.whole({{7, 9}, kReceived, "::ffff:192.0.2.1", GetParam().raw});
+    ASSERT_TRUE(row);
+    EXPECT_EQ(row->id, (ReceiptId{7, 9}));
+    EXPECT_EQ(row->time, kReceived);
+    EXPECT_EQ(row->received, kReceived);
+    EXPECT_FALSE(row->sent);
+    EXPECT_EQ(row->host, "192.0.2.1");
+    EXPECT_EQ(row->sender, "192.0.2.1");
+    EXPECT_EQ(row->parsed.facility, 1);
+    EXPECT_EQ(row->parsed.severity, 5);
+    EXPECT_EQ(row->parsed.host, "");
+    EXPECT_EQ(row->parsed.program, "");
+    EXPECT_EQ(row->parsed.processId, "");
+    EXPECT_EQ(row->parsed.messageId, "");
+    EXPECT_EQ(row->parsed.structuredData, "");
+    EXPECT_EQ(row->parsed.message, GetParam().message);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, WholeRow,
+                         testing::Values(WholeInput{"PlainText", "just text", "just text"},
+                                         WholeInput{"LooksClassic", "<86>Jul 20 12:00:00 other sshd[12]: hello\n",
+                                                    "<86>Jul 20 12:00:00 other sshd[12]: hello"},
+                                         WholeInput{"LooksModern",
+                                                    "<165>1 2003-10-11T22:14:15Z h a 1 ID [x y=\"z\"] m\r\n",
+                                                    "<165>1 2003-10-11T22:14:15Z h a 1 ID [x y=\"z\"] m"},
+                                         WholeInput{"OnlyPri", "<13>", "<13>"},
+                                         WholeInput{"OnlyBlanks", "  ", "  "},
+                                         WholeInput{"Nul", std::string("a\0b\n", 4), "a#000b"},
+                                         WholeInput{"NoUtf8", "\xff\xfe {\"k\":1}", "\xff\xfe {\"k\":1}"},
+                                         WholeInput{"LineBreakInside", "a\nb\r\n\n", "a\nb"},
+                                         WholeInput{"Long", std::string(70'000, 'x'), std::string(70'000, 'x')}),
+                         [](const auto& one) { return one.param.name; });
+
+TEST(RowBuilder, LeavesOutBlankLinesThatAreKeptWhole) {
+    LocalClock clock;
+    RowBuilder builder(clock);
+    EXPECT_FALSE(builder.whole({{1, 1}, kReceived, "192.0.2.1", ""}));
+    EXPECT_FALSE(builder.whole({{1, 1}, kReceived, "192.0.2.1", std::string_view("\r\n\0", 3)}));
+}
+
 TEST_P(BadInputRow, IsStoredClean) {
     const TempFolder folder;
     const std::string path = folder / "VESKSYSLOGDB__ARCH.DB";
