@@ -14,6 +14,7 @@
 //   rule-tool control NAME COMMAND
 //   rule-tool portcheck SERVICE PORT PROTOCOL
 //   rule-tool sharecheck
+//   rule-tool quote TEXT             shows it as the others show texts
 // Exit codes: 0 when the result is 0, otherwise 1; 64 usage.
 #include <sysexits.h>
 #include <syslog.h>
@@ -68,7 +69,8 @@ int usage() {
         "       rule-tool enum [NAME...]\n"
         "       rule-tool list | sharecheck\n"
         "       rule-tool control NAME COMMAND\n"
-        "       rule-tool portcheck SERVICE PORT PROTOCOL\n",
+        "       rule-tool portcheck SERVICE PORT PROTOCOL\n"
+        "       rule-tool quote TEXT\n",
         stderr);
     return EX_USAGE;
 }
@@ -119,6 +121,7 @@ int run(std::string_view command, Arguments words) {
     if (command == "control" && count == 2)
         return show(
             VESKCustomziedRuleControl(words[0], static_cast<_CUSTOMIZED_RULE_CMD_tag>(numberOf(words[1]))));
+    if (command == "quote" && count == 1) return std::puts(quoted(words[0]).c_str()) < 0 ? EX_IOERR : EX_OK;
     if (command == "portcheck" && count == 3)
         return show(VESKCustomizedRulePortCheck(words[0], numberOf(words[1]), words[2]));
     return usage();
