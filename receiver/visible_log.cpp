@@ -2,6 +2,7 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "receiver/visible_log.h"
 
+#include <syslog.h>
 #include <unistd.h>
 
 #include <utility>
@@ -20,6 +21,11 @@ constexpr std::chrono::minutes kPause{1};
 void logLine(std::string_view text) {
     const std::string line = escapeForLine(text.substr(0, kMaxLine)) + '\n';
     (void)!::write(STDERR_FILENO, line.data(), line.size());  // there is no one left to tell
+}
+
+void logToSystem(std::string_view text) {
+    logLine(text);
+    ::syslog(LOG_DAEMON | LOG_ERR, "%s", escapeForLine(text.substr(0, kMaxLine)).c_str());
 }
 
 void LogThrottle::log(std::string_view text, Clock::time_point now) {

@@ -12,6 +12,8 @@
 namespace ombrel {
 
 void logLine(std::string_view text);
+/// The same, and the system log (syslog(3), daemon, err): what an administrator is to mend.
+void logToSystem(std::string_view text);
 
 /// Lets one line a minute through for as long as something stays wrong.
 class LogThrottle {

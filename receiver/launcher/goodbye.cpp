@@ -25,13 +25,13 @@ int option(const Fd& socket, int name) {
     return ::getsockopt(socket.get(), SOL_SOCKET, name, &value, &size) == 0 ? value : -1;
 }
 
-bool isStreamOn(const Fd& socket, std::uint16_t port) {
+bool isStreamOn(const Fd& socket, const std::set<std::uint16_t>& ports) {
     if (option(socket, SO_TYPE) != SOCK_STREAM) return false;
     sockaddr_in6 address{};  // the port has the same place in an address of IPv4
     socklen_t size = sizeof address;
     if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &size) != 0) return false;
     const bool isInternet = address.sin6_family == AF_INET || address.sin6_family == AF_INET6;
-    return isInternet && ntohs(address.sin6_port) == port;
+    return isInternet && ports.contains(ntohs(address.sin6_port));
 }
 
 // Closed it would wake its owner, who would ask it for connections again and again.
@@ -41,8 +41,8 @@ void passOverAttempts(const Fd& listener) {
     (void)::setsockopt(listener.get(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
 }
 
-/// Copies of the sockets of a process on that port.
-std::vector<Fd> socketsOn(const Child& process, std::uint16_t port) {
+/// Copies of the sockets of a process on those ports.
+std::vector<Fd> socketsOn(const Child& process, const std::set<std::uint16_t>& ports) {
     std::vector<Fd> sockets;
     const FolderStream folder(::opendir(("/proc/" + std::to_string(process.pid()) + "/fd").c_str()));
     if (!folder) return sockets;
@@ -50,16 +50,16 @@ std::vector<Fd> socketsOn(const Child& process, std::uint16_t port) {
         if (entry->d_name[0] == '.') continue;
         const long number = std::strtol(entry->d_name, nullptr, 10);
         Fd copy(static_cast<int>(::syscall(SYS_pidfd_getfd, process.handle(), number, 0)));
-        if (copy && isStreamOn(copy, port)) sockets.push_back(std::move(copy));
+        if (copy && isStreamOn(copy, ports)) sockets.push_back(std::move(copy));
     }
     return sockets;
 }
 
 }  // namespace
 
-int sayGoodbye(const Child& process, std::uint16_t port) {
+int sayGoodbye(const Child& process, const std::set<std::uint16_t>& ports) {
     int connections = 0;
-    for (const Fd& socket : socketsOn(process, port)) {
+    for (const Fd& socket : socketsOn(process, ports)) {
         if (option(socket, SO_ACCEPTCONN) == 1) {
             passOverAttempts(socket);
         } else {

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <set>
 #include <utility>
 
 #include "linux/common/fd.h"
@@ -121,20 +122,23 @@ std::optional<long long> HandOver::held(Deadline deadline) const {
     const auto stats = askControlSocket(files_.control, "STATS", deadline);
     if (!stats) return std::nullopt;
     long long sum = 0;
-    for (const Source& source : heldBack_)
-        sum += heldLines(*stats, destinationName(source));
+    for (const std::string& destination : destinationNames(heldBack_))
+        sum += heldLines(*stats, destination);
     return sum;
 }
 
 void HandOver::sayGoodbyeToSenders() const {
+    std::set<std::uint16_t> ports;
     for (const Source& source : heldBack_) {
-        if (hasPort(source.kind)) (void)sayGoodbye(syslogNg_, source.port);
+        if (hasPort(source.kind)) ports.insert(source.port);
     }
+    if (!ports.empty()) (void)sayGoodbye(syslogNg_, ports);
 }
 
 bool HandOver::nothingWaits() const {
+    const PortTable table;
     return std::all_of(heldBack_.begin(), heldBack_.end(),
-                       [](const Source& source) { return waitingInKernel(source) == 0; });
+                       [&](const Source& source) { return table.waiting(source) == 0; });
 }
 
 // Syslog-ng gives no sign when a queue is empty, so it is asked again and again. False when it has ended.

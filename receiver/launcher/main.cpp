@@ -12,6 +12,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "platform/veskfirewall.h"
 #include "receiver/fixed_places.h"
 #include "receiver/launcher/receiver_launcher.h"
 #include "receiver/launcher/receiver_settings.h"
@@ -20,13 +21,16 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: ombrel-receiver bsd|ietf|local [--notify-fd=N | --print-config | --check]\n"
-    "Receives RFC 3164 messages (bsd), RFC 5424 messages (ietf), or what this machine logs itself (local), as "
+    "usage: ombrel-receiver bsd|ietf|local|custrule [--notify-fd=N | --print-config | --check]\n"
+    "Receives RFC 3164 messages (bsd), RFC 5424 messages (ietf), what this machine logs itself (local), or what "
     "the\n"
-    "settings say: writes a configuration for syslog-ng, checks it and runs syslog-ng. SIGTERM and SIGINT: hands\n"
-    "over to the log writer what it holds, 9 s at most, and ends. SIGHUP: reads the settings again; a change "
-    "that\n"
-    "cannot be used changes nothing.\n"
+    "receiving rules say (custrule), as the settings say: writes a configuration for syslog-ng, checks it and "
+    "runs\n"
+    "syslog-ng. SIGTERM and SIGINT: hands over to the log writer what it holds, 9 s at most, and ends. SIGHUP: "
+    "reads\n"
+    "the settings again; a change that cannot be used changes nothing. A rule that cannot be served is left out,\n"
+    "with a line in the system log; one whose port is taken, or whose certificate cannot be used, is tried again\n"
+    "every 10 s.\n"
     "  --notify-fd=N   write a line break to descriptor N when messages are taken (with $NOTIFY_SOCKET: READY=1\n"
     "                  there instead)\n"
     "  --print-config  print the configuration instead (without the token)\n"
@@ -75,21 +79,27 @@ int main(int argc, char** argv) try {
     if (argc < 2 || argc > 3 || !ombrel::isReceiverName(argv[1]) ||
         (argc == 3 && !readOption(argv[2], arguments))) {
         ombrel::logLine(
-            "ombrel-receiver: expected \"bsd\", \"ietf\" or \"local\" and at most one option; --help says more");
+            "ombrel-receiver: expected \"bsd\", \"ietf\", \"local\" or \"custrule\" and at most one option; "
+            "--help says "
+            "more");
         return EX_USAGE;
     }
     std::string error;
-    auto config = ombrel::receiverConfig(argv[1], ombrel::kSettingsFile, error);
+    const ombrel::SettingsPlaces settings{ombrel::kSettingsFile, ombrel::kRuleFile};
+    auto config = ombrel::receiverConfig(argv[1], settings, error);
     if (!config) {
         ombrel::logLine("ombrel-receiver: " + error);
         return EX_CONFIG;
     }
     config->writerPort = ombrel::kWriterPort;
     if (arguments.action == Action::kPrint) return ombrel::printReceiverConfig(*config);
-    const ombrel::LauncherPlaces places{.settingsFile = ombrel::kSettingsFile,
+    // Whoever changes a rule declares its port and restarts this job, and leaves the firewall to it.
+    const bool opensPorts = config->name == "custrule";
+    const ombrel::LauncherPlaces places{.settings = settings,
                                         .runFolder = ombrel::kRunFolder,
                                         .logWriter = besideThis("ombrel-logwriter"),
-                                        .notifyFd = arguments.notifyFd};
+                                        .notifyFd = arguments.notifyFd,
+                                        .openPorts = opensPorts ? &VESKFwRuleHup : nullptr};
     return arguments.action == Action::kCheck ? ombrel::checkReceiver(places, *config)
                                               : ombrel::launchReceiver(places, *config);
 } catch (const std::exception& failure) {

@@ -8,12 +8,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
-#include <iterator>
-#include <set>
+#include <numeric>
+#include <string>
 
 #include "linux/common/fd.h"
 #include "linux/common/process_sockets.h"
-#include "linux/common/socket_table.h"
 
 namespace ombrel {
 
@@ -49,59 +48,53 @@ int tryToBind(const Source& source, bool ipv6) noexcept {
     return bindOne(ipv6 ? AF_INET6 : AF_INET, type, source.port);
 }
 
-namespace {
-
-Transport transportOf(const Source& source) {
-    return source.kind == SourceKind::kUdp ? Transport::kUdp : Transport::kTcp;
+PortKey portKeyOf(const Source& source) noexcept {
+    return {source.kind == SourceKind::kUdp ? Transport::kUdp : Transport::kTcp, source.port};
 }
 
-// The sockets on that port, of either family.
-std::vector<SocketRow> rowsOf(const Source& source) {
-    const Transport transport = transportOf(source);
-    std::vector<SocketRow> rows;
-    for (const char* const family : {"", "6"}) {
-        std::ifstream table(std::string("/proc/net/") + (transport == Transport::kUdp ? "udp" : "tcp") + family);
+std::set<Inode> socketsOf(pid_t process) {
+    return process < 0 ? std::set<Inode>() : socketsOfProcess("/proc/" + std::to_string(process));
+}
+
+PortTable::PortTable() {
+    for (const char* const name : {"tcp", "tcp6", "udp", "udp6"}) {
+        const Transport transport = name[0] == 'u' ? Transport::kUdp : Transport::kTcp;
+        std::ifstream table(std::string("/proc/net/") + name);
         for (std::string line; std::getline(table, line);) {
             const auto row = readSocketRow(line, transport);  // the head is none
-            if (row && row->localPort == source.port) rows.push_back(*row);
+            if (row) rows_[{transport, row->localPort}].push_back(*row);
         }
     }
-    return rows;
 }
 
-std::set<Inode> boundSockets(const Source& source) {
+std::set<Inode> PortTable::boundTo(const Source& source) const {
     std::set<Inode> inodes;
-    for (const SocketRow& row : rowsOf(source)) {
-        if (takesFromAnybody(row, transportOf(source))) inodes.insert(row.inode);
+    const PortKey key = portKeyOf(source);
+    const auto found = rows_.find(key);
+    if (found == rows_.end()) return inodes;
+    for (const SocketRow& row : found->second) {
+        if (takesFromAnybody(row, key.first)) inodes.insert(row.inode);
     }
     return inodes;
 }
 
-// How many of them the process has open.
-std::ptrdiff_t countHeld(pid_t process, const std::set<Inode>& sockets) {
-    if (process < 0 || sockets.empty()) return 0;
-    const std::set<Inode> held = socketsOfProcess("/proc/" + std::to_string(process));
-    return std::count_if(sockets.begin(), sockets.end(), [&](Inode inode) { return held.contains(inode); });
-}
-
-}  // namespace
-
-PortHolder whoHolds(const Source& source, pid_t process) {
-    const auto bound = boundSockets(source);
+PortHolder PortTable::whoHolds(const Source& source, const std::set<Inode>& held) const {
+    const std::set<Inode> bound = boundTo(source);
     if (bound.empty()) return PortHolder::kNobody;
-    return countHeld(process, bound) == std::ssize(bound) ? PortHolder::kProcess : PortHolder::kAnother;
+    return std::includes(held.begin(), held.end(), bound.begin(), bound.end()) ? PortHolder::kProcess
+                                                                               : PortHolder::kAnother;
 }
 
-bool hasBound(pid_t process, const Source& source) {
-    return countHeld(process, boundSockets(source)) > 0;
+bool PortTable::hasBound(const Source& source, const std::set<Inode>& held) const {
+    const std::set<Inode> bound = boundTo(source);
+    return std::any_of(bound.begin(), bound.end(), [&](Inode inode) { return held.contains(inode); });
 }
 
-unsigned long long waitingInKernel(const Source& source) {
-    unsigned long long sum = 0;
-    if (!hasPort(source.kind)) return sum;
-    for (const SocketRow& row : rowsOf(source))
-        sum += row.waiting;
-    return sum;
+unsigned long long PortTable::waiting(const Source& source) const {
+    const auto found = hasPort(source.kind) ? rows_.find(portKeyOf(source)) : rows_.end();
+    if (found == rows_.end()) return 0;
+    return std::accumulate(found->second.begin(), found->second.end(), 0ULL,
+                           [](unsigned long long sum, const SocketRow& row) { return sum + row.waiting; });
 }
 
 long long largestReceiveBuffer() {

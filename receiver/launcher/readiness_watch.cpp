@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <set>
 #include <utility>
 
 #include "linux/common/readiness.h"
@@ -33,8 +34,10 @@ void drain(int fd) {
 }  // namespace
 
 bool listensOnAll(pid_t process, const ReceiverConfig& config) {
-    return std::all_of(config.sources.begin(), config.sources.end(), [process](const Source& source) {
-        if (hasPort(source.kind)) return hasBound(process, source);
+    const PortTable table;
+    const std::set<Inode> held = socketsOf(process);
+    return std::all_of(config.sources.begin(), config.sources.end(), [&](const Source& source) {
+        if (hasPort(source.kind)) return table.hasBound(source, held);
         return source.kind != SourceKind::kLogSocket || lookAtLogSocket(source.path) == LogSocket::kTaken;
     });
 }

@@ -11,22 +11,25 @@
 // - The body of a request must not hold a NUL, since libcurl ends it there: those of a message become #000.
 // - The journal gives fields, not lines: they are put together as RFC 5424 has them. The kernel's lines get such a
 //   header, too, behind which its own time since the start stays in the text.
-// - Each source has a destination of its own, so that what may be dropped does not stand in the same queue as
-//   what is held back.
+// - Each kind of source has a destination of its own, so that what may be dropped does not stand in the same queue
+//   as what is held back, and so that the log writer can tell from the destination what the lines are. Sources of
+//   one kind share one: a thousand of them would be a thousand connections to the log writer and queue files.
 // - batch-timeout is short: it is the log writer that waits before it commits.
 // - Datagrams cannot be held back, so what their queue in memory cannot take goes into a file. Lines of TCP wait
 //   in their connections instead: a queue file would take them from there as fast as they come and cost more
 //   than storing them.
 // - so-reuseport: two receivers may share a port for datagrams, each in its own process. Always, since the
-// settings
-//   of one may come to name the port that the other has already.
+//   settings of one may come to name the port that the other has already.
 // - timeout is long: an answer comes after the commit, and a disk may be slow.
 #include "receiver/launcher/receiver_config.h"
 
 #include <algorithm>
+#include <iterator>
+#include <set>
 #include <string_view>
 
 #include "receiver/message/batch_frame.h"
+#include "receiver/message/destination_name.h"
 
 namespace ombrel {
 
@@ -66,9 +69,25 @@ std::string number(long long value) {
     return std::to_string(value);
 }
 
+bool isStream(const Source& source) {
+    return source.kind == SourceKind::kTcp || source.kind == SourceKind::kTls;
+}
+
 // Where a line break cannot be part of a message.
-bool endsAtLineBreak(const ReceiverConfig& config, SourceKind kind) {
-    return (kind == SourceKind::kTcp || kind == SourceKind::kTls) && !config.octetCounting;
+bool endsAtLineBreak(const Source& source) {
+    return isStream(source) && !source.counted;
+}
+
+std::string queueName(const Source& source) {
+    const char* const mark = isStream(source) && source.counted ? "counted-" : "";
+    return (source.raw ? std::string(kRawMark) : mark) + sourceName(source.kind);
+}
+
+// Many listeners share what one may have on the way in each connection, down to what is read at once.
+long long streamWindow(const ReceiverConfig& config) {
+    const auto streams = std::count_if(config.sources.begin(), config.sources.end(), isStream);
+    const long long lines = kConnectionWindow / std::max<long long>(streams, 1);
+    return kMaxConnections * std::max<long long>(lines, kFetchLimit);
 }
 
 long long queueLines(SourceKind kind) {
@@ -100,18 +119,19 @@ std::string quoted(std::string_view text) {
 }
 
 std::string renderNetworkSource(const ReceiverConfig& config, const Source& source) {
-    const bool stream = source.kind != SourceKind::kUdp;
-    const bool counted = stream && config.octetCounting;
+    const bool stream = isStream(source);
+    const bool counted = stream && source.counted;
     std::string text = counted ? "    syslog" : "    network";
     text += std::string("(transport(\"") + sourceName(source.kind) + "\")";
     text += config.ipv6 ? " ip-protocol(6) ip(\"::\")" : " ip-protocol(4) ip(\"0.0.0.0\")";
     text += " port(" + number(source.port) + ") flags(no-parse)\n";
     text += "        log-fetch-limit(" + number(kFetchLimit) + ")";
     if (stream) {
-        text += " max-connections(" + number(kMaxConnections) + ") log-iw-size(" +
-                number(queueLines(source.kind)) + ") so-keepalive(yes)";
+        text += " max-connections(" + number(kMaxConnections) + ") log-iw-size(" + number(streamWindow(config)) +
+                ") so-keepalive(yes)";
     } else {
-        text += " log-iw-size(" + number(queueLines(source.kind)) + ") so-reuseport(yes)";
+        text += " log-iw-size(" + number(queueLines(source.kind)) + ")";
+        if (config.sharesUdpPorts) text += " so-reuseport(yes)";
         if (config.receiveBuffer > 0) text += " so-rcvbuf(" + number(config.receiveBuffer) + ")";
     }
     if (counted) text += " trim-large-messages(yes)";
@@ -122,32 +142,35 @@ std::string renderNetworkSource(const ReceiverConfig& config, const Source& sour
     return text + ");\n";
 }
 
-std::string renderSource(const ReceiverConfig& config, const Source& source) {
+std::string renderDriver(const ReceiverConfig& config, const Source& source) {
     const std::string window =
         "log-fetch-limit(" + number(kFetchLimit) + ") log-iw-size(" + number(queueLines(source.kind)) + ")";
-    std::string text = std::string("source s_") + sourceName(source.kind) + " {\n";
     switch (source.kind) {
         case SourceKind::kJournal:
-            text +=
-                "    systemd-journal(read-old-records(no) default-facility(user) default-level(notice)\n        " +
-                window + ");\n";
-            break;
+            return "    systemd-journal(read-old-records(no) default-facility(user) default-level(notice)\n"
+                   "        " +
+                   window + ");\n";
         case SourceKind::kLogSocket:
-            text += "    unix-dgram('" + source.path + "' perm(0666) flags(no-parse)\n        " + window + ");\n";
-            break;
+            return "    unix-dgram('" + source.path + "' perm(0666) flags(no-parse)\n        " + window + ");\n";
         case SourceKind::kKernelRing:
-            text += "    file('" + source.path + "' flags(no-parse)\n        " + window + ");\n";
-            break;
+            return "    file('" + source.path + "' flags(no-parse)\n        " + window + ");\n";
         default:
-            text += renderNetworkSource(config, source);
+            return renderNetworkSource(config, source);
+    }
+}
+
+// The sources that lead into one queue.
+std::string renderSources(const ReceiverConfig& config, const std::string& queue) {
+    std::string text = "source s_" + queue + " {\n";
+    for (const Source& source : config.sources) {
+        if (queueName(source) == queue) text += renderDriver(config, source);
     }
     return text + "};\n";
 }
 
 // Something that never says anything: a destination exists as long as a path leads to it.
-std::string renderSilentSource(const ReceiverConfig& config, const Source& source) {
-    return std::string("source s_") + sourceName(source.kind) + " { unix-dgram('" + silentSocket(config) +
-           "'); };\n";
+std::string renderSilentSource(const ReceiverConfig& config) {
+    return "source s_silent { unix-dgram('" + silentSocket(config) + "'); };\n";
 }
 
 std::string renderQueue(const ReceiverConfig& config, const Source& source) {
@@ -158,11 +181,11 @@ std::string renderQueue(const ReceiverConfig& config, const Source& source) {
 }
 
 std::string renderDestination(const ReceiverConfig& config, const Source& source, int batchMilliseconds) {
-    const std::string kind = sourceName(source.kind);
-    const std::string name = config.name + "-" + kind;
+    const std::string queue = queueName(source);
+    const std::string name = config.name + "-" + queue;
     const char* const sender = hasPort(source.kind) ? "$HOST_FROM" : "127.0.0.1";
-    const char* const length = endsAtLineBreak(config, source.kind) ? "-" : "$(length $MESSAGE)";
-    return "destination d_" + kind + " {\n    http(url(\"http://127.0.0.1:" + number(config.writerPort) + "/" +
+    const char* const length = endsAtLineBreak(source) ? "-" : "$(length $MESSAGE)";
+    return "destination d_" + queue + " {\n    http(url(\"http://127.0.0.1:" + number(config.writerPort) + "/" +
            name + "\") method(\"POST\") persist-name(\"" + name + "\")\n" +
            "        headers(\"Authorization: Bearer " + config.token + "\", \"Expect:\")\n" +
            "        body(\"$UNIQID $R_UNIXTIME " + sender + " " + length + " $MESSAGE\")" +
@@ -172,13 +195,13 @@ std::string renderDestination(const ReceiverConfig& config, const Source& source
            ") workers(1)\n" + renderQueue(config, source) + "        time-reopen(1) timeout(120));\n};\n";
 }
 
-std::string renderPath(const ReceiverConfig& config, const Source& source) {
-    const std::string kind = sourceName(source.kind);
-    std::string text = "log {\n    source(s_" + kind + ");\n";
+std::string renderPath(const Source& source, const std::string& from) {
+    const std::string queue = queueName(source);
+    std::string text = "log {\n    source(s_" + from + ");\n";
     if (source.kind == SourceKind::kJournal || source.kind == SourceKind::kKernelRing)
-        text += "    rewrite(r_" + kind + ");\n";
-    if (!endsAtLineBreak(config, source.kind)) text += "    rewrite(r_nul);\n";
-    text += "    destination(d_" + kind + ");\n";
+        text += "    rewrite(r_" + queue + ");\n";
+    if (!endsAtLineBreak(source)) text += "    rewrite(r_nul);\n";
+    text += "    destination(d_" + queue + ");\n";
     return text + (isHeldBack(source.kind) ? "    flags(flow-control);\n" : "") + "};\n";
 }
 
@@ -197,9 +220,18 @@ std::string renderRewrite(const Source& source) {
     return {};
 }
 
-using SourceRenderer = std::string (*)(const ReceiverConfig&, const Source&);
+// The first source of each queue stands for all that lead into it.
+std::vector<Source> queuesOf(const std::vector<Source>& sources) {
+    std::vector<Source> firsts;
+    std::set<std::string> seen;
+    std::copy_if(sources.begin(), sources.end(), std::back_inserter(firsts),
+                 [&](const Source& source) { return seen.insert(queueName(source)).second; });
+    return firsts;
+}
 
-std::string render(const ReceiverConfig& config, SourceRenderer renderOne, int batchMilliseconds) {
+enum class Reading { kAll, kNothingHeldBack };
+
+std::string render(const ReceiverConfig& config, Reading reading, int batchMilliseconds) {
     std::string text =
         "@version: 3.38\n"
         "# Written by ombrel-receiver from the settings; a change here is lost.\n"
@@ -208,11 +240,14 @@ std::string render(const ReceiverConfig& config, SourceRenderer renderOne, int b
         "    use-uniqid(yes); log-msg-size(" +
         number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
     text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";
-    for (const Source& source : config.sources) {
-        text += renderRewrite(source);
-        text += renderOne(config, source);
-        text += renderDestination(config, source, batchMilliseconds);
-        text += renderPath(config, source);
+    if (reading == Reading::kNothingHeldBack) text += renderSilentSource(config);
+    for (const Source& first : queuesOf(config.sources)) {
+        const bool silent = reading == Reading::kNothingHeldBack && isHeldBack(first.kind);
+        const std::string queue = queueName(first);
+        text += renderRewrite(first);
+        if (!silent) text += renderSources(config, queue);
+        text += renderDestination(config, first, batchMilliseconds);
+        text += renderPath(first, silent ? "silent" : queue);
     }
     return text;
 }
@@ -234,14 +269,11 @@ bool isConfigurablePath(const std::string& path) noexcept {
 }
 
 std::string renderReceiverConfig(const ReceiverConfig& config) {
-    return render(config, renderSource, kBatchMilliseconds);
+    return render(config, Reading::kAll, kBatchMilliseconds);
 }
 
 std::string renderHandOverConfig(const ReceiverConfig& config) {
-    const auto renderOne = [](const ReceiverConfig& own, const Source& source) {
-        return isHeldBack(source.kind) ? renderSilentSource(own, source) : renderSource(own, source);
-    };
-    return render(config, renderOne, kLastBatchMilliseconds);
+    return render(config, Reading::kNothingHeldBack, kLastBatchMilliseconds);
 }
 
 std::string silentSocket(const ReceiverConfig& config) {
@@ -249,7 +281,14 @@ std::string silentSocket(const ReceiverConfig& config) {
 }
 
 std::string destinationName(const Source& source) {
-    return std::string("d_") + sourceName(source.kind);
+    return "d_" + queueName(source);
+}
+
+std::vector<std::string> destinationNames(const std::vector<Source>& sources) {
+    std::vector<std::string> names;
+    for (const Source& first : queuesOf(sources))
+        names.push_back(destinationName(first));
+    return names;
 }
 
 }  // namespace ombrel

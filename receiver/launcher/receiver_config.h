@@ -23,6 +23,11 @@ struct Source {
     SourceKind kind = SourceKind::kUdp;
     std::uint16_t port = 0;  ///< on the network
     std::string path{};      ///< of this machine
+    bool counted = false;    ///< over TCP and TLS: RFC 6587 section 3.4.1 instead of lines
+    bool raw = false;        ///< what comes is all message, whatever it looks like
+    // For those who read what is wrong with it:
+    std::string portKey{};  ///< the key that says the port
+    std::string rule{};     ///< the receiving rule it belongs to
 };
 
 /// Whether it comes over the network.
@@ -32,17 +37,18 @@ bool hasPort(SourceKind kind) noexcept;
 bool isHeldBack(SourceKind kind) noexcept;
 
 struct ReceiverConfig {
-    std::string name;  ///< lower-case letters and digits; batches are posted to /NAME-SOURCE
-    std::vector<Source> sources;
-    bool octetCounting = false;  ///< over TCP and TLS: RFC 6587 section 3.4.1 instead of lines
-    std::string portKey;         ///< the setting that says the port
-    std::string keyFile;         ///< for kTls
-    std::string certificateFile;
-    bool ipv6 = true;              ///< one socket takes both kinds of addresses
-    long long receiveBuffer = 0;   ///< of a UDP socket, bytes; 0 leaves the system's
-    std::uint16_t writerPort = 0;  ///< of the log writer, on 127.0.0.1
-    std::string token;
-    std::string queueFolder;  ///< where lines lie that were not handed over when the receiver ended
+    std::string name;               ///< lower-case letters and digits; batches are posted under NAME-QUEUE
+    std::vector<Source> sources{};  ///< those that differ in nothing but the port share a queue
+    bool needsAll = true;           ///< ends where it cannot have a source; otherwise goes without
+    bool sharesUdpPorts = true;     ///< with another receiver, whose messages are taken in the same way
+    std::string keyFile{};          ///< for kTls
+    std::string certificateFile{};
+    std::vector<std::string> remarks{};  ///< a line for each source it goes without, or takes otherwise than meant
+    bool ipv6 = true;                    ///< one socket takes both kinds of addresses
+    long long receiveBuffer = 0;         ///< of a UDP socket, bytes; 0 leaves the system's
+    std::uint16_t writerPort = 0;        ///< of the log writer, on 127.0.0.1
+    std::string token{};
+    std::string queueFolder{};  ///< where lines lie that were not handed over when the receiver ended
 };
 
 /// Whether a path can stand in a configuration: absolute and without control characters. What means something else
@@ -63,5 +69,8 @@ std::string silentSocket(const ReceiverConfig& config);
 
 /// The destination of a source's lines, as syslog-ng's statistics name it.
 std::string destinationName(const Source& source);
+
+/// The destinations that a receiver's sources need, each once, in the order of the sources.
+std::vector<std::string> destinationNames(const std::vector<Source>& sources);
 
 }  // namespace ombrel

@@ -20,6 +20,8 @@ namespace ombrel {
 namespace {
 
 constexpr std::chrono::seconds kSyntaxCheck{20};
+// What syslog-ng allows itself when it is not told.
+constexpr std::size_t kDescriptors = 4096;
 
 std::string nextOf(const ReceiverFiles& files) {
     return files.configuration + ".new";
@@ -54,11 +56,12 @@ ReceiverFiles::ReceiverFiles(const std::string& runFolder, const std::string& na
 }
 
 std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
-                                         const std::string& configuration) {
+                                         const std::string& configuration, std::size_t listeners) {
     return {program,
             "--foreground",
             "--stderr",
             "--no-caps",
+            "--fd-limit=" + std::to_string(kDescriptors + listeners),
             "--cfgfile=" + configuration,
             "--control=" + files.control,
             "--persist-file=" + files.persist,
@@ -73,7 +76,7 @@ int writeCheckedConfiguration(const std::string& syslogNg, const ReceiverFiles& 
     // It has been in use: senders find nobody while it is looked at.
     if (holds(files.configuration, text)) return EX_OK;
     if (!writeNext(files, text)) return failErrno(EX_CANTCREAT, "cannot write " + nextOf(files));
-    std::vector<std::string> words = syslogNgCommand(syslogNg, files, nextOf(files));
+    std::vector<std::string> words = syslogNgCommand(syslogNg, files, nextOf(files), 0);
     words.emplace_back("--syntax-only");
     auto check = Child::start(std::move(words));
     if (!check) return failErrno(EX_OSERR, "cannot run " + syslogNg);

@@ -19,8 +19,9 @@ struct ReceiverFiles {
     std::string pid;
 };
 
+/// `listeners` is how many sockets it may have to open beside those of its connections.
 std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
-                                         const std::string& configuration);
+                                         const std::string& configuration, std::size_t listeners);
 
 /// Replaces the configuration in one step, with errno on failure. Readable by its owner alone: it holds the token.
 bool writeConfiguration(const ReceiverFiles& files, const std::string& text);

@@ -40,6 +40,8 @@ int launchReceiver(const LauncherPlaces& places, ReceiverConfig config) {
 int printReceiverConfig(ReceiverConfig config) {
     fitToMachine(config);
     config.token = "(token)";
+    for (const std::string& remark : config.remarks)
+        logLine("ombrel-receiver: " + remark);
     return std::fputs(renderReceiverConfig(config).c_str(), stdout) >= 0 ? EX_OK : EX_IOERR;
 }
 

@@ -7,15 +7,17 @@
 #include <string>
 
 #include "receiver/launcher/receiver_config.h"
+#include "receiver/launcher/receiver_settings.h"
 
 namespace ombrel {
 
 struct LauncherPlaces {
-    std::string settingsFile;
+    SettingsPlaces settings;
     std::string runFolder;  ///< token; a folder for each receiver
     std::string syslogNg = "/usr/sbin/syslog-ng";
-    std::string logWriter{};  ///< started for the last lines when the log writer is away; empty: none
-    int notifyFd = -1;        ///< for reportReady() when messages are taken
+    std::string logWriter{};       ///< started for the last lines when the log writer is away; empty: none
+    int notifyFd = -1;             ///< for reportReady() when messages are taken
+    int (*openPorts)() = nullptr;  ///< has the firewall take up the declared ports, at each start; null: it knows
 };
 
 /// Writes the configuration, checks it and runs syslog-ng until SIGTERM or SIGINT, which hand over what it holds

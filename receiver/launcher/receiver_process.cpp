@@ -26,17 +26,17 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kReload{5};
-
-bool hasKind(const ReceiverConfig& config, SourceKind kind) {
-    return std::any_of(config.sources.begin(), config.sources.end(),
-                       [kind](const Source& source) { return source.kind == kind; });
-}
+// A port that is free again and a certificate that is there give no sign.
+constexpr std::chrono::seconds kTryAgain{10};
+// What somebody may fill a rule file with is told in part.
+constexpr std::size_t kMostTold = 100;
 
 // A destination that is not in the next configuration would take its queue with it.
-bool hasSameDestinations(const ReceiverConfig& one, const ReceiverConfig& other) {
-    return one.sources.size() == other.sources.size() &&
-           std::all_of(one.sources.begin(), one.sources.end(),
-                       [&](const Source& source) { return hasKind(other, source.kind); });
+bool keepsDestinations(const ReceiverConfig& next, const ReceiverConfig& present) {
+    const std::vector<std::string> names = destinationNames(next.sources);
+    const std::set<std::string> kept(names.begin(), names.end());
+    const std::vector<std::string> needed = destinationNames(present.sources);
+    return std::all_of(needed.begin(), needed.end(), [&](const std::string& name) { return kept.contains(name); });
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ void fitToMachine(ReceiverConfig& config) {
 }
 
 ReceiverProcess::ReceiverProcess(const LauncherPlaces& places, const ReceiverFiles& files, ReceiverConfig config)
-    : places_(places), files_(files), config_(std::move(config)), readiness_(files, places.notifyFd) {
+    : places_(places), files_(files), wanted_(std::move(config)), readiness_(files, places.notifyFd) {
 }
 
 int ReceiverProcess::run() {
@@ -67,15 +67,51 @@ int ReceiverProcess::takeSignals() {
 }
 
 int ReceiverProcess::start() {
-    if (const int code = checkResources(config_, nullptr, places_.runFolder)) return code;
+    config_ = wanted_;
+    if (const int code = settle(config_, nullptr)) return code;
+    tell(config_.remarks);
     if (const int code = writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(config_))) {
         return code;
     }
     readiness_.begin();
-    auto child = Child::start(syslogNgCommand(places_.syslogNg, files_, files_.configuration));
+    auto child =
+        Child::start(syslogNgCommand(places_.syslogNg, files_, files_.configuration, wanted_.sources.size()));
     if (!child) return failErrno(EX_OSERR, "cannot run " + places_.syslogNg);
     syslogNg_.emplace(std::move(*child));
+    openPorts();
     return EX_OK;
+}
+
+// While syslog-ng starts, which takes longer.
+void ReceiverProcess::openPorts() const {
+    if (places_.openPorts != nullptr && places_.openPorts() < 0)
+        logLine("ombrel-receiver: the firewall does not take up the ports of the rules; the system log says why");
+}
+
+// Exit code. What cannot be had now, and can be gone without, is tried again later.
+int ReceiverProcess::settle(ReceiverConfig& next, const ReceiverConfig* running) {
+    tryAgainAt_.reset();
+    if (next.needsAll) return checkResources(next, running, places_.runFolder);
+    if (leaveOutUnusable(next, running, places_.runFolder)) tryAgainAt_ = Clock::now() + kTryAgain;
+    return EX_OK;
+}
+
+// Only what is new since the last time.
+void ReceiverProcess::tell(const std::vector<std::string>& remarks) {
+    std::size_t count = 0;
+    for (const std::string& remark : remarks) {
+        if (!told_.contains(remark) && ++count <= kMostTold) logToSystem("ombrel-receiver: " + remark);
+    }
+    if (count > kMostTold)
+        logToSystem("ombrel-receiver: and " + std::to_string(count - kMostTold) + " lines more of this kind");
+    told_ = std::set<std::string>(remarks.begin(), remarks.end());
+}
+
+int ReceiverProcess::timeout() const {
+    const int readiness = readiness_.timeout();
+    if (!tryAgainAt_) return readiness;
+    const int again = pollTimeout(*tryAgainAt_);
+    return readiness < 0 ? again : std::min(readiness, again);
 }
 
 int ReceiverProcess::serve() {
@@ -83,7 +119,7 @@ int ReceiverProcess::serve() {
         pollfd all[] = {{signals_.get(), POLLIN, 0},
                         {syslogNg_->handle(), POLLIN, 0},
                         {readiness_.fd(), POLLIN, 0}};  // a negative one is left out
-        if (::poll(all, 3, readiness_.timeout()) < 0 && errno != EINTR)
+        if (::poll(all, 3, timeout()) < 0 && errno != EINTR)
             return failErrno(EX_OSERR, "cannot wait for syslog-ng");
         if (all[1].revents != 0 && syslogNg_->wait(Clock::now())) {
             const std::string how = syslogNg_->howItEnded();
@@ -99,6 +135,7 @@ int ReceiverProcess::serve() {
         if (signal == SIGHUP) {
             if (const int code = followSettings()) return code;
         }
+        if (tryAgainAt_ && Clock::now() >= *tryAgainAt_) tryAgain();
     }
 }
 
@@ -125,40 +162,50 @@ void ReceiverProcess::removeLogSockets() const {
 // 0, also when the settings cannot be used; otherwise the receiver ends with this exit code.
 int ReceiverProcess::followSettings() {
     std::string error;
-    auto next = receiverConfig(config_.name, places_.settingsFile, error);
-    if (!next) {
+    auto wanted = receiverConfig(config_.name, places_.settings, error);
+    if (!wanted) {
         logLine("ombrel-receiver: goes on as before: " + error);
         return EX_OK;
     }
-    fitToMachine(*next);
-    next->writerPort = config_.writerPort;
-    next->token = config_.token;
-    next->queueFolder = config_.queueFolder;
-    if (checkResources(*next, &config_, places_.runFolder) != EX_OK) {
+    fitToMachine(*wanted);
+    wanted->writerPort = config_.writerPort;
+    wanted->token = config_.token;
+    wanted->queueFolder = config_.queueFolder;
+    ReceiverConfig next = *wanted;
+    if (settle(next, &config_) != EX_OK) {
         logLine("ombrel-receiver: goes on as before");
         return EX_OK;
     }
-    if (hasSameDestinations(config_, *next)) return useInPlace(*next);
-    stop();
-    config_ = std::move(*next);
-    return start();
+    if (!keepsDestinations(next, config_)) {
+        stop();
+        wanted_ = std::move(*wanted);
+        return start();
+    }
+    if (useInPlace(next)) wanted_ = std::move(*wanted);
+    return EX_OK;
 }
 
-int ReceiverProcess::useInPlace(const ReceiverConfig& next) {
+void ReceiverProcess::tryAgain() {
+    ReceiverConfig next = wanted_;
+    if (settle(next, &config_) == EX_OK && next.sources.size() > config_.sources.size()) (void)useInPlace(next);
+}
+
+bool ReceiverProcess::useInPlace(const ReceiverConfig& next) {
     if (writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(next)) != EX_OK) {
         logLine("ombrel-receiver: goes on as before");
-        return EX_OK;
+        return false;
     }
     const auto answer = askControlSocket(files_.control, "RELOAD", Clock::now() + kReload);
     if (answer && !answer->starts_with("OK")) {
         // It has gone back to the old one by itself; the file is to say the same.
         (void)writeConfiguration(files_, renderReceiverConfig(config_));
         logLine("ombrel-receiver: syslog-ng cannot use the new settings and goes on as before");
-        return EX_OK;
+        return false;
     }
     if (!answer) logLine("ombrel-receiver: syslog-ng has not answered yet; it reloads once its batch is stored");
     config_ = next;
-    return EX_OK;
+    tell(config_.remarks);
+    return true;
 }
 
 }  // namespace ombrel

@@ -5,6 +5,9 @@
 #pragma once
 
 #include <optional>
+#include <set>
+#include <string>
+#include <vector>
 
 #include "linux/common/fd.h"
 #include "receiver/launcher/child.h"
@@ -33,11 +36,19 @@ private:
     void stop();
     void removeLogSockets() const;
     int followSettings();
-    int useInPlace(const ReceiverConfig& next);
+    int settle(ReceiverConfig& next, const ReceiverConfig* running);
+    int timeout() const;
+    void tryAgain();
+    bool useInPlace(const ReceiverConfig& next);
+    void tell(const std::vector<std::string>& remarks);
+    void openPorts() const;
 
     const LauncherPlaces& places_;
     const ReceiverFiles& files_;
-    ReceiverConfig config_;
+    ReceiverConfig wanted_;
+    ReceiverConfig config_;  // what of it can be had
+    std::optional<Deadline> tryAgainAt_;
+    std::set<std::string> told_;
     Fd signals_;
     ReadinessWatch readiness_;
     std::optional<Child> syslogNg_;

@@ -12,15 +12,23 @@
 
 namespace ombrel {
 
-/// "bsd", "ietf" or "local".
+/// The files that people change.
+struct SettingsPlaces {
+    std::string settings;
+    std::string rules;
+};
+
+/// "bsd", "ietf", "local" or "custrule".
 bool isReceiverName(std::string_view name) noexcept;
 
 /// Of the receiver of that name:
 /// - bsd: RFC 3164 messages on server_port, by server_trans ("udp" or TCP) or, with server_ssl, TLS;
 /// - ietf: RFC 5424 messages on server_ietf_port, by server_ietf_trans or, with server_ietf_ssl, TLS;
-/// - local: what this machine logs itself.
-/// Nothing when the settings make no sense; `error` then names key and value.
-std::optional<ReceiverConfig> receiverConfig(std::string_view name, const std::string& settingsFile,
+/// - local: what this machine logs itself;
+/// - custrule: what the enabled receiving rules say, with the key and certificate of the settings for TLS; rules
+///   that make no sense are left out.
+/// Nothing when the settings make no sense or the rules cannot be read; `error` then names key and value.
+std::optional<ReceiverConfig> receiverConfig(std::string_view name, const SettingsPlaces& places,
                                              std::string& error);
 
 /// Where the programs of this machine log.

@@ -4,78 +4,132 @@
 
 #include <sysexits.h>
 
-#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
 #include <fstream>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
 
 #include "receiver/launcher/fail.h"
 #include "receiver/launcher/log_socket.h"
 #include "receiver/launcher/ports.h"
 #include "receiver/launcher/receiver_files.h"
 #include "receiver/launcher/tls_files.h"
+#include "receiver/rules/rule_sources.h"
 
 namespace ombrel {
 
 namespace {
 
-// With or without TLS a port is the same port.
-bool has(const ReceiverConfig* config, const Source& wanted) {
-    return config != nullptr &&
-           std::any_of(config->sources.begin(), config->sources.end(), [&](const Source& one) {
-               return (one.kind == SourceKind::kUdp) == (wanted.kind == SourceKind::kUdp) &&
-                      one.port == wanted.port && one.path == wanted.path;
-           });
-}
-
-// The two receivers of the network; the settings may give them one port.
-struct Sibling {
-    const char* name;
-    const char* portKey;
-    const char* people;
+struct Trouble {
+    int code;
+    std::string text;
 };
+using MaybeTrouble = std::optional<Trouble>;
 
-Sibling siblingOf(const ReceiverConfig& config) {
-    if (config.name == "ietf") return {"bsd", "server_port", "BSD"};
-    return {"ietf", "server_ietf_port", "IETF"};
+// The receivers of the network; settings and rules may give them one port.
+struct Neighbour {
+    const char* name;
+    const char* people;
+    bool sharesUdpPorts;
+};
+constexpr std::array<Neighbour, 3> kNeighbours = {
+    {{"bsd", "the receiver of BSD messages (server_port), which is running", true},
+     {"ietf", "the receiver of IETF messages (server_ietf_port), which is running", true},
+     {"custrule", "a receiving rule (custrule.conf)", false}}};
+
+std::string portSetting(const Source& source) {
+    return source.portKey + "=\"" + std::to_string(source.port) + "\"";
 }
 
-int checkPort(const ReceiverConfig& config, const Source& source, const std::string& runFolder) {
-    const bool udp = source.kind == SourceKind::kUdp;
-    const Sibling sibling = siblingOf(config);
-    const PortHolder holder = whoHolds(source, readPid(ReceiverFiles(runFolder, sibling.name).pid));
-    if (holder == PortHolder::kProcess) {
-        if (udp) return EX_OK;  // each datagram goes to one of the two, and what is in it says its format
-        return fail(EX_UNAVAILABLE, config.portKey + "=\"" + std::to_string(source.port) +
-                                        "\" is the port of the receiver of " + sibling.people + " messages (" +
-                                        sibling.portKey +
-                                        "), which is running; over TCP and TLS each needs its own");
+/// Looks at sources one by one, and at the machine once for all of them.
+class Inspection {
+public:
+    Inspection(const ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder)
+        : next_(next), runFolder_(runFolder) {
+        if (running == nullptr) return;
+        for (const Source& source : running->sources)
+            owned_.insert({portKeyOf(source), source.path});
     }
-    // Not tried where somebody has it: what comes meanwhile could be given to the one who tries.
-    const int error = holder == PortHolder::kAnother ? EADDRINUSE : tryToBind(source, config.ipv6);
-    if (error == 0) return EX_OK;
-    errno = error;
-    return failErrno(EX_UNAVAILABLE, "cannot use port " + std::to_string(source.port) + (udp ? "/udp" : "/tcp") +
-                                         " (" + config.portKey + ")");
-}
 
-int checkLogSocket(const std::string& path) {
-    removeStaleLogSocket(path);
-    switch (lookAtLogSocket(path)) {
-        case LogSocket::kFree:
-        case LogSocket::kStale:  // syslog-ng replaces what could not be removed, or says why not
-            return EX_OK;
-        case LogSocket::kTaken:
-            return fail(EX_UNAVAILABLE, "another program collects the logs of this machine at " + path +
-                                            "; end it, or switch local archiving off");
-        case LogSocket::kOther:
-            break;
+    MaybeTrouble troubleWith(const Source& source) {
+        if (!has(source)) {
+            if (hasPort(source.kind)) {
+                if (auto trouble = troubleWithPort(source)) return trouble;
+            }
+            if (source.kind == SourceKind::kLogSocket) return troubleWithLogSocket(source.path);
+        }
+        if (source.kind != SourceKind::kTls || troubleWithTls().empty()) return std::nullopt;
+        return Trouble{EX_CONFIG, troubleWithTls()};
     }
-    return fail(EX_UNAVAILABLE, path + " is in the way: no socket, or a link; remove it");
-}
+    [[nodiscard]] bool has(const Source& source) const {
+        return owned_.contains({portKeyOf(source), source.path});
+    }
 
-int checkSource(const ReceiverConfig& config, const Source& source, const std::string& runFolder) {
-    if (hasPort(source.kind)) return checkPort(config, source, runFolder);
-    return source.kind == SourceKind::kLogSocket ? checkLogSocket(source.path) : EX_OK;
-}
+private:
+    struct Other {
+        const Neighbour* who;
+        std::set<Inode> sockets;
+    };
+
+    void lookAtNeighbours() {
+        if (table_) return;
+        table_.emplace();
+        for (const Neighbour& who : kNeighbours) {
+            if (next_.name != who.name)
+                others_.push_back({&who, socketsOf(readPid(ReceiverFiles(runFolder_, who.name).pid))});
+        }
+    }
+
+    MaybeTrouble troubleWithPort(const Source& source) {
+        lookAtNeighbours();
+        const bool udp = source.kind == SourceKind::kUdp;
+        for (const Other& other : others_) {
+            if (table_->whoHolds(source, other.sockets) != PortHolder::kProcess) continue;
+            const bool share = next_.sharesUdpPorts && other.who->sharesUdpPorts;
+            // Each datagram goes to one of the two, and what is in it says its format.
+            if (udp && share) return std::nullopt;
+            return Trouble{EX_UNAVAILABLE, portSetting(source) + " is the port of " + other.who->people +
+                                               (share ? "; over TCP and TLS each" : "; each") + " needs its own"};
+        }
+        // Not tried where somebody has it: what comes meanwhile could be given to the one who tries.
+        const bool taken = table_->whoHolds(source, {}) != PortHolder::kNobody;
+        const int error = taken ? EADDRINUSE : tryToBind(source, next_.ipv6);
+        if (error == 0) return std::nullopt;
+        return Trouble{EX_UNAVAILABLE, portSetting(source) + ": cannot use port " + std::to_string(source.port) +
+                                           (udp ? "/udp: " : "/tcp: ") + std::strerror(error)};
+    }
+
+    static MaybeTrouble troubleWithLogSocket(const std::string& path) {
+        removeStaleLogSocket(path);
+        switch (lookAtLogSocket(path)) {
+            case LogSocket::kFree:
+            case LogSocket::kStale:  // syslog-ng replaces what could not be removed, or says why not
+                return std::nullopt;
+            case LogSocket::kTaken:
+                return Trouble{EX_UNAVAILABLE, "another program collects the logs of this machine at " + path +
+                                                   "; end it, or switch local archiving off"};
+            case LogSocket::kOther:
+                break;
+        }
+        return Trouble{EX_UNAVAILABLE, path + " is in the way: no socket, or a link; remove it"};
+    }
+
+    const std::string& troubleWithTls() {
+        if (!tls_) tls_ = whatIsWrongWithTlsFiles(next_.keyFile, next_.certificateFile);
+        return *tls_;
+    }
+
+    const ReceiverConfig& next_;
+    const std::string& runFolder_;
+    std::set<std::pair<PortKey, std::string>> owned_;
+    std::optional<PortTable> table_;
+    std::vector<Other> others_;
+    std::optional<std::string> tls_;
+};
 
 }  // namespace
 
@@ -86,15 +140,30 @@ pid_t readPid(const std::string& path) {
 }
 
 int checkResources(const ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder) {
+    Inspection inspection(next, running, runFolder);
     for (const Source& source : next.sources) {
-        if (!has(running, source)) {
-            if (const int code = checkSource(next, source, runFolder)) return code;
-        }
-        if (source.kind != SourceKind::kTls) continue;
-        const std::string wrong = whatIsWrongWithTlsFiles(next.keyFile, next.certificateFile);
-        if (!wrong.empty()) return fail(EX_CONFIG, wrong);
+        if (const auto trouble = inspection.troubleWith(source)) return fail(trouble->code, trouble->text);
     }
     return EX_OK;
+}
+
+bool leaveOutUnusable(ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder) {
+    Inspection inspection(next, running, runFolder);
+    // What is in use already stays so, whatever has become of its key since.
+    const bool keeps =
+        running != nullptr && running->keyFile == next.keyFile && running->certificateFile == next.certificateFile;
+    std::vector<Source> usable;
+    for (Source& source : next.sources) {
+        const auto trouble = keeps && inspection.has(source) ? std::nullopt : inspection.troubleWith(source);
+        if (trouble) {
+            next.remarks.push_back(leftOutLine(source.rule, trouble->text));
+        } else {
+            usable.push_back(std::move(source));
+        }
+    }
+    const bool any = usable.size() < next.sources.size();
+    next.sources = std::move(usable);
+    return any;
 }
 
 }  // namespace ombrel

@@ -20,4 +20,8 @@ pid_t readPid(const std::string& path);
 /// folders.
 int checkResources(const ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder);
 
+/// For a receiver that goes without what it cannot have: takes those sources out of `next` and enters a line for
+/// each. True when there were any.
+bool leaveOutUnusable(ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder);
+
 }  // namespace ombrel

@@ -64,7 +64,9 @@ udp_waiting() {
 # Lines that the receivers hold for the log writer; one that does not run holds none.
 receiver_queued() {
   local name
-  for name in $RECEIVERS; do syslog-ng-ctl stats --control=$PACKAGE/service/run/$name/control 2>/dev/null || true; done |
+  for name in $RECEIVERS custrule; do
+    syslog-ng-ctl stats --control=$PACKAGE/service/run/$name/control 2>/dev/null || true
+  done |
     awk -F ';' '$1 ~ /^dst/ && $5 == "queued" { sum += $6 } END { print sum + 0 }'
 }
 
@@ -83,5 +85,7 @@ await_handed_over() {
 stop_jobs() {
   local job
   await_handed_over
+  ! "$OMBREL" job status pkg-Ombrel-custrule >/dev/null || "$OMBREL" job stop pkg-Ombrel-custrule ||
+    die "pkg-Ombrel-custrule does not stop"
   for job in pkg-Ombrel-bsd pkg-Ombrel-ietf pkg-Ombrel-syslog; do "$OMBREL" job stop $job || die "$job does not stop"; done
 }

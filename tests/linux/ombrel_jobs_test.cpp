@@ -209,8 +209,14 @@ TEST(Definitions, OfTheProductAreRight) {
     const ProgramResult result =
         runProgram({OMBREL_JOBS_PROGRAM, "--jobs=" OMBREL_JOB_FOLDER, "--list"}, std::chrono::seconds(30));
     EXPECT_EQ(result.exitCode, 0) << result.errors;
-    EXPECT_THAT(result.output, HasSubstr("pkg-Ombrel-syslog\n"));
-    EXPECT_THAT(result.output, HasSubstr("pkg-Ombrel-bsd\n"));
+    const std::size_t writer = result.output.find("pkg-Ombrel-syslog\n");
+    EXPECT_NE(writer, std::string::npos);
+    for (const char* const receiver : {"bsd", "ietf", "custrule", "localarchive"}) {
+        const std::size_t place = result.output.find(std::string("pkg-Ombrel-") + receiver + "\n");
+        EXPECT_NE(place, std::string::npos) << receiver;
+        EXPECT_GT(place, writer) << receiver << " starts before the log writer";
+    }
+    EXPECT_THAT(result.output, HasSubstr("syslog-notify\n"));
 }
 
 }  // namespace

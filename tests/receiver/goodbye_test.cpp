@@ -62,7 +62,7 @@ protected:
 
 TEST_F(Goodbye, IsSeenByTheSenderWhileWhatItHadSentIsRead) {
     ASSERT_EQ(::send(sender_.get(), "before", 6, 0), 6);
-    EXPECT_EQ(sayGoodbye(*receiver_, port()), 1);
+    EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 1);
     EXPECT_EQ(read(sender_), "");  // the end
     ASSERT_EQ(::send(sender_.get(), " after", 6, MSG_NOSIGNAL), 6);
     sender_.reset();
@@ -73,7 +73,7 @@ TEST_F(Goodbye, IsSeenByTheSenderWhileWhatItHadSentIsRead) {
 }
 
 TEST_F(Goodbye, PassesOverNewConnectionsAndWakesNobody) {
-    EXPECT_EQ(sayGoodbye(*receiver_, port()), 1);
+    EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 1);
     const Fd late = newSender();
     ASSERT_EQ(::fcntl(late.get(), F_SETFL, O_NONBLOCK), 0);
     EXPECT_EQ(::connect(late.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_), -1);
@@ -83,16 +83,16 @@ TEST_F(Goodbye, PassesOverNewConnectionsAndWakesNobody) {
 }
 
 TEST_F(Goodbye, MayBeSaidAgain) {
-    EXPECT_EQ(sayGoodbye(*receiver_, port()), 1);
-    EXPECT_EQ(sayGoodbye(*receiver_, port()), 1);
+    EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 1);
+    EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 1);
     EXPECT_EQ(read(sender_), "");
 }
 
 TEST_F(Goodbye, IsNotSaidOnOtherPortsNorByAProcessThatHasEnded) {
     const auto other = static_cast<std::uint16_t>(port() == 65535 ? 1 : port() + 1);
-    EXPECT_EQ(sayGoodbye(*receiver_, other), 0);
+    EXPECT_EQ(sayGoodbye(*receiver_, {other}), 0);
     EXPECT_TRUE(receiver_->end(std::chrono::steady_clock::now() + std::chrono::seconds(10)));
-    EXPECT_EQ(sayGoodbye(*receiver_, port()), 0);
+    EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 0);
     EXPECT_EQ(read(sender_, 0), "<nothing>");
     const Fd late = newSender();
     EXPECT_EQ(::connect(late.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_), 0);

@@ -30,6 +30,16 @@ using testing::HasSubstr;
 
 constexpr pid_t kNoProcess = -1;
 
+PortHolder whoHolds(const Source& source, pid_t process) {
+    return PortTable().whoHolds(source, socketsOf(process));
+}
+bool hasBound(pid_t process, const Source& source) {
+    return PortTable().hasBound(source, socketsOf(process));
+}
+unsigned long long waitingInKernel(const Source& source) {
+    return PortTable().waiting(source);
+}
+
 // A socket on a port of the kernel's choice.
 class BoundPort {
 public:
@@ -153,8 +163,8 @@ protected:
     int check(const std::string& name, const Source& source, const ReceiverConfig* running = nullptr) {
         ReceiverConfig config;
         config.name = name;
-        config.portKey = name == "bsd" ? "server_port" : "server_ietf_port";
         config.sources = {source};
+        config.sources[0].portKey = name == "bsd" ? "server_port" : "server_ietf_port";
         config.ipv6 = false;
         testing::internal::CaptureStderr();
         const int code = checkResources(config, running, folder.path());
@@ -175,7 +185,7 @@ TEST_F(Resources, ShareAPortForDatagramsWithTheOtherReceiver) {
 TEST_F(Resources, DoNotShareAPortForDatagramsWithAnybodyElse) {
     const BoundPort port(SourceKind::kUdp);
     EXPECT_EQ(check("ietf", port.source), EX_UNAVAILABLE);
-    EXPECT_THAT(said, HasSubstr("/udp (server_ietf_port): Address already in use"));
+    EXPECT_THAT(said, HasSubstr("server_ietf_port=\"" + std::to_string(port.source.port) + "\": cannot use port"));
     runBsd(::getppid());
     EXPECT_EQ(check("ietf", port.source), EX_UNAVAILABLE);
 }
@@ -196,6 +206,69 @@ TEST_F(Resources, LeaveAloneWhatTheReceiverHasAlready) {
     running.sources = {port.source};
     EXPECT_EQ(check("bsd", port.source, &running), EX_OK);
     EXPECT_EQ(check("bsd", {SourceKind::kUdp, port.source.port}, &running), EX_OK) << "another port by now";
+}
+
+class RuleResources : public Resources {
+protected:
+    RuleResources() {
+        rules.name = "custrule";
+        rules.needsAll = false;
+        rules.sharesUdpPorts = false;
+        rules.ipv6 = false;
+    }
+    void add(const std::string& rule, Source source) {
+        source.portKey = "port";
+        source.rule = rule;
+        rules.sources.push_back(source);
+    }
+    ReceiverConfig rules;
+};
+
+TEST_F(RuleResources, AreLeftOutWhereTheyAreTaken) {
+    const BoundPort stream(SourceKind::kTcp);
+    const BoundPort datagrams(SourceKind::kUdp);
+    add("a", stream.source);
+    add("b", {SourceKind::kTcp, 0});
+    add("c", datagrams.source);
+    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path()));
+    ASSERT_EQ(rules.sources.size(), 1U);
+    EXPECT_EQ(rules.sources[0].rule, "b");
+    const std::string port = std::to_string(stream.source.port);
+    EXPECT_THAT(rules.remarks,
+                testing::ElementsAre("rule \"a\" is left out: port=\"" + port + "\": cannot use port " + port +
+                                         "/tcp: Address already in use",
+                                     testing::StartsWith("rule \"c\" is left out: port=")));
+    EXPECT_FALSE(leaveOutUnusable(rules, nullptr, folder.path())) << "the rest can be had";
+}
+
+TEST_F(RuleResources, AreNotSharedWithAReceiver) {
+    const BoundPort port(SourceKind::kUdp);
+    runBsd(::getpid());
+    add("mine", port.source);
+    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path()));
+    EXPECT_THAT(
+        rules.remarks,
+        testing::ElementsAre("rule \"mine\" is left out: port=\"" + std::to_string(port.source.port) +
+                             "\" is the port of the receiver of BSD messages (server_port), which is running; "
+                             "each needs its own"));
+}
+
+TEST_F(RuleResources, AreNotGivenToAReceiver) {
+    const BoundPort port(SourceKind::kUdp);
+    std::filesystem::create_directory(folder / "custrule");
+    writeText(folder / "custrule/pid", std::to_string(::getpid()));
+    EXPECT_EQ(check("ietf", port.source), EX_UNAVAILABLE);
+    EXPECT_THAT(said, HasSubstr("is the port of a receiving rule (custrule.conf); each needs its own"));
+}
+
+TEST_F(RuleResources, ThatAreInUseStaySo) {
+    const BoundPort port(SourceKind::kTcp);
+    ReceiverConfig running = rules;
+    running.sources = {{SourceKind::kTls, port.source.port}};
+    add("kept", {SourceKind::kTls, port.source.port});
+    EXPECT_FALSE(leaveOutUnusable(rules, &running, folder.path())) << "without another look at its certificate";
+    running.keyFile = "/another";
+    EXPECT_TRUE(leaveOutUnusable(rules, &running, folder.path()));
 }
 
 class LogSocketFile : public Resources {

@@ -29,7 +29,7 @@ ReceiverConfig networkConfig(const std::string& name, SourceKind kind) {
     ReceiverConfig config;
     config.name = name;
     config.sources = {{kind, 514}};
-    config.octetCounting = name == "ietf";
+    config.sources[0].counted = name == "ietf" && kind != SourceKind::kUdp;
     config.receiveBuffer = 212992;
     config.writerPort = 5615;
     config.token = "0123456789abcdef";
@@ -46,6 +46,33 @@ ReceiverConfig networkConfig(const std::string& name, SourceKind kind) {
 ReceiverConfig localConfig(std::vector<Source> sources) {
     ReceiverConfig config = networkConfig("local", SourceKind::kUdp);
     config.sources = std::move(sources);
+    return config;
+}
+
+Source ruleSource(SourceKind kind, std::uint16_t port, bool counted, bool raw) {
+    Source source{kind, port};
+    source.counted = counted;
+    source.raw = raw;
+    return source;
+}
+
+// Rules of each format, two of them with the same one.
+ReceiverConfig rulesConfig() {
+    ReceiverConfig config = networkConfig("custrule", SourceKind::kTls);
+    config.needsAll = false;
+    config.sharesUdpPorts = false;
+    config.sources = {
+        ruleSource(SourceKind::kUdp, 1514, false, false), ruleSource(SourceKind::kTcp, 1514, false, false),
+        ruleSource(SourceKind::kTls, 6514, true, false),  ruleSource(SourceKind::kUdp, 1515, false, true),
+        ruleSource(SourceKind::kTcp, 1516, false, true),  ruleSource(SourceKind::kUdp, 1517, false, false),
+        ruleSource(SourceKind::kTcp, 1518, true, false)};
+    return config;
+}
+
+ReceiverConfig noRules() {
+    ReceiverConfig config = rulesConfig();
+    config.sources.clear();
+    config.keyFile.clear();
     return config;
 }
 
@@ -85,22 +112,23 @@ TEST_P(RenderReceiverConfig, IsAcceptedBySyslogNg) {
     EXPECT_EQ(writeCheckedConfiguration(kSyslogNg, files, renderHandOverConfig(config)), EX_OK);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, RenderReceiverConfig,
-                         testing::Values(Golden{"bsd-udp", networkConfig("bsd", SourceKind::kUdp)},
-                                         Golden{"bsd-tcp", networkConfig("bsd", SourceKind::kTcp)},
-                                         Golden{"bsd-tls", networkConfig("bsd", SourceKind::kTls)},
-                                         Golden{"ietf-udp", networkConfig("ietf", SourceKind::kUdp)},
-                                         Golden{"ietf-tcp", networkConfig("ietf", SourceKind::kTcp)},
-                                         Golden{"ietf-tls", networkConfig("ietf", SourceKind::kTls)},
-                                         Golden{"local-journal", localConfig({{SourceKind::kJournal}})},
-                                         Golden{"local-devices",
-                                                localConfig({{SourceKind::kLogSocket, 0, "/dev/log"},
-                                                             {SourceKind::kKernelRing, 0, "/proc/kmsg"}})}),
-                         [](const auto& one) {
-                             std::string name = one.param.name;
-                             std::replace(name.begin(), name.end(), '-', '_');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(
+    All, RenderReceiverConfig,
+    testing::Values(Golden{"bsd-udp", networkConfig("bsd", SourceKind::kUdp)},
+                    Golden{"bsd-tcp", networkConfig("bsd", SourceKind::kTcp)},
+                    Golden{"bsd-tls", networkConfig("bsd", SourceKind::kTls)},
+                    Golden{"ietf-udp", networkConfig("ietf", SourceKind::kUdp)},
+                    Golden{"ietf-tcp", networkConfig("ietf", SourceKind::kTcp)},
+                    Golden{"ietf-tls", networkConfig("ietf", SourceKind::kTls)},
+                    Golden{"custrule-mixed", rulesConfig()}, Golden{"custrule-none", noRules()},
+                    Golden{"local-journal", localConfig({{SourceKind::kJournal}})},
+                    Golden{"local-devices", localConfig({{SourceKind::kLogSocket, 0, "/dev/log"},
+                                                         {SourceKind::kKernelRing, 0, "/proc/kmsg"}})}),
+    [](const auto& one) {
+        std::string name = one.param.name;
+        std::replace(name.begin(), name.end(), '-', '_');
+        return name;
+    });
 
 TEST(RenderHandOverConfig, KeepsDestinationsAndReadsNoStream) {
     const ReceiverConfig config = networkConfig("bsd", SourceKind::kTcp);
@@ -109,11 +137,15 @@ TEST(RenderHandOverConfig, KeepsDestinationsAndReadsNoStream) {
     };
     const std::string text = renderHandOverConfig(config);
     std::string usual = afterDestination(renderReceiverConfig(config));
-    const std::string wait = "batch-timeout(100)";
-    ASSERT_THAT(usual, HasSubstr(wait));
-    EXPECT_EQ(afterDestination(text), usual.replace(usual.find(wait), wait.size(), "batch-timeout(1)"));
+    const auto replace = [&usual](const std::string& old, const std::string& next) {
+        ASSERT_THAT(usual, HasSubstr(old));
+        usual.replace(usual.find(old), old.size(), next);
+    };
+    replace("batch-timeout(100)", "batch-timeout(1)");
+    replace("source(s_tcp)", "source(s_silent)");
+    EXPECT_EQ(afterDestination(text), usual);
     EXPECT_THAT(text, Not(HasSubstr("transport(\"tcp\")")));
-    EXPECT_THAT(text, HasSubstr("source s_tcp { unix-dgram('/run/bsd/silent'); };"));
+    EXPECT_THAT(text, HasSubstr("source s_silent { unix-dgram('/run/bsd/silent'); };"));
 }
 
 TEST(RenderHandOverConfig, GoesOnReadingWhatCannotBeHeldBack) {
@@ -122,6 +154,26 @@ TEST(RenderHandOverConfig, GoesOnReadingWhatCannotBeHeldBack) {
         localConfig({{SourceKind::kLogSocket, 0, "/dev/log"}, {SourceKind::kKernelRing, 0, "/proc/kmsg"}}));
     EXPECT_THAT(text, HasSubstr("unix-dgram('/dev/log'"));
     EXPECT_THAT(text, Not(HasSubstr("/proc/kmsg")));
+}
+
+TEST(DestinationNames, AreThoseOfTheKindsOfSources) {
+    EXPECT_THAT(
+        destinationNames(rulesConfig().sources),
+        testing::ElementsAre("d_udp", "d_tcp", "d_counted-tls", "d_raw-udp", "d_raw-tcp", "d_counted-tcp"));
+    EXPECT_THAT(destinationNames({}), testing::IsEmpty());
+}
+
+TEST(RenderReceiverConfig, SharesTheLinesOnTheWayAmongManyListeners) {
+    ReceiverConfig config = rulesConfig();
+    const auto window = [&config](std::size_t listeners) {
+        config.sources.assign(listeners, ruleSource(SourceKind::kTcp, 1514, false, false));
+        const std::string text = renderReceiverConfig(config);
+        const std::string head = "max-connections(100) log-iw-size(";
+        return std::stoi(text.substr(text.find(head) + head.size()));
+    };
+    EXPECT_EQ(window(1), 100 * 20'000);
+    EXPECT_EQ(window(4), 100 * 5'000);
+    EXPECT_EQ(window(1000), 100 * 1'000) << "what is read at once";
 }
 
 TEST(IsConfigurablePath, RefusesWhatIsNoPathOnOneLine) {
@@ -134,7 +186,8 @@ TEST(IsConfigurablePath, RefusesWhatIsNoPathOnOneLine) {
 
 TEST(CheckReceiver, FailsWhereNoneRuns) {
     const TempFolder folder;
-    EXPECT_EQ(checkReceiver({folder / "server.conf", folder.path()}, networkConfig("bsd", SourceKind::kUdp)), 1);
+    EXPECT_EQ(checkReceiver({.settings = {}, .runFolder = folder.path()}, networkConfig("bsd", SourceKind::kUdp)),
+              1);
 }
 
 TEST(PrintReceiverConfig, DoesNotShowTheToken) {

@@ -15,6 +15,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string>
@@ -174,12 +175,11 @@ protected:
     }
     // Exit code of a receiver in a process of its own, since it takes signals.
     int runProgram(const std::string& syslogNg) {
-        const LauncherPlaces places{
-            .settingsFile = folder / "server.conf", .runFolder = folder.path(), .syslogNg = syslogNg};
-        ReceiverConfig config;
-        config.name = "bsd";
-        config.sources = {{SourceKind::kTcp, 0}};
-        config.queueFolder = folder / "bsd";
+        const LauncherPlaces places{.settings = {folder / "server.conf", folder / "custrule.conf"},
+                                    .runFolder = folder.path(),
+                                    .syslogNg = syslogNg,
+                                    .openPorts = openPorts};
+        config.queueFolder = folder / config.name;
         ::mkdir(config.queueFolder.c_str(), 0700);
         const ReceiverFiles files(places.runFolder, config.name);
         const pid_t pid = ::fork();
@@ -189,6 +189,8 @@ protected:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
     TempFolder folder;
+    ReceiverConfig config{.name = "bsd", .sources = {{SourceKind::kTcp, 0}}};
+    int (*openPorts)() = nullptr;
     const std::string check = "for word; do [ \"$word\" != --syntax-only ] || exit 0; done\n";
 };
 
@@ -204,6 +206,60 @@ TEST_F(RunReceiver, WantsToBeStartedAgainWhenSyslogNgEndsByItself) {
 
 TEST_F(RunReceiver, EndsSyslogNgThatDoesNotAnswerYet) {
     EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+}
+
+TEST_F(RunReceiver, HasThePortsOpenedAtItsStart) {
+    openPorts = [] { return static_cast<int>(::write(STDERR_FILENO, "opened\n", 7)) > 0 ? 0 : -1; };
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "opened\n");
+}
+
+TEST_F(RunReceiver, GoesOnWhenThePortsCannotBeOpened) {
+    openPorts = [] { return -1; };
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the firewall does not take up the ports"));
+}
+
+class RunRules : public RunReceiver {
+protected:
+    RunRules() {
+        config.name = "custrule";
+        config.sources = {};
+        config.needsAll = false;
+    }
+};
+
+TEST_F(RunRules, RunsWithoutAnyRule) {
+    EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+    EXPECT_EQ(readText(folder / "custrule/syslog-ng.conf"), renderReceiverConfig(config));
+}
+
+TEST_F(RunRules, GoesWithoutTheOneThatItCannotHave) {
+    Source missingKey{SourceKind::kTls, 0};
+    missingKey.rule = "secret";
+    config.sources = {{SourceKind::kTcp, 0}, missingKey};
+    config.keyFile = folder / "missing.pem";
+    config.remarks = {"rule \"other\" is left out: for a reason"};
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "ombrel-receiver: rule \"other\" is left out: for a reason\n"
+              "ombrel-receiver: rule \"secret\" is left out: cannot read server_ca_key=\"" +
+                  (folder / "missing.pem") + "\": No such file or directory\n");
+    config.sources.pop_back();
+    EXPECT_EQ(readText(folder / "custrule/syslog-ng.conf"), renderReceiverConfig(config));
+}
+
+TEST_F(RunRules, TellsOfManyInPart) {
+    for (int i = 0; i < 150; ++i)
+        config.remarks.push_back("rule \"" + std::to_string(i) + "\" is left out");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 101);
+    EXPECT_THAT(said, HasSubstr("rule \"99\" is left out\nombrel-receiver: and 50 lines more of this kind\n"));
 }
 
 TEST_F(RunReceiver, CannotRunWhatIsNotThere) {

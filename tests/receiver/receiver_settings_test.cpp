@@ -21,7 +21,7 @@ class NetworkReceiver : public testing::Test {
 protected:
     std::optional<ReceiverConfig> read(const std::string& name, const Settings& changed) {
         writeSettings(folder / "server.conf", changed);
-        return receiverConfig(name, folder / "server.conf", error);
+        return receiverConfig(name, {folder / "server.conf", folder / "custrule.conf"}, error);
     }
     TempFolder folder;
     std::string error;
@@ -48,7 +48,7 @@ TEST_P(ListensOn, OneTransport) {
     ASSERT_EQ(config->sources.size(), 1U);
     EXPECT_EQ(config->sources[0].kind, GetParam().kind);
     EXPECT_EQ(config->sources[0].port, GetParam().port);
-    EXPECT_EQ(config->octetCounting, config->name == "ietf");
+    EXPECT_EQ(config->sources[0].counted, config->name == "ietf" && GetParam().kind != SourceKind::kUdp);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -78,7 +78,7 @@ TEST_F(NetworkReceiver, HasTheFilesForTls) {
     ASSERT_TRUE(config) << error;
     EXPECT_EQ(config->keyFile, "/etc/ssl/key.pem");
     EXPECT_EQ(config->certificateFile, "/etc/ssl/cert.pem");
-    EXPECT_EQ(config->portKey, "server_ietf_port");
+    EXPECT_EQ(config->sources[0].portKey, "server_ietf_port");
 }
 
 TEST_F(NetworkReceiver, NamesThePortThatIsNone) {
@@ -113,9 +113,68 @@ TEST_F(NetworkReceiver, NamesThePathThatCannotBeUsed) {
 
 TEST_F(NetworkReceiver, SaysWhichFileCannotBeRead) {
     for (const char* const name : {"bsd", "ietf"}) {
-        EXPECT_FALSE(receiverConfig(name, folder / "missing.conf", error));
+        EXPECT_FALSE(receiverConfig(name, {folder / "missing.conf", {}}, error));
         EXPECT_THAT(error, HasSubstr("missing.conf"));
     }
+}
+
+class RulesReceiver : public NetworkReceiver {
+protected:
+    void writeRules(const std::string& text) { writeText(folder / "custrule.conf", text); }
+    [[nodiscard]] static std::string rule(const std::string& name, const std::string& port,
+                                          const std::string& ssl) {
+        return "[" + name + "]\nformat=\"BSD\"\nprotocol=\"tcp\"\nport=\"" + port + "\"\nssl=\"" + ssl +
+               "\"\nenable=\"yes\"\n";
+    }
+};
+
+TEST_F(RulesReceiver, TakesTheCertificateOfTheSettings) {
+    writeRules(rule("plain", "1514", "no") + rule("secret", "1515", "yes"));
+    const auto config = read("custrule", {{"server_ca_key", "/tls/key.pem"}, {"server_ca_file", "/tls/cert.pem"}});
+    ASSERT_TRUE(config) << error;
+    EXPECT_EQ(config->name, "custrule");
+    EXPECT_FALSE(config->needsAll);
+    EXPECT_FALSE(config->sharesUdpPorts);
+    ASSERT_EQ(config->sources.size(), 2U);
+    EXPECT_EQ(config->sources[1].kind, SourceKind::kTls);
+    EXPECT_EQ(config->keyFile, "/tls/key.pem");
+    EXPECT_EQ(config->certificateFile, "/tls/cert.pem");
+    EXPECT_THAT(config->remarks, testing::IsEmpty());
+}
+
+TEST_F(RulesReceiver, GoesWithoutTlsWhereTheSettingsHaveNoUsablePath) {
+    writeRules(rule("plain", "1514", "no") + rule("secret", "1515", "yes"));
+    const auto config = read("custrule", {{"server_ca_key", "key.pem"}, {"server_ca_file", "/tls/cert.pem"}});
+    ASSERT_TRUE(config) << error;
+    ASSERT_EQ(config->sources.size(), 1U);
+    EXPECT_EQ(config->sources[0].rule, "plain");
+    EXPECT_THAT(
+        config->remarks,
+        testing::ElementsAre(StartsWith("rule \"secret\" is left out: server_ca_key=\"key.pem\" must be")));
+}
+
+TEST_F(RulesReceiver, NeedsNoSettingsWithoutTls) {
+    writeRules(rule("plain", "1514", "no"));
+    auto config = receiverConfig("custrule", {folder / "missing.conf", folder / "custrule.conf"}, error);
+    ASSERT_TRUE(config) << error;
+    EXPECT_EQ(config->sources.size(), 1U);
+    writeRules(rule("plain", "1514", "no") + rule("secret", "1515", "yes"));
+    config = receiverConfig("custrule", {folder / "missing.conf", folder / "custrule.conf"}, error);
+    ASSERT_TRUE(config) << error;
+    EXPECT_EQ(config->sources.size(), 1U);
+    EXPECT_THAT(config->remarks, testing::ElementsAre(HasSubstr("cannot read the receiver settings")));
+}
+
+TEST_F(RulesReceiver, ListensOnNothingWithoutAFile) {
+    const auto config = read("custrule", {});
+    ASSERT_TRUE(config) << error;
+    EXPECT_THAT(config->sources, testing::IsEmpty());
+}
+
+TEST_F(RulesReceiver, SaysThatTheFileCannotBeRead) {
+    std::filesystem::create_directory(folder / "custrule.conf");
+    EXPECT_FALSE(read("custrule", {}));
+    EXPECT_EQ(error, "cannot read the receiving rules in " + (folder / "custrule.conf") + ": Is a directory");
 }
 
 class LocalReceiver : public testing::Test {
@@ -149,10 +208,10 @@ TEST_F(LocalReceiver, GoesWithoutTheKernelThatItMayNotRead) {
     EXPECT_THAT(trouble, HasSubstr(folder / "kmsg: No such file"));
 }
 
-TEST(IsReceiverName, KnowsThree) {
-    for (const char* const name : {"bsd", "ietf", "local"})
+TEST(IsReceiverName, KnowsFour) {
+    for (const char* const name : {"bsd", "ietf", "local", "custrule"})
         EXPECT_TRUE(isReceiverName(name));
-    for (const char* const name : {"", "custrule", "BSD", "../bsd"})
+    for (const char* const name : {"", "custrules", "BSD", "../bsd"})
         EXPECT_FALSE(isReceiverName(name));
 }
 
