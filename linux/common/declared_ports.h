@@ -23,9 +23,9 @@ namespace ombrel {
 inline constexpr const char* kDeclarationFolder = "/usr/local/etc/services.d";
 inline constexpr std::string_view kDeclarationSuffix = ".sc";
 
-inline constexpr std::size_t kMostDeclarationBytes = 1 << 20;  ///< of one file
+inline constexpr std::size_t kMostDeclarationBytes = 4 << 20;  ///< of one file
 inline constexpr std::size_t kMostDeclarationFiles = 512;
-inline constexpr std::size_t kMostDeclarations = 4096;  ///< sections of all files
+inline constexpr std::size_t kMostDeclarations = 16384;  ///< sections of all files
 
 struct Declaration {
     std::string file;  ///< its name in the folder

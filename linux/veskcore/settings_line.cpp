@@ -92,8 +92,8 @@ bool LineFormat::canHold(std::string_view key, std::string_view value) const {
 }
 
 bool isSectionName(std::string_view name) {
-    return !name.empty() && name.find_first_of(kLineBreaks) == std::string_view::npos &&
-           name.find(']') == std::string_view::npos;
+    return !name.empty() && name.size() <= kMostSectionName &&
+           name.find_first_of(kLineBreaks) == std::string_view::npos && name.find(']') == std::string_view::npos;
 }
 
 }  // namespace ombrel

@@ -11,6 +11,7 @@
 // Lines end with LF or CRLF. Anything else is junk, which is passed over and kept.
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -63,7 +64,11 @@ private:
     std::string after_;
 };
 
-/// Whether `name` can stand in a section header; it is neither empty nor has it a line break, NUL or "]".
+/// A port declaration has no room for a longer name, so that a longer section could never be withdrawn there.
+inline constexpr std::size_t kMostSectionName = 255;
+
+/// Whether a section may be given this name: 1 to kMostSectionName bytes without a line break, NUL or "]". What
+/// stands in a file already is read, changed and removed whatever its length.
 bool isSectionName(std::string_view name);
 
 }  // namespace ombrel

@@ -211,6 +211,55 @@ INSTANTIATE_TEST_SUITE_P(Names, SectionName,
                                            std::pair{"Path", "../../etc/passwd"}, std::pair{"Utf8", "Büro"}),
                          [](const auto& test) { return test.param.first; });
 
+/// A port declaration of that name must be possible, and its length is bounded.
+class LongSectionName : public SectionFile {
+protected:
+    const std::string longest = std::string(255, 'n');
+    const std::string tooLong = std::string(256, 'n');
+    static constexpr int kForbiddenText = 0x202;
+};
+
+TEST_F(LongSectionName, IsTakenUpTo255Bytes) {
+    const std::string path = at("rules.conf");
+    EXPECT_GE(add(path, longest.c_str(), {{"port", "1"}}), 0);
+    EXPECT_EQ(valueOf(path, longest.c_str(), "port"), "1");
+    EXPECT_GE(replace(path, longest.c_str(), "short", {{"port", "2"}}), 0);
+    EXPECT_GE(replace(path, "short", longest.c_str(), {{"port", "3"}}), 0);
+    EXPECT_GE(VLIBCFileRemoveSection(path.c_str(), longest.c_str()), 0);
+    EXPECT_GE(VLIBCFileSetSectionValue(path.c_str(), longest.c_str(), "port", "4"), 0);
+    EXPECT_EQ(bytesOf(path), "[" + longest + "]\nport=\"4\"\n");
+}
+
+TEST_F(LongSectionName, IsRefusedBeyondThem) {
+    const std::string path = file("rules.conf", kTwoRules);
+    const auto refused = [&](int result) {
+        EXPECT_LT(result, 0);
+        EXPECT_EQ(VLIBCErrGet(), kForbiddenText);
+        EXPECT_EQ(bytesOf(path), kTwoRules);
+        VLIBCErrSetEx(0, "", 0);
+    };
+    refused(add(path, tooLong.c_str(), {{"port", "1"}}));
+    refused(replace(path, "first", tooLong.c_str(), {{"port", "1"}}));
+    refused(VLIBCFileSetSectionValue(path.c_str(), tooLong.c_str(), "port", "1"));
+    EXPECT_LT(add(at("new.conf"), tooLong.c_str(), {{"port", "1"}}), 0);
+    EXPECT_FALSE(world->exists(at("new.conf")));
+}
+
+TEST_F(LongSectionName, ThatStandsInAFileCanBeReadChangedAndRemoved) {
+    const std::string path = file("rules.conf", "[" + tooLong + "]\nport=\"1\"\n" + kTwoRules);
+    EXPECT_THAT(sections(path), ElementsAre(tooLong, "first", "second"));
+    VLIBSZHASH* raw = nullptr;
+    EXPECT_EQ(VLIBCFileGetSection(path.c_str(), tooLong.c_str(), &raw), 1);
+    VLIBCSzHashFree(raw);
+    EXPECT_GE(VLIBCFileSetSectionValue(path.c_str(), tooLong.c_str(), "port", "2"), 0);
+    EXPECT_EQ(valueOf(path, tooLong.c_str(), "port"), "2");
+    EXPECT_GE(replace(path, tooLong.c_str(), "short", {{"port", "3"}}), 0);
+    EXPECT_THAT(sections(path), ElementsAre("short", "first", "second"));
+    const std::string again = file("again.conf", "[" + tooLong + "]\nport=\"1\"\n" + kTwoRules);
+    EXPECT_GE(VLIBCFileRemoveSection(again.c_str(), tooLong.c_str()), 0);
+    EXPECT_EQ(bytesOf(again), kTwoRules);
+}
+
 struct Forbidden {
     const char* name;
     const char* section;

@@ -40,7 +40,9 @@ bool areStorable(const KeyValues& keys) {
 }
 
 bool isSectionName(const char* name) {
-    return name != nullptr && *name != '\0' && ombrel::test::isStorable(name) && std::strchr(name, ']') == nullptr;
+    constexpr std::size_t kMostBytes = 255;
+    return name != nullptr && *name != '\0' && std::strlen(name) <= kMostBytes && ombrel::test::isStorable(name) &&
+           std::strchr(name, ']') == nullptr;
 }
 
 std::vector<std::string> linesFor(const KeyValues& keys, const char* format) {
@@ -181,9 +183,12 @@ int VLIBCFileGetSectionValue(const char* path, const char* section, const char* 
 int VLIBCFileSetSectionValue(const char* path, const char* section, const char* key, const char* value) {
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VLIBCFileSetSectionValue", path, section, key, value)) return -1;
-    if (!isSectionName(section) || !areStorable({{key, value}})) return refuse(kForbiddenText);
+    if (!areStorable({{key, value}})) return refuse(kForbiddenText);
     SectionedText file(platform.read(path).value_or(""));
-    if (file.find(section) == nullptr) file.sections.push_back({section, {}});
+    if (file.find(section) == nullptr) {
+        if (!isSectionName(section)) return refuse(kForbiddenText);
+        file.sections.push_back({section, {}});
+    }
     Section* found = file.find(section);
     const std::string line = std::string(key) + "=\"" + value + "\"";
     const auto same = std::find_if(found->lines.begin(), found->lines.end(), [key](const std::string& candidate) {

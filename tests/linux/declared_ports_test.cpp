@@ -115,14 +115,14 @@ TEST_F(DeclaredPorts, AreShownOnOneLineWhateverTheyHold) {
 }
 
 TEST_F(DeclaredPorts, AreReadWithinBounds) {
-    EXPECT_EQ(wordsFor(std::string(kMostDeclarationBytes + 1, '#')), "other.sc: more than 1048576 bytes");
+    EXPECT_EQ(wordsFor(std::string(kMostDeclarationBytes + 1, '#')), "other.sc: more than 4194304 bytes");
     std::string sections;
     for (std::size_t i = 0; i < kMostDeclarations; ++i)
         sections += "[s" + std::to_string(i) + "]\nport=\"1\"\nprotocol=\"tcp\"\n";
     file("other.sc", sections);
     EXPECT_THAT(names(), SizeIs(kMostDeclarations));
     file("some.sc", "[more]\nport=\"1\"\nprotocol=\"tcp\"\n");
-    EXPECT_THAT(names(), ElementsAre(HasSubstr("some.sc: section [more]: more than 4096 sections in all files")));
+    EXPECT_THAT(names(), ElementsAre(HasSubstr("some.sc: section [more]: more than 16384 sections in all files")));
 }
 
 TEST_F(DeclaredPorts, AreReadFromABoundedNumberOfFiles) {
