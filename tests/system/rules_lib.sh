@@ -153,7 +153,7 @@ send_to_rule() { # FORMAT PROTOCOL PORT SSL MESSAGE
 # Sends one message to each of these rules, or to each that is served, and looks at the rows. Each message has another
 # host, program, facility and severity, and is an hour old, so that what is taken apart cannot pass for what is kept whole.
 MARKS=0
-FACILITIES=(kern user mail daemon auth syslog lpr news uucp cron authpriv ftp ntp audit alert clock
+FACILITIES=(kern user mail daemon auth syslog lpr news uucp cron authpriv ftp ntp security console solaris-cron
   local0 local1 local2 local3 local4 local5 local6 local7)
 rules_arrive() { # [NAME...]
   local name names last before format protocol port ssl mark pri sent host program message
