@@ -118,6 +118,12 @@ public:
                 below(4) != 0};
     }
 
+    std::vector<Rule> rules(std::size_t count) {
+        std::vector<Rule> result(count);
+        std::generate(result.begin(), result.end(), [this] { return rule(); });
+        return result;
+    }
+
 private:
     std::mt19937 engine_;
 };
@@ -252,9 +258,7 @@ TEST_P(RandomRules, AreReadBackAsTheyWereTaken) {
 }
 
 TEST_P(RandomRules, AreServedOnDistinctPortsOrLeftOut) {
-    std::vector<Rule> rules;
-    for (int i = 0; i < 200; ++i)
-        rules.push_back(chance.rule());
+    const std::vector<Rule> rules = chance.rules(200);
     const RuleSources chosen = chooseRuleSources(rules, "");
     std::set<std::pair<bool, int>> ports;
     for (const Source& source : chosen.sources) {
@@ -271,9 +275,7 @@ TEST_P(RandomRules, AreServedOnDistinctPortsOrLeftOut) {
 
 // Nothing but ports, formats and transports of rules gets there; and syslog-ng takes it.
 TEST_P(RandomRules, BecomeAConfigurationWithoutTheirWords) {
-    std::vector<Rule> rules;
-    for (int i = 0; i < 100; ++i)
-        rules.push_back(chance.rule());
+    std::vector<Rule> rules = chance.rules(100);
     const std::string noTls = "no certificate here";
     const RuleSources chosen = chooseRuleSources(rules, noTls);
     const std::string text = renderReceiverConfig(configOf(chosen, folder.path()));
