@@ -74,9 +74,8 @@ OpenPorts openPorts(const std::vector<Declaration>& declarations, const Firewall
 }
 
 // Adding the table first lets the deletion succeed where there was none. Answers to a DHCP client come from
-// a server that it has not talked to at that address, so they belong to no connection. One set for each protocol:
-// the kernel keeps one of pairs of protocol and port in tables that it copies with each of them, which takes over a
-// second for 16,000.
+// a server that it has not talked to at that address, so they belong to no connection. There is a set for each
+// protocol because the kernel copies a set of pairs with each element: 16,000 of them take over a second.
 std::string renderRules(const OpenPorts& open, bool drops) {
     std::string text =
         "add table inet ombrel\n"

@@ -100,7 +100,7 @@ bool HandOver::stopReading(Deadline deadline) {
 }
 
 void HandOver::end() {
-    if (holdsNothing_ && heldBack_.size() == config_.sources.size()) {
+    if (holdsNothing_ && heldBack_.size() == config_.sources.size() && config_.drains.empty()) {
         syslogNg_.signal(SIGKILL);
         (void)syslogNg_.wait(Clock::now() + kEnd);
         (void)::unlink(files_.pid.c_str());  // which it removes itself otherwise

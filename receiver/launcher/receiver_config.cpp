@@ -15,6 +15,8 @@
 //   as what is held back, and so that the log writer can tell from the destination what the lines are. Sources of
 //   one kind share one: a thousand of them would be a thousand connections to the log writer and queue files.
 // - batch-timeout is short: it is the log writer that waits before it commits.
+// - A queue file is taken up again only where its destination is there: one that has lines left gets a path from a
+//   source that never says anything when nothing leads to it any more.
 // - Datagrams cannot be held back, so what their queue in memory cannot take goes into a file. Lines of TCP wait
 //   in their connections instead: a queue file would take them from there as fast as they come and cost more
 //   than storing them.
@@ -240,9 +242,13 @@ std::string render(const ReceiverConfig& config, Reading reading, int batchMilli
         "    use-uniqid(yes); log-msg-size(" +
         number(kMaxMessageBytes) + "); threaded(yes);\n};\n";
     text += "rewrite r_nul { subst('\\x00', '#000', value(\"MESSAGE\"), type(\"pcre\"), flags(\"global\")); };\n";
-    if (reading == Reading::kNothingHeldBack) text += renderSilentSource(config);
-    for (const Source& first : queuesOf(config.sources)) {
-        const bool silent = reading == Reading::kNothingHeldBack && isHeldBack(first.kind);
+    if (reading == Reading::kNothingHeldBack || !config.drains.empty()) text += renderSilentSource(config);
+    const std::vector<std::string> read = destinationNames(config.sources);
+    std::vector<Source> all = config.sources;
+    all.insert(all.end(), config.drains.begin(), config.drains.end());
+    for (const Source& first : queuesOf(all)) {
+        const bool drained = std::find(read.begin(), read.end(), destinationName(first)) == read.end();
+        const bool silent = drained || (reading == Reading::kNothingHeldBack && isHeldBack(first.kind));
         const std::string queue = queueName(first);
         text += renderRewrite(first);
         if (!silent) text += renderSources(config, queue);

@@ -48,7 +48,8 @@ struct ReceiverConfig {
     long long receiveBuffer = 0;         ///< of a UDP socket, bytes; 0 leaves the system's
     std::uint16_t writerPort = 0;        ///< of the log writer, on 127.0.0.1
     std::string token{};
-    std::string queueFolder{};  ///< where lines lie that were not handed over when the receiver ended
+    std::string queueFolder{};     ///< where lines lie that were not handed over when the receiver ended
+    std::vector<Source> drains{};  ///< what lines lie of there though nothing listens for more of them
 };
 
 /// Whether a path can stand in a configuration: absolute and without control characters. What means something else

@@ -7,9 +7,12 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <system_error>
 
 #include "linux/common/fd.h"
 #include "receiver/launcher/child.h"
@@ -22,6 +25,8 @@ namespace {
 constexpr std::chrono::seconds kSyntaxCheck{20};
 // What syslog-ng allows itself when it is not told.
 constexpr std::size_t kDescriptors = 4096;
+// The head of one of syslog-ng's disk-buffer files.
+constexpr std::uintmax_t kEmptyQueueFile = 4096;
 
 std::string nextOf(const ReceiverFiles& files) {
     return files.configuration + ".new";
@@ -66,6 +71,14 @@ std::vector<std::string> syslogNgCommand(const std::string& program, const Recei
             "--control=" + files.control,
             "--persist-file=" + files.persist,
             "--pidfile=" + files.pid};
+}
+
+bool hasLinesLeft(const ReceiverFiles& files) {
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(files.folder, error)) {
+        if (entry.path().extension() == ".qf" && entry.file_size(error) > kEmptyQueueFile && !error) return true;
+    }
+    return false;
 }
 
 bool writeConfiguration(const ReceiverFiles& files, const std::string& text) {

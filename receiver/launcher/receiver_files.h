@@ -23,6 +23,9 @@ struct ReceiverFiles {
 std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
                                          const std::string& configuration, std::size_t listeners);
 
+/// Whether a queue file holds lines that an earlier syslog-ng has not handed over. Not while one runs.
+bool hasLinesLeft(const ReceiverFiles& files);
+
 /// Replaces the configuration in one step, with errno on failure. Readable by its owner alone: it holds the token.
 bool writeConfiguration(const ReceiverFiles& files, const std::string& text);
 

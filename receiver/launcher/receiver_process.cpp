@@ -39,6 +39,14 @@ bool keepsDestinations(const ReceiverConfig& next, const ReceiverConfig& present
     return std::all_of(needed.begin(), needed.end(), [&](const std::string& name) { return kept.contains(name); });
 }
 
+// What of it goes into queue files, whichever transport it has.
+std::vector<Source> datagramQueues(const std::string& receiver) {
+    Source raw;
+    raw.raw = true;
+    if (receiver == "local") return {};
+    return receiver == "custrule" ? std::vector<Source>{Source{}, raw} : std::vector<Source>{Source{}};
+}
+
 }  // namespace
 
 void fitToMachine(ReceiverConfig& config) {
@@ -70,6 +78,7 @@ int ReceiverProcess::start() {
     config_ = wanted_;
     if (const int code = settle(config_, nullptr)) return code;
     tell(config_.remarks);
+    if (hasLinesLeft(files_)) config_.drains = datagramQueues(config_.name);
     if (const int code = writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(config_))) {
         return code;
     }
@@ -172,6 +181,7 @@ int ReceiverProcess::followSettings() {
     wanted->token = config_.token;
     wanted->queueFolder = config_.queueFolder;
     ReceiverConfig next = *wanted;
+    next.drains = config_.drains;
     if (settle(next, &config_) != EX_OK) {
         logLine("ombrel-receiver: goes on as before");
         return EX_OK;
@@ -187,7 +197,13 @@ int ReceiverProcess::followSettings() {
 
 void ReceiverProcess::tryAgain() {
     ReceiverConfig next = wanted_;
-    if (settle(next, &config_) == EX_OK && next.sources.size() > config_.sources.size()) (void)useInPlace(next);
+    next.drains = config_.drains;
+    if (settle(next, &config_) != EX_OK || next.sources.size() <= config_.sources.size()) return;
+    const std::vector<std::string> before = config_.remarks;
+    if (!useInPlace(next)) return;
+    for (const std::string& remark : before) {
+        if (!told_.contains(remark)) logLine("ombrel-receiver: no longer so: " + remark);
+    }
 }
 
 bool ReceiverProcess::useInPlace(const ReceiverConfig& next) {

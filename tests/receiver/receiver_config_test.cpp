@@ -156,6 +156,20 @@ TEST(RenderHandOverConfig, GoesOnReadingWhatCannotBeHeldBack) {
     EXPECT_THAT(text, Not(HasSubstr("/proc/kmsg")));
 }
 
+TEST(RenderReceiverConfig, KeepsTheDestinationsOfLinesThatAreLeft) {
+    ReceiverConfig config = networkConfig("bsd", SourceKind::kTcp);
+    config.drains = {ruleSource(SourceKind::kUdp, 0, false, false)};
+    const std::string text = renderReceiverConfig(config);
+    EXPECT_THAT(text, HasSubstr("source s_silent { unix-dgram('/run/bsd/silent'); };"));
+    EXPECT_THAT(text, HasSubstr("destination d_udp"));
+    EXPECT_THAT(text, HasSubstr("source(s_silent);\n    rewrite(r_nul);\n    destination(d_udp);"));
+    EXPECT_THAT(text, Not(HasSubstr("transport(\"udp\")")));
+    config.sources = {ruleSource(SourceKind::kUdp, 514, false, false)};
+    const std::string listening = renderReceiverConfig(config);
+    EXPECT_THAT(listening, HasSubstr("source(s_udp);\n    rewrite(r_nul);\n    destination(d_udp);"));
+    EXPECT_EQ(listening.find("destination d_udp"), listening.rfind("destination d_udp"));
+}
+
 TEST(DestinationNames, AreThoseOfTheKindsOfSources) {
     EXPECT_THAT(
         destinationNames(rulesConfig().sources),

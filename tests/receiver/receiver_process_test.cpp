@@ -166,6 +166,18 @@ TEST(WriteCheckedConfiguration, DoesNotCheckWhatIsInUse) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("refuses " + files.configuration));
 }
 
+TEST(HasLinesLeft, LooksAtQueueFiles) {
+    const TempFolder folder;
+    const ReceiverFiles files(folder.path(), "bsd");
+    EXPECT_FALSE(hasLinesLeft(files)) << "without a folder";
+    ASSERT_EQ(::mkdir(files.folder.c_str(), 0700), 0);
+    writeText(files.folder + "/persist", std::string(16384, 'p'));
+    writeText(files.folder + "/syslog-ng-00000.qf", std::string(4096, 'h'));
+    EXPECT_FALSE(hasLinesLeft(files));
+    writeText(files.folder + "/syslog-ng-00001.qf", std::string(4097, 'l'));
+    EXPECT_TRUE(hasLinesLeft(files));
+}
+
 class RunReceiver : public testing::Test {
 protected:
     int run(const std::string& script) {
