@@ -4,6 +4,7 @@
 // Sectioned files: custrule.conf, the port declarations.
 #include <algorithm>
 #include <cstring>
+#include <memory_resource>
 #include <unordered_set>
 
 #include "linux/veskcore/guarded.h"
@@ -86,10 +87,12 @@ int VLIBCFileEnumSection(const char* path, VLIBSZLIST** list) {
     return guarded([&] {
         std::string text;
         if (readSettings(path, text) != 0) return -1;
-        std::unordered_set<std::string_view> seen;
-        for (const Section& section : sectionsOf(text)) {
-            if (!seen.insert(section.name).second) continue;
-            if (VLIBCSzListPush(list, std::string(section.name).c_str()) < 0) return -1;
+        std::pmr::monotonic_buffer_resource memory;  // thousands of names, and all of them go at once
+        std::pmr::unordered_set<std::string_view> seen(&memory);
+        for (LineReader reader(text); reader.next();) {
+            const std::optional<std::string_view> name = parseHeader(reader.text());
+            if (!name || !seen.insert(*name).second) continue;
+            if (VLIBCSzListPush(list, std::string(*name).c_str()) < 0) return -1;
         }
         return 0;
     });

@@ -37,7 +37,7 @@ show_ports() {
   echo "listening:    $(ss -Hlntu | awk '$5 !~ /^127/ { n = split($5, parts, ":"); print parts[n] "/" $1 }' | sort -u | tr '\n' ' ')"
   echo "declared:     $(awk -F '"' '/^\[/ { name = $1 } /^port=/ { port[name] = $2 } /^protocol=/ { protocol[name] = $2 }
     END { for (one in port) printf "%s %s/%s  ", one, port[one], protocol[one] }' /usr/local/etc/services.d/vesk_syslog.sc)"
-  echo "firewall:     $(opened_ports | paste -sd , | sed 's/,/, /g')"
+  echo "firewall:     $(nft list set inet ombrel open_ports | tr -d '\n\t' | sed -n 's/.*elements = {\([^}]*\)}.*/\1/p')"
 }
 
 change_settings() {
