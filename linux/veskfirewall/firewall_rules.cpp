@@ -30,14 +30,11 @@ void append(PortRanges& to, const PortRanges& from) {
     to.insert(to.end(), from.begin(), from.end());
 }
 
-void appendSet(std::string& text, const char* name, const PortRanges& ranges) {
-    text.append("    set ").append(name).append(" {\n        type inet_service\n        flags interval\n");
-    const char* separator = "        elements = { ";
+void appendElements(std::string& text, const char* protocol, const PortRanges& ranges) {
     for (const PortRange& range : ranges) {
-        text.append(separator).append(textOf(range));
-        separator = ", ";
+        text += text.empty() ? "" : ", ";
+        text.append(protocol).append(" . ").append(textOf(range));
     }
-    text += ranges.empty() ? "    }\n" : " }\n    }\n";
 }
 
 }  // namespace
@@ -74,16 +71,21 @@ OpenPorts openPorts(const std::vector<Declaration>& declarations, const Firewall
 }
 
 // Adding the table first lets the deletion succeed where there was none. Answers to a DHCP client come from
-// a server that it has not talked to at that address, so they belong to no connection. There is a set for each
-// protocol because the kernel copies a set of pairs with each element: 16,000 of them take over a second.
+// a server that it has not talked to at that address, so they belong to no connection.
 std::string renderRules(const OpenPorts& open, bool drops) {
+    std::string elements;
+    appendElements(elements, "tcp", open.tcp);
+    appendElements(elements, "udp", open.udp);
     std::string text =
         "add table inet ombrel\n"
         "delete table inet ombrel\n"
-        "table inet ombrel {\n";
-    appendSet(text, "open_tcp", open.tcp);
-    appendSet(text, "open_udp", open.udp);
+        "table inet ombrel {\n"
+        "    set open_ports {\n"
+        "        type inet_proto . inet_service\n"
+        "        flags interval\n";
+    if (!elements.empty()) text += "        elements = { " + elements + " }\n";
     text +=
+        "    }\n"
         "    chain input {\n"
         "        type filter hook input priority filter; policy ";
     text += drops ? "drop" : "accept";
@@ -96,8 +98,7 @@ std::string renderRules(const OpenPorts& open, bool drops) {
     text +=
         "        meta nfproto ipv4 udp sport 67 udp dport 68 accept\n"
         "        ip6 saddr fe80::/10 udp sport 547 udp dport 546 accept\n"
-        "        tcp dport @open_tcp accept\n"
-        "        udp dport @open_udp accept\n"
+        "        meta l4proto . th dport @open_ports accept\n"
         "    }\n"
         "}\n";
     return text;

@@ -200,7 +200,10 @@ void ReceiverProcess::tryAgain() {
     next.drains = config_.drains;
     if (settle(next, &config_) != EX_OK || next.sources.size() <= config_.sources.size()) return;
     const std::vector<std::string> before = config_.remarks;
-    if (!useInPlace(next)) return;
+    if (!useInPlace(next)) {
+        tryAgainAt_ = Clock::now() + kTryAgain;  // also when nothing was left out of what failed
+        return;
+    }
     for (const std::string& remark : before) {
         if (!told_.contains(remark)) logLine("ombrel-receiver: no longer so: " + remark);
     }

@@ -46,15 +46,6 @@ start_jobs() {
   for job in pkg-Ombrel-syslog pkg-Ombrel-bsd pkg-Ombrel-ietf; do "$OMBREL" job start $job || die "$job does not start"; done
 }
 
-# The ports that the firewall lets in, ranges in one: "tcp 22", "udp 6514-6520", each on a line.
-opened_ports() {
-  local protocol
-  for protocol in tcp udp; do
-    nft list set inet ombrel open_$protocol | tr -d '\n\t' | sed -n 's/.*elements = {\([^}]*\)}.*/\1/p' |
-      tr ',' '\n' | awk -v protocol=$protocol 'NF > 0 { print protocol, $1 }'
-  done
-}
-
 # Datagrams that the kernel had no room for since this machine (network namespace) began.
 udp_dropped() {
   awk '/^Udp: [0-9]/ { print $6 + 0 }' /proc/net/snmp

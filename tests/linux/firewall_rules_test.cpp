@@ -76,15 +76,10 @@ TEST(FirewallRules, ReplaceOneTableInOneGo) {
     EXPECT_EQ(renderRules({{{22, 22}, {6514, 6520}}, {{514, 514}}}, true), R"(add table inet ombrel
 delete table inet ombrel
 table inet ombrel {
-    set open_tcp {
-        type inet_service
+    set open_ports {
+        type inet_proto . inet_service
         flags interval
-        elements = { 22, 6514-6520 }
-    }
-    set open_udp {
-        type inet_service
-        flags interval
-        elements = { 514 }
+        elements = { tcp . 22, tcp . 6514-6520, udp . 514 }
     }
     chain input {
         type filter hook input priority filter; policy drop;
@@ -94,8 +89,7 @@ table inet ombrel {
         ct state invalid drop
         meta nfproto ipv4 udp sport 67 udp dport 68 accept
         ip6 saddr fe80::/10 udp sport 547 udp dport 546 accept
-        tcp dport @open_tcp accept
-        udp dport @open_udp accept
+        meta l4proto . th dport @open_ports accept
     }
 }
 )");
@@ -109,9 +103,7 @@ TEST(FirewallRules, DropNothingWhereThePolicyAccepts) {
 
 TEST(FirewallRules, HaveAnEmptySetWhereNothingIsOpen) {
     EXPECT_THAT(renderRules({}, true), Not(HasSubstr("elements")));
-    EXPECT_THAT(renderRules({{}, {{1, 65535}}}, true),
-                HasSubstr("set open_udp {\n        type inet_service\n        flags interval\n"
-                          "        elements = { 1-65535 }\n    }\n"));
+    EXPECT_THAT(renderRules({{}, {{1, 65535}}}, true), HasSubstr("elements = { udp . 1-65535 }"));
 }
 
 }  // namespace

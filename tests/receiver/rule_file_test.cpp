@@ -68,7 +68,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"PortWithOtherText", "[a]\nport=\" 514x\"\n[b]\nport=\"x\"\n", {"a|||514|no|no", "b|||0|no|no"}},
         Case{"QuotesInAValue", "[\"a\"]\nformat=\"B\"SD\"\n", {"\"a\"|B\"SD||0|no|no"}},
         Case{"Junk", std::string("\xff\0\x01=[\n[a]\njunk\n]\n[\nport=\"1\"\n=\n", 27), {"a|||1|no|no"}},
-        Case{"UntilNul", std::string("[a\0b]\nprotocol=\"udp\0x\"\n", 25), {"a||udp|0|no|no"}}),
+        Case{"UntilNul", std::string("[a\0b]\nprotocol=\"udp\0x\"\n", 23), {"a||udp|0|no|no"}}),
     [](const auto& one) { return one.param.name; });
 
 class RuleFile : public testing::Test {

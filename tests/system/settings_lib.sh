@@ -80,8 +80,8 @@ wanted_sections() {
 
 # The ports that the firewall lets pass, but for the one that it always does. Neighbours are one range there.
 opened() {
-  opened_ports |
-    awk '{ last = split($2, ends, "-"); for (port = ends[1]; port <= ends[last]; port++) print $1 "/" port }' |
+  nft list set inet ombrel open_ports | tr -d '\n\t' | sed -n 's/.*elements = {\([^}]*\)}.*/\1/p' | tr ',' '\n' |
+    awk '{ last = split($3, ends, "-"); for (port = ends[1]; port <= ends[last]; port++) print $1 "/" port }' |
     grep -vx tcp/22 | sort -u
 }
 

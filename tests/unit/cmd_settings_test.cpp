@@ -3,6 +3,7 @@
 //
 // `ombrel settings` with the library on the recording platform.
 #include "tests/unit/archiver_test.h"
+#include "tests/unit/command_run.h"
 #include "tests/unit/settings_update_test.h"
 #include "tools/ombrel/commands.h"
 
@@ -24,17 +25,7 @@ protected:
         platform.addFile(kServerConf, sampleText({{"server_ssl", "0"}}));
         platform.addFolder(kDest);
     }
-    int run(Lines words) {
-        std::vector<char*> pointers;
-        for (std::string& word : words)
-            pointers.push_back(word.data());
-        ::testing::internal::CaptureStdout();
-        ::testing::internal::CaptureStderr();
-        const int exitCode = cmdSettings(pointers);
-        out = ::testing::internal::GetCapturedStdout();
-        err = ::testing::internal::GetCapturedStderr();
-        return exitCode;
-    }
+    int run(const Lines& words) { return command.run(cmdSettings, words); }
     void expectNothingDone() {
         EXPECT_EQ(running(), "bsd ietf local");
         EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), 0);
@@ -42,8 +33,9 @@ protected:
         EXPECT_EQ(platform.calls.count("VLIBCFileSetKeys"), 0);
     }
 
-    std::string out;
-    std::string err;
+    CommandRun command;
+    std::string& out = command.out;
+    std::string& err = command.err;
 };
 
 TEST_F(SettingsCommand, ShowsEverySettingInTheOrderOfTheRecord) {

@@ -11,11 +11,11 @@
 
 #include "linux/common/text_escape.h"
 #include "ombrel/logarchiver.h"
+#include "src/fixed_paths.h"
 #include "tools/ombrel/commands.h"
 
 namespace {
 
-constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
 constexpr const char* kUsage = "usage: ombrel archive [--all]";
 
 /// Its rows, or -1 when it is no log database. A file that is not there any more, or that the log writer has just

@@ -10,6 +10,7 @@
 
 #include "linux/common/text_escape.h"
 #include "platform/veskcore.h"
+#include "src/fixed_paths.h"
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/error_text.h"
 #include "tools/ombrel/settings_change.h"
@@ -20,7 +21,6 @@ using ombrel::complain;
 using ombrel::SettingsPart;
 using ombrel::SettingsRecord;
 
-constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
 constexpr const char* kUsage = "usage: ombrel settings show | ombrel settings set KEY=VALUE...";
 
 int complainUnreadable() {

@@ -11,11 +11,12 @@ namespace ombrel {
 
 int cmdArchive(std::span<char* const> words);
 int cmdJob(std::span<char* const> words);
+int cmdRule(std::span<char* const> words);
 int cmdSettings(std::span<char* const> words);
 
 /// Whether the only word is --help.
 bool asksForHelp(std::span<char* const> words);
-/// Prints a line on stdout; exit code.
+/// Prints lines on stdout; exit code.
 int showHelp(const char* usage);
 
 /// Prints one line on stderr and returns `exitCode`.

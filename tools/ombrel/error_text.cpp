@@ -12,6 +12,10 @@ std::string ombrel::errorText(int code) {
             return "out of memory";
         case kErrorForbiddenText:
             return "a value that the file cannot hold";
+        case kErrorNotFound:
+            return "not found";
+        case kErrorExists:
+            return "it exists already";
         case kErrorTimeout:
             return "not in time";
         default:

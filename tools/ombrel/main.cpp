@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// `ombrel`, the command line. Exit codes: 0 done, 1 something failed, 64 wrong words, 78 bad settings.
+// `ombrel`, the command line. Exit codes: 0 done, 1 something failed, 64 wrong words, 78 bad settings or rules.
 #include <sysexits.h>
 
 #include <cstdio>
@@ -22,6 +22,9 @@ constexpr Command kCommands[] = {
     {"archive", ombrel::cmdArchive,
      "archive [--all]          archive the databases that are due, or all that hold rows"},
     {"job", ombrel::cmdJob, "job ACTION NAME          ACTION: start, stop, restart, reload, status"},
+    {"rule", ombrel::cmdRule,
+     "rule list                customized receiving rules, a line each\n"
+     "  ombrel rule add NAME port=N [KEY=VALUE...]  receive on another port; ombrel rule --help says more"},
     {"settings", ombrel::cmdSettings,
      "settings show            all settings, a line each\n"
      "  ombrel settings set KEY=VALUE...  change settings and apply them to the receivers and the archiving"},
@@ -32,8 +35,12 @@ void printHelp(FILE* out) {
     for (const auto& command : kCommands)
         (void)fprintf(out, "  ombrel %s\n", command.help);
     (void)fputs(
+        "Examples:\n"
+        "  ombrel settings set server_port=5514 server_trans=udp\n"
+        "  ombrel rule add printers port=1514 format=BSD protocol=udp\n"
+        "  ombrel job status pkg-Ombrel-custrule\n"
         "Exit codes: 0 done (of status: running), 1 something failed (of status: not running), 64 wrong\n"
-        "words, 78 the settings cannot be read\n",
+        "words, 78 the settings or rules cannot be read\n",
         out);
 }
 

@@ -3,7 +3,8 @@
 #include "tools/ombrel/settings_change.h"
 
 #include <algorithm>
-#include <set>
+
+#include "tools/ombrel/key_value_words.h"
 
 namespace ombrel {
 
@@ -34,22 +35,7 @@ std::optional<std::string> whyNotStarted(const Receiver& receiver, const Setting
 }  // namespace
 
 std::optional<std::string> applyWords(std::span<char* const> words, SettingsRecord& record) {
-    std::set<std::string_view> seen;
-    for (const std::string_view word : words) {
-        const auto equals = word.find('=');
-        if (equals == std::string_view::npos) return "\"" + std::string(word) + "\" is not KEY=VALUE";
-        const std::string_view key = word.substr(0, equals);
-        const std::string_view value = word.substr(equals + 1);
-        const SettingsField* field = findSettingsField(key);
-        if (field == nullptr) {
-            return "no setting \"" + std::string(key) + "\"; ombrel settings show lists them";
-        }
-        if (!seen.insert(key).second) return std::string(key) + " is given twice";
-        if (!field->parse(value, record)) {
-            return std::string(key) + "=\"" + std::string(value) + "\": expected " + field->allowed;
-        }
-    }
-    return std::nullopt;
+    return applyKeyValues(words, findSettingsField, {"no setting", "ombrel settings show lists them"}, record);
 }
 
 std::optional<std::string> whyNotTogether(const SettingsRecord& current, const SettingsRecord& wanted) {
