@@ -95,10 +95,18 @@ std::vector<Section> sectionsOf(std::string_view text) {
     return sections;
 }
 
+// Looks no further than the section: whoever reads thousands of them reads each by itself.
 std::optional<std::string_view> bodyOf(std::string_view text, std::string_view section) {
-    const std::vector<Section> places = placesOf(text, section);
-    if (places.empty()) return std::nullopt;
-    return text.substr(places.front().bodyBegin, places.front().bodyEnd - places.front().bodyBegin);
+    std::optional<std::string_view> body;
+    for (LineReader reader(text); reader.next();) {
+        const std::optional<std::string_view> name = parseHeader(reader.text());
+        if (name && body) break;
+        const char* const end = reader.whole().data() + reader.whole().size();
+        if (name == section) body = std::string_view(end, 0);
+        if (!name && body && !saysNothing(reader.text()))
+            body = std::string_view(body->data(), static_cast<std::size_t>(end - body->data()));
+    }
+    return body;
 }
 
 Edited withSection(std::string_view text, std::string_view section, const VLIBSZHASH& keys,

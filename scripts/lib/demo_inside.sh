@@ -12,6 +12,7 @@ BUILD=$1
 PER_STREAM=60000
 UDP_RATE=8000
 MOVED=10000
+RAW=10000
 
 # The lines that this machine has logged itself, whatever it has.
 own_lines() {
@@ -21,7 +22,9 @@ own_lines() {
 
 # Ten seconds over TCP; nearly as long over UDP and then, when the receiver has moved, to its new port.
 send_everything() {
-  local tcp
+  local tcp raw
+  "$BIN/device-sender" --stream raw --devices 5 --port 7001 --count $RAW --rate 1000 >/tmp/sent.raw &
+  raw=$!
   "$BIN/device-sender" --stream tcp --devices 20 --count $PER_STREAM --rate 6000 --reconnect >/tmp/sent.tcp &
   tcp=$!
   own_lines | "$BIN/device-sender" --stream own --file - --host "$(uname -n)" --program machine >/tmp/sent.own
@@ -30,7 +33,7 @@ send_everything() {
   while [ "$(udp_waiting 5514)" != 0 ]; do read -rt 0.1 <> <(:) || true; done
   change_settings >/tmp/changed 2>&1
   "$BIN/device-sender" --stream moved --devices 20 --count $MOVED --counted --port 6514 >/tmp/sent.moved
-  wait $tcp
+  wait $tcp $raw
 }
 
 show_ports() {
@@ -49,10 +52,12 @@ change_settings() {
 }
 
 road_begin
-say "1. Supervisor, log writer; the settings are applied: both receivers are switched on"
+say "1. Supervisor, log writer; the settings are applied: both receivers are switched on. A receiving rule takes
+   the lines of devices that speak neither of their formats, as they are"
 "$OMBREL" job start pkg-Ombrel-syslog
 "$OMBREL" settings set bsd_enable=1 ietf_enable=1 arch_count=20000
 "$OMBREL" settings show | grep -E '^(bsd|ietf|server|arch_(dest|count|fmt))' | paste -sd ' ' | fold -sw 110
+"$OMBREL" rule add meters port=7001 format=RAW protocol=tcp | paste -sd ' '
 show_ports
 
 say "2. Twenty devices send over TCP and UDP port 5514, and this machine sends its own log lines; whenever the
@@ -87,6 +92,7 @@ say "6. The first lines of its text export"
 
 say "7. Sent and stored, over all archives and the working database"
 sent_udp=$(cat /tmp/sent.udp)
-"$BIN/archive-audit" "$LOGS" own="$(cat /tmp/sent.own)" tcp="$(cat /tmp/sent.tcp)" udp="$sent_udp" moved="$(cat /tmp/sent.moved)"
+"$BIN/archive-audit" "$LOGS" own="$(cat /tmp/sent.own)" tcp="$(cat /tmp/sent.tcp)" udp="$sent_udp" moved="$(cat /tmp/sent.moved)" \
+  raw="$(cat /tmp/sent.raw)"
 dropped=$(($(udp_dropped) - dropped_before))
 [ "$dropped" = 0 ] || echo "(the kernel dropped $dropped datagrams before anybody could read them)"

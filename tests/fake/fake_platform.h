@@ -131,6 +131,7 @@ public:
     std::map<std::string, int> jobs;       ///< answer of "is it running"; a start makes it 1, a stop 0
     std::map<std::string, bool> services;  ///< system services
     std::vector<std::string> conflicts;    ///< "PORT/PROTOCOL" that other services have declared
+    int noConflict = 0;                    ///< the answer "it is free"; any value but 1 that is not negative
     int firewallReloads = 0;
 
     // Processes.

@@ -243,7 +243,7 @@ int VLIBIsPortConflict(const char* service, const char* port, const char* protoc
         platform.live.add("service ports", *ports);
     }
     if (fails) return -1;
-    return taken ? 1 : 0;
+    return taken ? 1 : platform.noConflict;
 }
 
 void VESKServiceConfPortsFree(VESK_SERVICE_PORTS* ports) {

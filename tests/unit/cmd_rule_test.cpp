@@ -344,9 +344,14 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(RuleCommand, RefusesAChangeOfARuleThatHasOtherFaults) {
     const std::string bad = ruleSection({"bad", "JSON", "udp", 0, false, true});
     platform.addFile(kRules, bad);
-    expectRefused({"set", "bad", "enable=no"}, 64, "format=\"JSON\": expected BSD, IETF or RAW");
-    expectRefused({"rename", "bad", "good"}, 64, "format=\"JSON\": expected BSD, IETF or RAW");
-    expectRefused({"set", "bad", "format=BSD"}, 64, "port=\"0\": expected a port from 1 to 65535");
+    const std::string format =
+        "the rule \"bad\" as it stands: format=\"JSON\": expected BSD, IETF or RAW; ombrel rule set mends that";
+    expectRefused({"set", "bad", "enable=no"}, 64, format);
+    expectRefused({"rename", "bad", "good"}, 64, format);
+    expectRefused(
+        {"set", "bad", "format=BSD"}, 64,
+        "the rule \"bad\" as it stands: port=\"0\": expected a port from 1 to 65535; ombrel rule set mends "
+        "that");
     EXPECT_EQ(run({"set", "bad", "format=BSD", "port=1"}), 0);
 }
 

@@ -156,6 +156,12 @@ TEST_F(RulePortCheck, OfAFreePortSucceeds) {
     EXPECT_THAT(platform.syslogLines, IsEmpty());
 }
 
+TEST_F(RulePortCheck, TakesOnlyTheAnswerOneForAConflict) {
+    platform.noConflict = 2;
+    EXPECT_EQ(VESKCustomizedRulePortCheck("lamp", 6514, "tcp"), 0);
+    EXPECT_THAT(platform.syslogLines, IsEmpty());
+}
+
 TEST_F(RulePortCheck, OfATakenPortFailsInSilenceAndReleasesWhoTakesIt) {
     EXPECT_EQ(VESKCustomizedRulePortCheck("lamp", 2514, "udp"), -1);
     EXPECT_THAT(platform.calls.lines(), ElementsAre(asking("lamp", "2514", "udp"), kFreePorts));

@@ -52,11 +52,15 @@ std::optional<int> refuseNewName(const std::string& name) {
     return complain(EX_USAGE, "there is a rule \"" + name + "\" already");
 }
 
-/// Of a rule as it would be. Values that stood there before count as well: all are written again.
-std::optional<int> refuseValues(const RuleRecord& wanted) {
+/// Of a rule as it would be. What stands there already counts as well, since all of it is written again.
+std::optional<int> refuseValues(const RuleRecord& before, const RuleRecord& wanted) {
     const std::vector<std::string> faults = ombrel::ruleFaults(wanted);
     if (faults.empty()) return std::nullopt;
-    return complain(EX_USAGE, faults.front());
+    const std::vector<std::string> old = ombrel::ruleFaults(before);
+    const bool isOld = std::find(old.begin(), old.end(), faults.front()) != old.end();
+    if (!isOld) return complain(EX_USAGE, faults.front());
+    return complain(EX_USAGE, "the rule \"" + before.name + "\" as it stands: " + faults.front() +
+                                  "; ombrel rule set mends that");
 }
 
 std::optional<int> refusePort(const std::string& service, const RuleRecord& wanted) {
@@ -151,7 +155,7 @@ int ombrel::addRule(Words words) {
     RuleRecord rule{words[0], "BSD", "udp", 0, false, true};
     if (const auto wrong = applyRuleWords(change.pairs, rule)) return complain(EX_USAGE, *wrong);
     if (rule.port == 0) return complain(EX_USAGE, "port=N is missing: expected a port from 1 to 65535");
-    if (const auto refused = refuseValues(rule)) return *refused;
+    if (const auto refused = refuseValues(RuleRecord{}, rule)) return *refused;
     if (const auto refused = refuseNewName(rule.name)) return *refused;
     if (!change.force) {
         if (const auto refused = refusePort(rule.name, rule)) return *refused;
@@ -171,7 +175,7 @@ int ombrel::setRule(Words words) {
     if (const auto refused = readOrRefuse(words[0], before)) return *refused;
     RuleRecord wanted = before;
     (void)applyRuleWords(change.pairs, wanted);  // the words have just been taken
-    if (const auto refused = refuseValues(wanted)) return *refused;
+    if (const auto refused = refuseValues(before, wanted)) return *refused;
     if (!change.force && portText(before) != portText(wanted)) {
         if (const auto refused = refusePort(before.name, wanted)) return *refused;
     }
@@ -184,7 +188,7 @@ int ombrel::renameRule(Words words) {
     if (const auto refused = refuseNewName(words[1])) return *refused;
     RuleRecord wanted = before;
     wanted.name = words[1];
-    if (const auto refused = refuseValues(wanted)) return *refused;
+    if (const auto refused = refuseValues(before, wanted)) return *refused;
     return replace(kRenamed, before, wanted);
 }
 
