@@ -73,6 +73,7 @@ wanted_rule_sockets() {
   done < <(served_rules)
 }
 
+sockets_agree() { [ "$({ wanted_sockets; wanted_rule_sockets; } | sort -u)" = "$(listening)" ]; }
 expect_rule_sockets() {
   expect_equal "sockets" "$({ wanted_sockets; wanted_rule_sockets; } | sort -u)" "$(listening)"
 }
