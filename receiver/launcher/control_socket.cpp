@@ -40,16 +40,19 @@ ControlQuestion::State ControlQuestion::proceed() {
     return State::kAnswered;
 }
 
-std::optional<std::string> askControlSocket(const std::string& path, std::string_view command, Deadline deadline) {
-    auto question = ControlQuestion::ask(path, command);
-    if (!question) return std::nullopt;
+std::optional<std::string> answerTo(ControlQuestion& question, Deadline deadline) {
     for (;;) {
-        const auto state = question->proceed();
-        if (state == ControlQuestion::State::kAnswered) return question->answer();
-        pollfd one{question->fd(), POLLIN, 0};
+        const auto state = question.proceed();
+        if (state == ControlQuestion::State::kAnswered) return question.answer();
+        pollfd one{question.fd(), POLLIN, 0};
         if (state == ControlQuestion::State::kFailed || ::poll(&one, 1, pollTimeout(deadline)) != 1)
             return std::nullopt;
     }
+}
+
+std::optional<std::string> askControlSocket(const std::string& path, std::string_view command, Deadline deadline) {
+    auto question = ControlQuestion::ask(path, command);
+    return question ? answerTo(*question, deadline) : std::nullopt;
 }
 
 bool answersOnControlSocket(const std::string& path, std::chrono::milliseconds timeout) {

@@ -34,6 +34,9 @@ private:
     std::string answer_;
 };
 
+/// The whole answer; nothing when there is none by the deadline.
+std::optional<std::string> answerTo(ControlQuestion& question, Deadline deadline);
+
 /// The whole answer of a syslog-ng; nothing when there is none by the deadline.
 std::optional<std::string> askControlSocket(const std::string& path, std::string_view command, Deadline deadline);
 

@@ -10,7 +10,6 @@
 
 #include <cstdlib>
 #include <string>
-#include <vector>
 
 #include "linux/common/fd.h"
 #include "linux/common/folder_stream.h"
@@ -41,31 +40,28 @@ void passOverAttempts(const Fd& listener) {
     (void)::setsockopt(listener.get(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
 }
 
-/// Copies of the sockets of a process on those ports.
-std::vector<Fd> socketsOn(const Child& process, const std::set<std::uint16_t>& ports) {
-    std::vector<Fd> sockets;
-    const FolderStream folder(::opendir(("/proc/" + std::to_string(process.pid()) + "/fd").c_str()));
-    if (!folder) return sockets;
-    while (const dirent* const entry = ::readdir(folder.get())) {
-        if (entry->d_name[0] == '.') continue;
-        const long number = std::strtol(entry->d_name, nullptr, 10);
-        Fd copy(static_cast<int>(::syscall(SYS_pidfd_getfd, process.handle(), number, 0)));
-        if (copy && isStreamOn(copy, ports)) sockets.push_back(std::move(copy));
+// Whether it is a connection.
+bool sayGoodbyeOn(const Fd& socket) {
+    if (option(socket, SO_ACCEPTCONN) == 1) {
+        passOverAttempts(socket);
+        return false;
     }
-    return sockets;
+    (void)::shutdown(socket.get(), SHUT_WR);  // it may have ended meanwhile
+    return true;
 }
 
 }  // namespace
 
+// One after the other: of thousands of sockets this process may not hold a copy at the same time.
 int sayGoodbye(const Child& process, const std::set<std::uint16_t>& ports) {
     int connections = 0;
-    for (const Fd& socket : socketsOn(process, ports)) {
-        if (option(socket, SO_ACCEPTCONN) == 1) {
-            passOverAttempts(socket);
-        } else {
-            (void)::shutdown(socket.get(), SHUT_WR);  // it may have ended meanwhile
-            ++connections;
-        }
+    const FolderStream folder(::opendir(("/proc/" + std::to_string(process.pid()) + "/fd").c_str()));
+    if (!folder) return connections;
+    while (const dirent* const entry = ::readdir(folder.get())) {
+        if (entry->d_name[0] == '.') continue;
+        const long number = std::strtol(entry->d_name, nullptr, 10);
+        const Fd copy(static_cast<int>(::syscall(SYS_pidfd_getfd, process.handle(), number, 0)));
+        if (copy && isStreamOn(copy, ports) && sayGoodbyeOn(copy)) ++connections;
     }
     return connections;
 }

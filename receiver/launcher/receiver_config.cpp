@@ -120,7 +120,7 @@ std::string quoted(std::string_view text) {
     return result + '"';
 }
 
-std::string renderNetworkSource(const ReceiverConfig& config, const Source& source) {
+std::string renderNetworkSource(const ReceiverConfig& config, const Source& source, long long window) {
     const bool stream = isStream(source);
     const bool counted = stream && source.counted;
     std::string text = counted ? "    syslog" : "    network";
@@ -129,7 +129,7 @@ std::string renderNetworkSource(const ReceiverConfig& config, const Source& sour
     text += " port(" + number(source.port) + ") flags(no-parse)\n";
     text += "        log-fetch-limit(" + number(kFetchLimit) + ")";
     if (stream) {
-        text += " max-connections(" + number(kMaxConnections) + ") log-iw-size(" + number(streamWindow(config)) +
+        text += " max-connections(" + number(kMaxConnections) + ") log-iw-size(" + number(window) +
                 ") so-keepalive(yes)";
     } else {
         text += " log-iw-size(" + number(queueLines(source.kind)) + ")";
@@ -144,7 +144,7 @@ std::string renderNetworkSource(const ReceiverConfig& config, const Source& sour
     return text + ");\n";
 }
 
-std::string renderDriver(const ReceiverConfig& config, const Source& source) {
+std::string renderDriver(const ReceiverConfig& config, const Source& source, long long streams) {
     const std::string window =
         "log-fetch-limit(" + number(kFetchLimit) + ") log-iw-size(" + number(queueLines(source.kind)) + ")";
     switch (source.kind) {
@@ -157,15 +157,16 @@ std::string renderDriver(const ReceiverConfig& config, const Source& source) {
         case SourceKind::kKernelRing:
             return "    file('" + source.path + "' flags(no-parse)\n        " + window + ");\n";
         default:
-            return renderNetworkSource(config, source);
+            return renderNetworkSource(config, source, streams);
     }
 }
 
 // The sources that lead into one queue.
 std::string renderSources(const ReceiverConfig& config, const std::string& queue) {
     std::string text = "source s_" + queue + " {\n";
+    const long long streams = streamWindow(config);
     for (const Source& source : config.sources) {
-        if (queueName(source) == queue) text += renderDriver(config, source);
+        if (queueName(source) == queue) text += renderDriver(config, source, streams);
     }
     return text + "};\n";
 }

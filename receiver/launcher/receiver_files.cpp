@@ -3,10 +3,12 @@
 #include "receiver/launcher/receiver_files.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -24,7 +26,8 @@ namespace {
 
 constexpr std::chrono::seconds kSyntaxCheck{20};
 // What syslog-ng allows itself when it is not told.
-constexpr std::size_t kDescriptors = 4096;
+constexpr std::size_t kUsualDescriptors = 4096;
+constexpr rlim_t kMostDescriptors = 65536;
 // The head of one of syslog-ng's disk-buffer files.
 constexpr std::uintmax_t kEmptyQueueFile = 4096;
 
@@ -60,13 +63,22 @@ ReceiverFiles::ReceiverFiles(const std::string& runFolder, const std::string& na
       pid(folder + "/pid") {
 }
 
+std::size_t allowDescriptors() noexcept {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return kUsualDescriptors;
+    rlimit wanted{kMostDescriptors, std::max(kMostDescriptors, limit.rlim_max)};
+    if (::setrlimit(RLIMIT_NOFILE, &wanted) == 0) return kMostDescriptors;
+    wanted = {std::min(kMostDescriptors, limit.rlim_max), limit.rlim_max};
+    return ::setrlimit(RLIMIT_NOFILE, &wanted) == 0 ? wanted.rlim_cur : limit.rlim_cur;
+}
+
 std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
-                                         const std::string& configuration, std::size_t listeners) {
+                                         const std::string& configuration, std::size_t descriptors) {
     return {program,
             "--foreground",
             "--stderr",
             "--no-caps",
-            "--fd-limit=" + std::to_string(kDescriptors + listeners),
+            "--fd-limit=" + std::to_string(descriptors),
             "--cfgfile=" + configuration,
             "--control=" + files.control,
             "--persist-file=" + files.persist,
@@ -89,7 +101,7 @@ int writeCheckedConfiguration(const std::string& syslogNg, const ReceiverFiles& 
     // It has been in use: senders find nobody while it is looked at.
     if (holds(files.configuration, text)) return EX_OK;
     if (!writeNext(files, text)) return failErrno(EX_CANTCREAT, "cannot write " + nextOf(files));
-    std::vector<std::string> words = syslogNgCommand(syslogNg, files, nextOf(files), 0);
+    std::vector<std::string> words = syslogNgCommand(syslogNg, files, nextOf(files), kUsualDescriptors);
     words.emplace_back("--syntax-only");
     auto check = Child::start(std::move(words));
     if (!check) return failErrno(EX_OSERR, "cannot run " + syslogNg);

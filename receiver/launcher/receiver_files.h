@@ -19,9 +19,13 @@ struct ReceiverFiles {
     std::string pid;
 };
 
-/// `listeners` is how many sockets it may have to open beside those of its connections.
+/// Raises what this process may have open, and with it the programs that it runs, as far as it may: a settings
+/// change can bring thousands of listeners, each with its connections.
+/// @return how many
+std::size_t allowDescriptors() noexcept;
+
 std::vector<std::string> syslogNgCommand(const std::string& program, const ReceiverFiles& files,
-                                         const std::string& configuration, std::size_t listeners);
+                                         const std::string& configuration, std::size_t descriptors);
 
 /// Whether a queue file holds lines that an earlier syslog-ng has not handed over. Not while one runs.
 bool hasLinesLeft(const ReceiverFiles& files);

@@ -4,6 +4,7 @@
 // A receiver: settings to configuration, configuration to a running syslog-ng.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "receiver/launcher/receiver_config.h"
@@ -15,8 +16,11 @@ struct LauncherPlaces {
     SettingsPlaces settings;
     std::string runFolder;  ///< token; a folder for each receiver
     std::string syslogNg = "/usr/sbin/syslog-ng";
-    std::string logWriter{};       ///< started for the last lines when the log writer is away; empty: none
-    int notifyFd = -1;             ///< for reportReady() when messages are taken
+    std::string logWriter{};  ///< started for the last lines when the log writer is away; empty: none
+    int notifyFd = -1;        ///< for reportReady() when messages are taken
+    // A port that is free again and a certificate that is there give no sign.
+    std::chrono::milliseconds tryAgain{10'000};
+    std::chrono::milliseconds reload{5'000};  ///< for an answer; one that comes later counts, too
     int (*openPorts)() = nullptr;  ///< has the firewall take up the declared ports, at each start; null: it knows
 };
 

@@ -9,7 +9,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <iterator>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include "receiver/launcher/control_socket.h"
@@ -19,15 +22,14 @@
 #include "receiver/launcher/ports.h"
 #include "receiver/launcher/receiver_settings.h"
 #include "receiver/launcher/resources.h"
+#include "receiver/launcher/tls_files.h"
 
 namespace ombrel {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds kReload{5};
-// A port that is free again and a certificate that is there give no sign.
-constexpr std::chrono::seconds kTryAgain{10};
+constexpr std::chrono::milliseconds kControlStep{10};
 // What somebody may fill a rule file with is told in part.
 constexpr std::size_t kMostTold = 100;
 
@@ -37,6 +39,35 @@ bool keepsDestinations(const ReceiverConfig& next, const ReceiverConfig& present
     const std::set<std::string> kept(names.begin(), names.end());
     const std::vector<std::string> needed = destinationNames(present.sources);
     return std::all_of(needed.begin(), needed.end(), [&](const std::string& name) { return kept.contains(name); });
+}
+
+using Stream = std::tuple<std::uint16_t, SourceKind, bool, bool>;
+std::set<Stream> streamsOf(const ReceiverConfig& config) {
+    std::set<Stream> streams;
+    for (const Source& source : config.sources) {
+        if (hasPort(source.kind) && isHeldBack(source.kind))
+            streams.insert({source.port, source.kind, source.counted, source.raw});
+    }
+    return streams;
+}
+
+// A connection is cut where its listener goes, and goes on as it began where another takes over the port.
+bool keepsStreams(const ReceiverConfig& next, const ReceiverConfig& present) {
+    const std::set<Stream> kept = streamsOf(next);
+    const std::set<Stream> needed = streamsOf(present);
+    return std::includes(kept.begin(), kept.end(), needed.begin(), needed.end());
+}
+
+// The one receiver that has but one source moves with it; its senders have to be told anyway.
+bool canFollowInPlace(const ReceiverConfig& next, const ReceiverConfig& present) {
+    return keepsDestinations(next, present) && (next.needsAll || keepsStreams(next, present));
+}
+
+// Syslog-ng does not survive a reload in which it cannot read them again.
+std::string whatIsWrongWithTls(const ReceiverConfig& config) {
+    const bool any = std::any_of(config.sources.begin(), config.sources.end(),
+                                 [](const Source& source) { return source.kind == SourceKind::kTls; });
+    return any ? whatIsWrongWithTlsFiles(config.keyFile, config.certificateFile) : std::string();
 }
 
 // What of it goes into queue files, whichever transport it has.
@@ -83,8 +114,7 @@ int ReceiverProcess::start() {
         return code;
     }
     readiness_.begin();
-    auto child =
-        Child::start(syslogNgCommand(places_.syslogNg, files_, files_.configuration, wanted_.sources.size()));
+    auto child = Child::start(syslogNgCommand(places_.syslogNg, files_, files_.configuration, allowDescriptors()));
     if (!child) return failErrno(EX_OSERR, "cannot run " + places_.syslogNg);
     syslogNg_.emplace(std::move(*child));
     openPorts();
@@ -101,7 +131,7 @@ void ReceiverProcess::openPorts() const {
 int ReceiverProcess::settle(ReceiverConfig& next, const ReceiverConfig* running) {
     tryAgainAt_.reset();
     if (next.needsAll) return checkResources(next, running, places_.runFolder);
-    if (leaveOutUnusable(next, running, places_.runFolder)) tryAgainAt_ = Clock::now() + kTryAgain;
+    if (leaveOutUnusable(next, running, places_.runFolder)) tryAgainAt_ = Clock::now() + places_.tryAgain;
     return EX_OK;
 }
 
@@ -127,8 +157,9 @@ int ReceiverProcess::serve() {
     for (;;) {
         pollfd all[] = {{signals_.get(), POLLIN, 0},
                         {syslogNg_->handle(), POLLIN, 0},
-                        {readiness_.fd(), POLLIN, 0}};  // a negative one is left out
-        if (::poll(all, 3, timeout()) < 0 && errno != EINTR)
+                        {readiness_.fd(), POLLIN, 0},  // a negative one is left out
+                        {reload_ ? reload_->fd() : -1, POLLIN, 0}};
+        if (::poll(all, std::size(all), timeout()) < 0 && errno != EINTR)
             return failErrno(EX_OSERR, "cannot wait for syslog-ng");
         if (all[1].revents != 0 && syslogNg_->wait(Clock::now())) {
             const std::string how = syslogNg_->howItEnded();
@@ -136,6 +167,7 @@ int ReceiverProcess::serve() {
             return fail(EX_TEMPFAIL, "syslog-ng ended by itself, " + how);
         }
         readiness_.proceed(syslogNg_->pid(), config_);
+        seeReloadThrough();
         const int signal = all[0].revents != 0 ? readSignal() : 0;
         if (signal == SIGTERM || signal == SIGINT) {
             stop();
@@ -155,6 +187,7 @@ int ReceiverProcess::readSignal() const {
 }
 
 void ReceiverProcess::stop() {
+    reload_.reset();
     HandOver(files_, config_, *syslogNg_, places_.logWriter).run();
     syslogNg_.reset();
     removeLogSockets();
@@ -182,26 +215,37 @@ int ReceiverProcess::followSettings() {
     wanted->queueFolder = config_.queueFolder;
     ReceiverConfig next = *wanted;
     next.drains = config_.drains;
+    const auto before = tryAgainAt_;
     if (settle(next, &config_) != EX_OK) {
         logLine("ombrel-receiver: goes on as before");
         return EX_OK;
     }
-    if (!keepsDestinations(next, config_)) {
+    if (!canFollowInPlace(next, config_)) {
         stop();
         wanted_ = std::move(*wanted);
         return start();
     }
-    if (useInPlace(next)) wanted_ = std::move(*wanted);
+    if (const std::string wrong = useInPlace(next); !wrong.empty()) {
+        logLine("ombrel-receiver: goes on as before: " + wrong);
+        tryAgainAt_ = before;
+        return EX_OK;
+    }
+    wanted_ = std::move(*wanted);
     return EX_OK;
 }
 
 void ReceiverProcess::tryAgain() {
+    if (reload_) {
+        tryAgainAt_ = Clock::now() + places_.tryAgain;
+        return;
+    }
     ReceiverConfig next = wanted_;
     next.drains = config_.drains;
     if (settle(next, &config_) != EX_OK || next.sources.size() <= config_.sources.size()) return;
     const std::vector<std::string> before = config_.remarks;
-    if (!useInPlace(next)) {
-        tryAgainAt_ = Clock::now() + kTryAgain;  // also when nothing was left out of what failed
+    if (const std::string wrong = useInPlace(next); !wrong.empty()) {
+        notUsed_.log("ombrel-receiver: cannot take up rules whose ports are free again: " + wrong);
+        tryAgainAt_ = Clock::now() + places_.tryAgain;
         return;
     }
     for (const std::string& remark : before) {
@@ -209,22 +253,50 @@ void ReceiverProcess::tryAgain() {
     }
 }
 
-bool ReceiverProcess::useInPlace(const ReceiverConfig& next) {
-    if (writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(next)) != EX_OK) {
-        logLine("ombrel-receiver: goes on as before");
-        return false;
-    }
-    const auto answer = askControlSocket(files_.control, "RELOAD", Clock::now() + kReload);
-    if (answer && !answer->starts_with("OK")) {
+// What keeps it from that; empty when nothing does.
+std::string ReceiverProcess::useInPlace(const ReceiverConfig& next) {
+    if (std::string wrong = whatIsWrongWithTls(next); !wrong.empty()) return wrong;
+    if (writeCheckedConfiguration(places_.syslogNg, files_, renderReceiverConfig(next)) != EX_OK)
+        return "the new configuration cannot be used";
+    const Deadline deadline = Clock::now() + places_.reload;
+    auto reload = askToReload(deadline);
+    const auto answer = reload ? answerTo(*reload, deadline) : std::nullopt;
+    if (!reload || (answer && !answer->starts_with("OK"))) {
         // It has gone back to the old one by itself; the file is to say the same.
         (void)writeConfiguration(files_, renderReceiverConfig(config_));
-        logLine("ombrel-receiver: syslog-ng cannot use the new settings and goes on as before");
-        return false;
+        return reload ? "syslog-ng cannot use it" : "syslog-ng does not take commands";
     }
-    if (!answer) logLine("ombrel-receiver: syslog-ng has not answered yet; it reloads once its batch is stored");
+    if (!answer) {
+        logLine("ombrel-receiver: syslog-ng has not answered yet; it reloads once its batch is stored");
+        reload_ = std::move(reload);
+        previous_ = config_;
+    }
     config_ = next;
     tell(config_.remarks);
-    return true;
+    return {};
+}
+
+// The end of a reload that took longer.
+void ReceiverProcess::seeReloadThrough() {
+    if (!reload_) return;
+    const auto state = reload_->proceed();
+    if (state == ControlQuestion::State::kOpen) return;
+    if (state == ControlQuestion::State::kAnswered && !reload_->answer().starts_with("OK")) {
+        logLine("ombrel-receiver: goes on as before: syslog-ng cannot use the new configuration");
+        config_ = std::move(previous_);
+        (void)writeConfiguration(files_, renderReceiverConfig(config_));
+        if (!config_.needsAll) tryAgainAt_ = Clock::now() + places_.tryAgain;
+    }
+    reload_.reset();
+}
+
+// One that has just been started does not listen yet.
+std::optional<ControlQuestion> ReceiverProcess::askToReload(Deadline deadline) {
+    for (;;) {
+        auto question = ControlQuestion::ask(files_.control, "RELOAD");
+        if (question || Clock::now() >= deadline) return question;
+        if (syslogNg_->wait(std::min(deadline, Clock::now() + kControlStep))) return std::nullopt;
+    }
 }
 
 }  // namespace ombrel

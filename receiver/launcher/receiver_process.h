@@ -11,10 +11,12 @@
 
 #include "linux/common/fd.h"
 #include "receiver/launcher/child.h"
+#include "receiver/launcher/control_socket.h"
 #include "receiver/launcher/readiness_watch.h"
 #include "receiver/launcher/receiver_config.h"
 #include "receiver/launcher/receiver_files.h"
 #include "receiver/launcher/receiver_launcher.h"
+#include "receiver/visible_log.h"
 
 namespace ombrel {
 
@@ -39,7 +41,9 @@ private:
     int settle(ReceiverConfig& next, const ReceiverConfig* running);
     int timeout() const;
     void tryAgain();
-    bool useInPlace(const ReceiverConfig& next);
+    std::string useInPlace(const ReceiverConfig& next);
+    std::optional<ControlQuestion> askToReload(Deadline deadline);
+    void seeReloadThrough();
     void tell(const std::vector<std::string>& remarks);
     void openPorts() const;
 
@@ -48,7 +52,10 @@ private:
     ReceiverConfig wanted_;
     ReceiverConfig config_;  // what of it can be had
     std::optional<Deadline> tryAgainAt_;
+    std::optional<ControlQuestion> reload_;  // not answered yet
+    ReceiverConfig previous_;                // what is in use when it is refused
     std::set<std::string> told_;
+    LogThrottle notUsed_;
     Fd signals_;
     ReadinessWatch readiness_;
     std::optional<Child> syslogNg_;

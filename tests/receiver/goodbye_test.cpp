@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "linux/common/fd.h"
 
@@ -86,6 +88,29 @@ TEST_F(Goodbye, MayBeSaidAgain) {
     EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 1);
     EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 1);
     EXPECT_EQ(read(sender_), "");
+}
+
+TEST_F(Goodbye, IsSaidToMoreThanThisProcessMayHaveOpen) {
+    constexpr int kMore = 40;
+    const int lowest = ::dup(accepted_.get());
+    ASSERT_GE(lowest, 0);
+    {
+        std::vector<Fd> copies;
+        copies.emplace_back(lowest);
+        while (copies.size() < kMore)
+            copies.emplace_back(::dup(accepted_.get()));
+        auto child = Child::start({"/bin/sleep", "600"});
+        ASSERT_TRUE(child);
+        receiver_.emplace(std::move(*child));
+    }
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few = before;
+    few.rlim_cur = static_cast<rlim_t>(lowest) + 4;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    const int connections = sayGoodbye(*receiver_, {port()});
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(connections, kMore + 1);
 }
 
 TEST_F(Goodbye, IsNotSaidOnOtherPortsNorByAProcessThatHasEnded) {

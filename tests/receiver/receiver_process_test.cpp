@@ -9,6 +9,7 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -178,6 +179,20 @@ TEST(HasLinesLeft, LooksAtQueueFiles) {
     EXPECT_TRUE(hasLinesLeft(files));
 }
 
+TEST(AllowDescriptors, RaisesTheLimitOfThisProcess) {
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit few{64, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    const std::size_t allowed = allowDescriptors();
+    rlimit now{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &now), 0);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(now.rlim_cur, allowed);
+    EXPECT_GE(now.rlim_max, before.rlim_max);
+    EXPECT_GE(allowed, std::min<std::size_t>(before.rlim_max, 65536));
+}
+
 class RunReceiver : public testing::Test {
 protected:
     int run(const std::string& script) {
@@ -218,6 +233,14 @@ TEST_F(RunReceiver, WantsToBeStartedAgainWhenSyslogNgEndsByItself) {
 
 TEST_F(RunReceiver, EndsSyslogNgThatDoesNotAnswerYet) {
     EXPECT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+}
+
+// Settings may come to name thousands of ports while it runs.
+TEST_F(RunReceiver, AllowsSyslogNgMoreThanItNeedsNow) {
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(run(check + "echo \"$*\" >&2\nkill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+    EXPECT_THAT(testing::internal::GetCapturedStderr(),
+                HasSubstr(" --fd-limit=" + std::to_string(allowDescriptors()) + " "));
 }
 
 TEST_F(RunReceiver, HasThePortsOpenedAtItsStart) {

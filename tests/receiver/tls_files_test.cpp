@@ -14,24 +14,13 @@
 #include <string>
 
 #include "tests/receiver/temp_folder.h"
+#include "tests/receiver/test_certificate.h"
 
 namespace ombrel {
 namespace {
 
 using testing::HasSubstr;
 using testing::StartsWith;
-
-struct FileClose {
-    void operator()(FILE* file) const noexcept { (void)std::fclose(file); }
-};
-using File = std::unique_ptr<FILE, FileClose>;
-struct KeyFree {
-    void operator()(EVP_PKEY* key) const noexcept { EVP_PKEY_free(key); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyFree>;
-struct CertificateFree {
-    void operator()(X509* certificate) const noexcept { X509_free(certificate); }
-};
 
 constexpr long kDay = 24 * 60 * 60;
 
@@ -47,21 +36,10 @@ class TlsFiles : public testing::Test {
 protected:
     void makeKey(const char* password = nullptr) {
         key.reset(EVP_EC_gen("P-256"));
-        const File file(std::fopen(keyFile().c_str(), "w"));
-        ASSERT_EQ(PEM_write_PrivateKey(file.get(), key.get(), password != nullptr ? EVP_aes_256_cbc() : nullptr,
-                                       nullptr, 0, nullptr, const_cast<char*>(password)),
-                  1);
+        writeKey(keyFile(), key.get(), password);
     }
     // Of the key, valid between two times, in seconds from now.
-    void makeCertificate(long from, long until) {
-        const std::unique_ptr<X509, CertificateFree> certificate(X509_new());
-        X509_gmtime_adj(X509_getm_notBefore(certificate.get()), from);
-        X509_gmtime_adj(X509_getm_notAfter(certificate.get()), until);
-        X509_set_pubkey(certificate.get(), key.get());
-        ASSERT_GT(X509_sign(certificate.get(), key.get(), EVP_sha256()), 0);
-        const File file(std::fopen(certificateFile().c_str(), "w"));
-        ASSERT_EQ(PEM_write_X509(file.get(), certificate.get()), 1);
-    }
+    void makeCertificate(long from, long until) { writeCertificate(certificateFile(), key.get(), from, until); }
     [[nodiscard]] std::string keyFile() const { return folder / "key.pem"; }
     [[nodiscard]] std::string certificateFile() const { return folder / "certificate.pem"; }
     [[nodiscard]] std::string wrong() const { return whatIsWrongWithTlsFiles(keyFile(), certificateFile()); }
