@@ -15,7 +15,7 @@ add_executable(linux_sqlite_test
   database_turnstile_test.cpp
   file_helpers_test.cpp)
 target_link_libraries(linux_sqlite_test PRIVATE test_databases GTest::gtest_main GTest::gmock)
-gtest_discover_tests(linux_sqlite_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS unit)
+ombrel_discover_tests(linux_sqlite_test unit)
 
 add_executable(veskfileop_test
   database_move_test.cpp
@@ -25,7 +25,7 @@ add_executable(veskfileop_test
 target_link_options(veskfileop_test PRIVATE -Wl,--wrap=renameat2)
 target_link_libraries(veskfileop_test PRIVATE veskfileop_objects veskcore test_databases PkgConfig::SQLITE3
   GTest::gtest_main GTest::gmock)
-gtest_discover_tests(veskfileop_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)
+ombrel_discover_tests(veskfileop_test system)
 
 add_executable(vesksyslog_test
   debug_sink_test.cpp
@@ -36,4 +36,4 @@ add_executable(vesksyslog_test
   text_escape_test.cpp)
 target_link_libraries(vesksyslog_test PRIVATE vesksyslog_objects linux_text veskcore test_databases PkgConfig::SQLITE3
   Threads::Threads GTest::gtest_main GTest::gmock)
-gtest_discover_tests(vesksyslog_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)
+ombrel_discover_tests(vesksyslog_test system)

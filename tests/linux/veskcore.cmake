@@ -12,4 +12,4 @@ target_link_libraries(veskcore_test PRIVATE
 if(OMBREL_SANITIZE)
   target_compile_definitions(veskcore_test PRIVATE OMBREL_SANITIZED)
 endif()
-gtest_discover_tests(veskcore_test DISCOVERY_MODE PRE_TEST PROPERTIES LABELS system)
+ombrel_discover_tests(veskcore_test system)
