@@ -267,8 +267,23 @@ TEST_F(RuleResources, ThatAreInUseStaySo) {
     running.sources = {{SourceKind::kTls, port.source.port}};
     add("kept", {SourceKind::kTls, port.source.port});
     EXPECT_FALSE(leaveOutUnusable(rules, &running, folder.path())) << "without another look at its certificate";
+    ReceiverConfig next = rules;
     running.keyFile = "/another";
-    EXPECT_TRUE(leaveOutUnusable(rules, &running, folder.path()));
+    EXPECT_TRUE(leaveOutUnusable(next, &running, folder.path()));
+    next = rules;
+    running.keyFile = rules.keyFile;
+    running.certificateFile = "/another";
+    EXPECT_TRUE(leaveOutUnusable(next, &running, folder.path()));
+}
+
+// As an earlier one that has not quite ended.
+TEST_F(RuleResources, OfAReceiverOfTheSameNameAreTaken) {
+    const BoundPort port(SourceKind::kTcp);
+    std::filesystem::create_directory(folder / "custrule");
+    writeText(folder / "custrule/pid", std::to_string(::getpid()));
+    add("again", port.source);
+    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path()));
+    EXPECT_THAT(rules.remarks, testing::ElementsAre(HasSubstr("cannot use port")));
 }
 
 class LogSocketFile : public Resources {

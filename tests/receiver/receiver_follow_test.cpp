@@ -247,6 +247,40 @@ TEST_F(FollowRules, StartsAnewWhereAConnectionWouldGoOnAsItBegan) {
     EXPECT_THAT(configuration(), Not(HasSubstr(inConfiguration(first))));
 }
 
+TEST_F(FollowRules, StartsAnewWhereAQueueWouldGo) {
+    std::string datagrams = rule("a", "BSD", first);
+    datagrams.replace(datagrams.find("tcp"), 3, "udp");
+    rules(datagrams + rule("b", "BSD", second));
+    start();
+    datagrams.replace(datagrams.find("BSD"), 3, "RAW");
+    follow(datagrams + rule("b", "BSD", second));
+    EXPECT_TRUE(begins());
+}
+
+TEST_F(FollowRules, GoesOnWithWhatItDrains) {
+    writeText(files.folder + "/syslog-ng-00000.qf", std::string(4097, 'l'));
+    rules(rule("a", "BSD", first));
+    start();
+    EXPECT_THAT(configuration(), HasSubstr("destination d_raw-udp "));
+    Commands commands(files.control);
+    follow(rule("a", "BSD", first) + rule("b", "BSD", second));
+    ASSERT_TRUE(commands.isReload());
+    EXPECT_THAT(configuration(), HasSubstr("destination d_raw-udp "));
+    commands.answer("OK Config reload successful");
+}
+
+TEST_F(FollowRules, SaysOnlyWhatIsNew) {
+    const std::string old = rule("a", "BSD", first) + rule("old", "XML", first);
+    rules(old);
+    start();
+    EXPECT_THAT(says("RAW\n"), HasSubstr("rule \"old\" is left out"));
+    Commands commands(files.control);
+    follow(old + rule("new", "XML", first));
+    ASSERT_TRUE(commands.isReload());
+    commands.answer("OK Config reload successful");
+    EXPECT_THAT(says("RAW\n"), Not(HasSubstr("\"old\"")));
+}
+
 TEST_F(FollowRules, GoesOnAsBeforeWhenSyslogNgRefuses) {
     rules(rule("a", "BSD", first));
     start();

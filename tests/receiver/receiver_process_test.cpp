@@ -257,6 +257,19 @@ TEST_F(RunReceiver, GoesOnWhenThePortsCannotBeOpened) {
     EXPECT_THAT(testing::internal::GetCapturedStderr(), HasSubstr("the firewall does not take up the ports"));
 }
 
+TEST_F(RunReceiver, DrainsWhatAnEarlierOneLeftOfDatagrams) {
+    for (const std::string name : {"bsd", "local", "custrule"}) {
+        config.name = name;
+        config.drains = {};
+        ASSERT_EQ(::mkdir((folder / name).c_str(), 0700), 0);
+        writeText(folder / (name + "/syslog-ng-00000.qf"), std::string(4097, 'l'));
+        ASSERT_EQ(run(check + "kill -TERM $PPID\nexec sleep 600\n"), EX_OK);
+        if (name != "local") config.drains.emplace_back();
+        if (name == "custrule") config.drains.emplace_back().raw = true;
+        EXPECT_EQ(readText(folder / (name + "/syslog-ng.conf")), renderReceiverConfig(config)) << name;
+    }
+}
+
 class RunRules : public RunReceiver {
 protected:
     RunRules() {
