@@ -85,7 +85,7 @@ int main(int argc, char** argv) try {
         return EX_USAGE;
     }
     std::string error;
-    const ombrel::SettingsPlaces settings{ombrel::kSettingsFile, ombrel::kRuleFile};
+    const ombrel::SettingsPlaces settings{ombrel::kSettingsFile, ombrel::kRuleFile, ombrel::kEnabledJobsFile};
     auto config = ombrel::receiverConfig(argv[1], settings, error);
     if (!config) {
         ombrel::logLine("ombrel-receiver: " + error);

@@ -131,7 +131,8 @@ void ReceiverProcess::openPorts() const {
 int ReceiverProcess::settle(ReceiverConfig& next, const ReceiverConfig* running) {
     tryAgainAt_.reset();
     if (next.needsAll) return checkResources(next, running, places_.runFolder);
-    if (leaveOutUnusable(next, running, places_.runFolder)) tryAgainAt_ = Clock::now() + places_.tryAgain;
+    if (leaveOutUnusable(next, running, places_.runFolder, reservedPorts(places_.settings)))
+        tryAgainAt_ = Clock::now() + places_.tryAgain;
     return EX_OK;
 }
 

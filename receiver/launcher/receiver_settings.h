@@ -16,6 +16,7 @@ namespace ombrel {
 struct SettingsPlaces {
     std::string settings;
     std::string rules;
+    std::string enabledJobs{};
 };
 
 /// "bsd", "ietf", "local" or "custrule".

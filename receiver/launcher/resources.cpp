@@ -37,8 +37,8 @@ struct Neighbour {
     bool sharesUdpPorts;
 };
 constexpr std::array<Neighbour, 3> kNeighbours = {
-    {{"bsd", "the receiver of BSD messages (server_port), which is running", true},
-     {"ietf", "the receiver of IETF messages (server_ietf_port), which is running", true},
+    {{"bsd", "the receiver of BSD messages (server_port)", true},
+     {"ietf", "the receiver of IETF messages (server_ietf_port)", true},
      {"custrule", "a receiving rule (custrule.conf)", false}}};
 
 std::string portSetting(const Source& source) {
@@ -48,8 +48,9 @@ std::string portSetting(const Source& source) {
 /// Looks at sources one by one, and at the machine once for all of them.
 class Inspection {
 public:
-    Inspection(const ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder)
-        : next_(next), runFolder_(runFolder) {
+    Inspection(const ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder,
+               const std::vector<ReservedPort>& reserved)
+        : next_(next), runFolder_(runFolder), reserved_(reserved) {
         if (running == nullptr) return;
         for (const Source& source : running->sources)
             owned_.insert({portKeyOf(source), source.path});
@@ -92,8 +93,13 @@ private:
             const bool share = next_.sharesUdpPorts && other.who->sharesUdpPorts;
             // Each datagram goes to one of the two, and what is in it says its format.
             if (udp && share) return std::nullopt;
-            return Trouble{EX_UNAVAILABLE, portSetting(source) + " is the port of " + other.who->people +
+            const char* const state = other.who->sharesUdpPorts ? ", which is running" : "";
+            return Trouble{EX_UNAVAILABLE, portSetting(source) + " is the port of " + other.who->people + state +
                                                (share ? "; over TCP and TLS each" : "; each") + " needs its own"};
+        }
+        if (const char* const people = whoHasReserved(source)) {
+            return Trouble{EX_UNAVAILABLE, portSetting(source) + " is the port of " + people +
+                                               ", which is switched on; each needs its own"};
         }
         // Not tried where somebody has it: what comes meanwhile could be given to the one who tries.
         const bool taken = table_->whoHolds(source, {}) != PortHolder::kNobody;
@@ -101,6 +107,16 @@ private:
         if (error == 0) return std::nullopt;
         return Trouble{EX_UNAVAILABLE, portSetting(source) + ": cannot use port " + std::to_string(source.port) +
                                            (udp ? "/udp: " : "/tcp: ") + std::strerror(error)};
+    }
+
+    [[nodiscard]] const char* whoHasReserved(const Source& source) const {
+        for (const ReservedPort& reserved : reserved_) {
+            if (reserved.port != portKeyOf(source)) continue;
+            for (const Neighbour& who : kNeighbours) {
+                if (reserved.receiver == who.name) return who.people;
+            }
+        }
+        return nullptr;
     }
 
     static MaybeTrouble troubleWithLogSocket(const std::string& path) {
@@ -125,6 +141,7 @@ private:
 
     const ReceiverConfig& next_;
     const std::string& runFolder_;
+    const std::vector<ReservedPort>& reserved_;
     std::set<std::pair<PortKey, std::string>> owned_;
     std::optional<PortTable> table_;
     std::vector<Other> others_;
@@ -140,15 +157,17 @@ pid_t readPid(const std::string& path) {
 }
 
 int checkResources(const ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder) {
-    Inspection inspection(next, running, runFolder);
+    const std::vector<ReservedPort> none;
+    Inspection inspection(next, running, runFolder, none);
     for (const Source& source : next.sources) {
         if (const auto trouble = inspection.troubleWith(source)) return fail(trouble->code, trouble->text);
     }
     return EX_OK;
 }
 
-bool leaveOutUnusable(ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder) {
-    Inspection inspection(next, running, runFolder);
+bool leaveOutUnusable(ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder,
+                      const std::vector<ReservedPort>& reserved) {
+    Inspection inspection(next, running, runFolder, reserved);
     // What is in use already stays so, whatever has become of its key since.
     const bool keeps =
         running != nullptr && running->keyFile == next.keyFile && running->certificateFile == next.certificateFile;

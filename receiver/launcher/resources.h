@@ -7,8 +7,10 @@
 #include <sys/types.h>
 
 #include <string>
+#include <vector>
 
 #include "receiver/launcher/receiver_config.h"
+#include "receiver/launcher/reserved_ports.h"
 
 namespace ombrel {
 
@@ -20,8 +22,9 @@ pid_t readPid(const std::string& path);
 /// folders.
 int checkResources(const ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder);
 
-/// For a receiver that goes without what it cannot have: takes those sources out of `next` and enters a line for
-/// each. True when there were any.
-bool leaveOutUnusable(ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder);
+/// For a receiver that goes without what it cannot have, and without the reserved ports: takes those sources out
+/// of `next` and enters a line for each. True when there were any.
+bool leaveOutUnusable(ReceiverConfig& next, const ReceiverConfig* running, const std::string& runFolder,
+                      const std::vector<ReservedPort>& reserved);
 
 }  // namespace ombrel

@@ -230,7 +230,7 @@ TEST_F(RuleResources, AreLeftOutWhereTheyAreTaken) {
     add("a", stream.source);
     add("b", {SourceKind::kTcp, 0});
     add("c", datagrams.source);
-    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path()));
+    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path(), {}));
     ASSERT_EQ(rules.sources.size(), 1U);
     EXPECT_EQ(rules.sources[0].rule, "b");
     const std::string port = std::to_string(stream.source.port);
@@ -238,19 +238,31 @@ TEST_F(RuleResources, AreLeftOutWhereTheyAreTaken) {
                 testing::ElementsAre("rule \"a\" is left out: port=\"" + port + "\": cannot use port " + port +
                                          "/tcp: Address already in use",
                                      testing::StartsWith("rule \"c\" is left out: port=")));
-    EXPECT_FALSE(leaveOutUnusable(rules, nullptr, folder.path())) << "the rest can be had";
+    EXPECT_FALSE(leaveOutUnusable(rules, nullptr, folder.path(), {})) << "the rest can be had";
 }
 
 TEST_F(RuleResources, AreNotSharedWithAReceiver) {
     const BoundPort port(SourceKind::kUdp);
     runBsd(::getpid());
     add("mine", port.source);
-    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path()));
+    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path(), {}));
     EXPECT_THAT(
         rules.remarks,
         testing::ElementsAre("rule \"mine\" is left out: port=\"" + std::to_string(port.source.port) +
                              "\" is the port of the receiver of BSD messages (server_port), which is running; "
                              "each needs its own"));
+}
+
+TEST_F(RuleResources, LeaveThePortOfAReceiverThatIsSwitchedOn) {
+    add("datagrams", {SourceKind::kUdp, 1});
+    add("stream", {SourceKind::kTls, 1});
+    const std::vector<ReservedPort> reserved = {{{Transport::kTcp, 1}, "ietf"}, {{Transport::kUdp, 2}, "bsd"}};
+    rules.sources[0].port = 0;  // which can be had by anybody
+    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path(), reserved));
+    ASSERT_EQ(rules.sources.size(), 1U);
+    EXPECT_THAT(rules.remarks,
+                testing::ElementsAre("rule \"stream\" is left out: port=\"1\" is the port of the receiver of IETF "
+                                     "messages (server_ietf_port), which is switched on; each needs its own"));
 }
 
 TEST_F(RuleResources, AreNotGivenToAReceiver) {
@@ -266,14 +278,15 @@ TEST_F(RuleResources, ThatAreInUseStaySo) {
     ReceiverConfig running = rules;
     running.sources = {{SourceKind::kTls, port.source.port}};
     add("kept", {SourceKind::kTls, port.source.port});
-    EXPECT_FALSE(leaveOutUnusable(rules, &running, folder.path())) << "without another look at its certificate";
+    EXPECT_FALSE(leaveOutUnusable(rules, &running, folder.path(), {}))
+        << "without another look at its certificate";
     ReceiverConfig next = rules;
     running.keyFile = "/another";
-    EXPECT_TRUE(leaveOutUnusable(next, &running, folder.path()));
+    EXPECT_TRUE(leaveOutUnusable(next, &running, folder.path(), {}));
     next = rules;
     running.keyFile = rules.keyFile;
     running.certificateFile = "/another";
-    EXPECT_TRUE(leaveOutUnusable(next, &running, folder.path()));
+    EXPECT_TRUE(leaveOutUnusable(next, &running, folder.path(), {}));
 }
 
 // As an earlier one that has not quite ended.
@@ -282,7 +295,7 @@ TEST_F(RuleResources, OfAReceiverOfTheSameNameAreTaken) {
     std::filesystem::create_directory(folder / "custrule");
     writeText(folder / "custrule/pid", std::to_string(::getpid()));
     add("again", port.source);
-    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path()));
+    EXPECT_TRUE(leaveOutUnusable(rules, nullptr, folder.path(), {}));
     EXPECT_THAT(rules.remarks, testing::ElementsAre(HasSubstr("cannot use port")));
 }
 

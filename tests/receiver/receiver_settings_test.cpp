@@ -8,6 +8,7 @@
 #include <ostream>
 #include <string>
 
+#include "receiver/launcher/reserved_ports.h"
 #include "tests/receiver/settings_file.h"
 #include "tests/receiver/temp_folder.h"
 
@@ -175,6 +176,37 @@ TEST_F(RulesReceiver, SaysThatTheFileCannotBeRead) {
     std::filesystem::create_directory(folder / "custrule.conf");
     EXPECT_FALSE(read("custrule", {}));
     EXPECT_EQ(error, "cannot read the receiving rules in " + (folder / "custrule.conf") + ": Is a directory");
+}
+
+class Reserved : public NetworkReceiver {
+protected:
+    std::vector<std::string> reserved(const std::string& enabledJobs) {
+        writeText(folder / "enable_services", enabledJobs);
+        writeSettings(folder / "server.conf", {{"server_port", "514"},
+                                               {"server_trans", "udp"},
+                                               {"server_ietf_port", "6514"},
+                                               {"server_ietf_trans", "tcp"}});
+        std::vector<std::string> lines;
+        for (const ReservedPort& one : reservedPorts({folder / "server.conf", {}, folder / "enable_services"}))
+            lines.push_back(one.receiver + (one.port.first == Transport::kUdp ? " udp/" : " tcp/") +
+                            std::to_string(one.port.second));
+        return lines;
+    }
+};
+
+TEST_F(Reserved, AreThePortsOfReceiversThatAreSwitchedOn) {
+    EXPECT_THAT(reserved("pkg-Ombrel-bsd=\"yes\"\npkg-Ombrel-ietf=\"yes\"\n"),
+                testing::ElementsAre("bsd udp/514", "ietf tcp/6514"));
+    EXPECT_THAT(reserved("pkg-Ombrel-bsd=\"no\"\npkg-Ombrel-ietf=\"yes\"\n"),
+                testing::ElementsAre("ietf tcp/6514"));
+    EXPECT_THAT(reserved("pkg-Ombrel-localarchive=\"yes\"\nbsd=\"yes\"\n"), testing::IsEmpty());
+    EXPECT_THAT(reserved(""), testing::IsEmpty());
+}
+
+TEST_F(Reserved, AreNoneWhereTheFilesAreMissing) {
+    writeText(folder / "enable_services", "pkg-Ombrel-bsd=\"yes\"\n");
+    EXPECT_TRUE(reservedPorts({folder / "missing", {}, folder / "enable_services"}).empty());
+    EXPECT_TRUE(reservedPorts({folder / "missing", {}, folder / "none"}).empty());
 }
 
 class LocalReceiver : public testing::Test {
