@@ -63,11 +63,14 @@ bool canFollowInPlace(const ReceiverConfig& next, const ReceiverConfig& present)
     return keepsDestinations(next, present) && (next.needsAll || keepsStreams(next, present));
 }
 
+bool hasTls(const ReceiverConfig& config) {
+    return std::any_of(config.sources.begin(), config.sources.end(),
+                       [](const Source& source) { return source.kind == SourceKind::kTls; });
+}
+
 // Syslog-ng does not survive a reload in which it cannot read them again.
 std::string whatIsWrongWithTls(const ReceiverConfig& config) {
-    const bool any = std::any_of(config.sources.begin(), config.sources.end(),
-                                 [](const Source& source) { return source.kind == SourceKind::kTls; });
-    return any ? whatIsWrongWithTlsFiles(config.keyFile, config.certificateFile) : std::string();
+    return hasTls(config) ? whatIsWrongWithTlsFiles(config.keyFile, config.certificateFile) : std::string();
 }
 
 // What of it goes into queue files, whichever transport it has.
@@ -91,6 +94,7 @@ ReceiverProcess::ReceiverProcess(const LauncherPlaces& places, const ReceiverFil
 
 int ReceiverProcess::run() {
     if (const int code = takeSignals()) return code;
+    watchSettings();
     if (const int code = start()) return code;
     return serve();
 }
@@ -103,6 +107,14 @@ int ReceiverProcess::takeSignals() {
     if (::sigprocmask(SIG_BLOCK, &set, nullptr) != 0) return failErrno(EX_OSERR, "cannot take signals");
     signals_.reset(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
     return signals_ ? EX_OK : failErrno(EX_OSERR, "cannot take signals");
+}
+
+// Who changes the settings restarts the receivers of the settings, but not that of the rules, which need their
+// certificate.
+void ReceiverProcess::watchSettings() {
+    if (wanted_.needsAll || settings_.start(places_.settings.settings)) return;
+    (void)failErrno(0, "cannot watch " + places_.settings.settings +
+                           "; another certificate is taken up at the next start or reload");
 }
 
 int ReceiverProcess::start() {
@@ -159,7 +171,8 @@ int ReceiverProcess::serve() {
         pollfd all[] = {{signals_.get(), POLLIN, 0},
                         {syslogNg_->handle(), POLLIN, 0},
                         {readiness_.fd(), POLLIN, 0},  // a negative one is left out
-                        {reload_ ? reload_->fd() : -1, POLLIN, 0}};
+                        {reload_ ? reload_->fd() : -1, POLLIN, 0},
+                        {settings_.fd(), POLLIN, 0}};
         if (::poll(all, std::size(all), timeout()) < 0 && errno != EINTR)
             return failErrno(EX_OSERR, "cannot wait for syslog-ng");
         if (all[1].revents != 0 && syslogNg_->wait(Clock::now())) {
@@ -176,6 +189,9 @@ int ReceiverProcess::serve() {
         }
         if (signal == SIGHUP) {
             if (const int code = followSettings()) return code;
+        }
+        if (all[4].revents != 0 && settings_.changed()) {
+            if (const int code = followCertificate()) return code;
         }
         if (tryAgainAt_ && Clock::now() >= *tryAgainAt_) tryAgain();
     }
@@ -210,6 +226,11 @@ int ReceiverProcess::followSettings() {
         logLine("ombrel-receiver: goes on as before: " + error);
         return EX_OK;
     }
+    // What is in use is better than nothing.
+    if (const std::string wrong = hasTls(config_) ? whatIsWrongWithTls(*wanted) : std::string(); !wrong.empty()) {
+        logLine("ombrel-receiver: goes on as before: " + wrong);
+        return EX_OK;
+    }
     fitToMachine(*wanted);
     wanted->writerPort = config_.writerPort;
     wanted->token = config_.token;
@@ -233,6 +254,14 @@ int ReceiverProcess::followSettings() {
     }
     wanted_ = std::move(*wanted);
     return EX_OK;
+}
+
+// Likewise.
+int ReceiverProcess::followCertificate() {
+    std::string error;
+    const auto now = receiverConfig(config_.name, places_.settings, error);
+    const bool same = !now || (now->keyFile == wanted_.keyFile && now->certificateFile == wanted_.certificateFile);
+    return same ? EX_OK : followSettings();
 }
 
 void ReceiverProcess::tryAgain() {

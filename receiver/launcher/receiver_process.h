@@ -16,6 +16,7 @@
 #include "receiver/launcher/receiver_config.h"
 #include "receiver/launcher/receiver_files.h"
 #include "receiver/launcher/receiver_launcher.h"
+#include "receiver/settings_watch.h"
 #include "receiver/visible_log.h"
 
 namespace ombrel {
@@ -37,7 +38,9 @@ private:
     int readSignal() const;
     void stop();
     void removeLogSockets() const;
+    void watchSettings();
     int followSettings();
+    int followCertificate();
     int settle(ReceiverConfig& next, const ReceiverConfig* running);
     int timeout() const;
     void tryAgain();
@@ -56,6 +59,7 @@ private:
     ReceiverConfig previous_;                // what is in use when it is refused
     std::set<std::string> told_;
     LogThrottle notUsed_;
+    SettingsWatch settings_;
     Fd signals_;
     ReadinessWatch readiness_;
     std::optional<Child> syslogNg_;

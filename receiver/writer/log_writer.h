@@ -15,6 +15,7 @@
 #include "linux/common/fd.h"
 #include "receiver/message/batch_frame.h"
 #include "receiver/message/local_clock.h"
+#include "receiver/settings_watch.h"
 #include "receiver/store/database_pool.h"
 #include "receiver/visible_log.h"
 #include "receiver/writer/flush_policy.h"

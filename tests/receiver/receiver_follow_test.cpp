@@ -345,13 +345,61 @@ TEST_F(FollowRules, StillTriesAfterAChangeThatCannotBeUsed) {
     EXPECT_THAT(configuration(), Not(HasSubstr(inConfiguration(third))));
 }
 
+class FollowCertificate : public FollowRules {
+protected:
+    FollowCertificate() {
+        make("key.pem", "certificate.pem");
+        use("key.pem", "certificate.pem");
+    }
+    void make(const char* keyName, const char* certificateName) const {
+        const Key key(EVP_EC_gen("P-256"));
+        writeKey(folder / keyName, key.get());
+        writeCertificate(folder / certificateName, key.get(), -60, 3600);
+    }
+    void use(const char* keyName, const char* certificateName, const char* port = "514") const {
+        writeSettings(places.settings.settings, {{"server_ca_key", folder / keyName},
+                                                 {"server_ca_file", folder / certificateName},
+                                                 {"server_port", port}});
+    }
+};
+
+TEST_F(FollowCertificate, OfTheSettingsByItself) {
+    rules(rule("a", "BSD", first, "yes"));
+    start();
+    Commands commands(files.control);
+    use("key.pem", "certificate.pem", "1514");
+    EXPECT_TRUE(commands.isNoReload()) << "another setting";
+    make("other.pem", "newer.pem");
+    use("other.pem", "newer.pem");
+    ASSERT_TRUE(commands.isReload());
+    EXPECT_THAT(configuration(), HasSubstr(folder / "newer.pem"));
+    commands.answer("OK Config reload successful");
+    EXPECT_TRUE(doesNotBegin());
+}
+
+TEST_F(FollowCertificate, AloneOfWhatCanBeUsed) {
+    rules(rule("a", "BSD", first, "yes"));
+    start();
+    const std::string before = configuration();
+    const Commands commands(files.control);
+    use("key.pem", "missing.pem");
+    EXPECT_THAT(says("directory\n"),
+                HasSubstr("goes on as before: cannot read server_ca_file=\"" + (folder / "missing.pem")));
+    EXPECT_TRUE(commands.isNoReload());
+    EXPECT_EQ(configuration(), before);
+}
+
+TEST_F(FollowCertificate, NotWithoutARuleThatNeedsIt) {
+    rules(rule("a", "BSD", first));
+    start();
+    const Commands commands(files.control);
+    make("other.pem", "newer.pem");
+    use("other.pem", "newer.pem");
+    EXPECT_TRUE(commands.isNoReload());
+}
+
 // Syslog-ng would end in a reload that cannot read what it has already.
-TEST_F(FollowRules, DoesNotReloadWithACertificateThatBroke) {
-    const Key key(EVP_EC_gen("P-256"));
-    writeKey(folder / "key.pem", key.get());
-    writeCertificate(folder / "certificate.pem", key.get(), -60, 3600);
-    writeSettings(places.settings.settings,
-                  {{"server_ca_key", folder / "key.pem"}, {"server_ca_file", folder / "certificate.pem"}});
+TEST_F(FollowCertificate, DoesNotReloadWithOneThatBroke) {
     rules(rule("a", "BSD", first, "yes"));
     start();
     const std::string before = configuration();

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "receiver/settings_watch.h"
 #include "receiver/token.h"
 #include "receiver/writer/file_lines.h"
 #include "receiver/writer/flush_policy.h"
