@@ -98,13 +98,16 @@ std::vector<Section> sectionsOf(std::string_view text) {
 // Looks no further than the section: whoever reads thousands of them reads each by itself.
 std::optional<std::string_view> bodyOf(std::string_view text, std::string_view section) {
     std::optional<std::string_view> body;
+    std::size_t begin = 0;
     for (LineReader reader(text); reader.next();) {
         const std::optional<std::string_view> name = parseHeader(reader.text());
         if (name && body) break;
-        const char* const end = reader.whole().data() + reader.whole().size();
-        if (name == section) body = std::string_view(end, 0);
-        if (!name && body && !saysNothing(reader.text()))
-            body = std::string_view(body->data(), static_cast<std::size_t>(end - body->data()));
+        const auto end = static_cast<std::size_t>(reader.whole().data() - text.data()) + reader.whole().size();
+        if (name == section) {
+            begin = end;
+            body = text.substr(begin, 0);
+        }
+        if (!name && body && !saysNothing(reader.text())) body = text.substr(begin, end - begin);
     }
     return body;
 }

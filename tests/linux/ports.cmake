@@ -19,6 +19,7 @@ ombrel_discover_tests(service_ports_test unit)
 add_executable(ports_private_test
   port_section_private_test.cpp)
 target_link_libraries(ports_private_test PRIVATE ombrel_flags veskserviceconf veskcore GTest::gtest_main GTest::gmock)
+ombrel_precompiled_gtest(ports_private_test)
 ombrel_private_test(ports unit ports_private_test)
 
 add_executable(firewall_rules_test

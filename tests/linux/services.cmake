@@ -65,6 +65,7 @@ add_executable(systemd_jobs_test
   systemd_jobs_test.cpp)
 target_link_libraries(systemd_jobs_test PRIVATE ombrel_flags test_real_jobs veskserviceconf_objects veskcore
   GTest::gtest_main GTest::gmock)
+ombrel_precompiled_gtest(systemd_jobs_test)
 
 # Mounts and the share definitions are changed, so these run in a private root.
 add_executable(vesksdk_private_test
@@ -73,6 +74,7 @@ add_executable(vesksdk_private_test
   service_manager_private_test.cpp)
 target_link_libraries(vesksdk_private_test PRIVATE ombrel_flags vesksdk veskserviceconf veskcore linux_process
   GTest::gtest_main GTest::gmock)
+ombrel_precompiled_gtest(vesksdk_private_test)
 ombrel_private_test(vesksdk unit vesksdk_private_test)
 
 add_test(NAME private_root COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/private_root_test.sh)
