@@ -20,8 +20,10 @@
 // - Datagrams cannot be held back, so what their queue in memory cannot take goes into a file. Lines of TCP wait
 //   in their connections instead: a queue file would take them from there as fast as they come and cost more
 //   than storing them.
-// - so-reuseport: two receivers may share a port for datagrams, each in its own process. Always, since the
-//   settings of one may come to name the port that the other has already.
+// - so-reuseport: the two receivers of the settings may share a port for datagrams, each in its own process.
+// Always,
+//   since the settings of one may come to name the port that the other has already. Rules share none: what one
+//   keeps whole the other takes apart.
 // - timeout is long: an answer comes after the commit, and a disk may be slow.
 #include "receiver/launcher/receiver_config.h"
 

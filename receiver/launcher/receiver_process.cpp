@@ -296,10 +296,12 @@ std::string ReceiverProcess::useInPlace(const ReceiverConfig& next) {
         (void)writeConfiguration(files_, renderReceiverConfig(config_));
         return reload ? "syslog-ng cannot use it" : "syslog-ng does not take commands";
     }
-    if (!answer) {
+    if (answer) {
+        reload_.reset();  // one before it has been outrun
+    } else {
         logLine("ombrel-receiver: syslog-ng has not answered yet; it reloads once its batch is stored");
+        if (!reload_) previous_ = config_;
         reload_ = std::move(reload);
-        previous_ = config_;
     }
     config_ = next;
     tell(config_.remarks);

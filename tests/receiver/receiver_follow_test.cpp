@@ -18,6 +18,8 @@
 
 #include <array>
 #include <cstring>
+#include <deque>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -99,13 +101,20 @@ public:
     }
     [[nodiscard]] bool isReload() const { return !readSome(reloads_.get()).empty(); }
     [[nodiscard]] bool isNoReload() const { return !readable(reloads_.get(), 200); }
+    /// To the first that waits.
     void answer(const std::string& text) {
         const std::string all = text + "\n.\n";
-        EXPECT_EQ(::send(waiting_.get(), all.data(), all.size(), MSG_NOSIGNAL), static_cast<ssize_t>(all.size()));
-        waiting_.reset();
+        const Fd one = take();
+        EXPECT_EQ(::send(one.get(), all.data(), all.size(), MSG_NOSIGNAL), static_cast<ssize_t>(all.size()));
     }
 
 private:
+    Fd take() {
+        const std::lock_guard guard(lock_);
+        Fd one = std::move(waiting_.front());
+        waiting_.pop_front();
+        return one;
+    }
     void serve() {
         for (;;) {
             pollfd both[] = {{end_.get(), POLLIN, 0}, {listener_.get(), POLLIN, 0}};
@@ -113,7 +122,8 @@ private:
             Fd one(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
             const std::string command = readSome(one.get());
             if (command == "RELOAD\n") {
-                waiting_ = std::move(one);
+                const std::lock_guard guard(lock_);
+                waiting_.push_back(std::move(one));
                 (void)!::write(tellReload_.get(), "R", 1);
             } else {
                 (void)::send(one.get(), "\n.\n", 3, MSG_NOSIGNAL);
@@ -125,7 +135,8 @@ private:
     Fd tellEnd_;
     Fd reloads_;
     Fd tellReload_;
-    Fd waiting_;
+    std::mutex lock_;
+    std::deque<Fd> waiting_;
     std::thread thread_;
 };
 
@@ -281,33 +292,46 @@ TEST_F(FollowRules, SaysOnlyWhatIsNew) {
     EXPECT_THAT(says("RAW\n"), Not(HasSubstr("\"old\"")));
 }
 
-TEST_F(FollowRules, GoesOnAsBeforeWhenSyslogNgRefuses) {
-    rules(rule("a", "BSD", first));
-    start();
-    const std::string before = configuration();
-    Commands commands(files.control);
-    follow(rule("a", "BSD", first) + rule("b", "BSD", second));
-    ASSERT_TRUE(commands.isReload());
-    commands.answer("FAIL Config reload failed, reverted to previous config");
+class FollowOneMore : public FollowRules {
+protected:
+    FollowOneMore() {
+        rules(rule("a", "BSD", first));
+        start();
+        before = configuration();
+        commands.emplace(files.control);
+        follow(rule("a", "BSD", first) + rule("b", "BSD", second));
+        EXPECT_TRUE(commands->isReload());
+    }
+    std::string before;
+    std::optional<Commands> commands;
+};
+
+TEST_F(FollowOneMore, GoesOnAsBeforeWhenSyslogNgRefuses) {
+    commands->answer("FAIL Config reload failed, reverted to previous config");
     EXPECT_THAT(says("it\n"), HasSubstr("goes on as before: syslog-ng cannot use it\n"));
     EXPECT_EQ(configuration(), before);
-    EXPECT_TRUE(commands.isNoReload()) << "a change that cannot be used changes nothing";
+    EXPECT_TRUE(commands->isNoReload()) << "a change that cannot be used changes nothing";
 }
 
-TEST_F(FollowRules, GoesOnAsBeforeWhenSyslogNgRefusesLater) {
-    rules(rule("a", "BSD", first));
-    start();
-    const std::string before = configuration();
-    Commands commands(files.control);
-    follow(rule("a", "BSD", first) + rule("b", "BSD", second));
-    ASSERT_TRUE(commands.isReload());
+TEST_F(FollowOneMore, GoesOnAsBeforeWhenSyslogNgRefusesLater) {
     EXPECT_THAT(says("stored\n"), HasSubstr("syslog-ng has not answered yet"));
     EXPECT_THAT(configuration(), HasSubstr(inConfiguration(second)));
-    commands.answer("FAIL Config reload failed, reverted to previous config");
+    commands->answer("FAIL Config reload failed, reverted to previous config");
     EXPECT_THAT(says("configuration\n"), HasSubstr("goes on as before: syslog-ng cannot use"));
-    EXPECT_TRUE(commands.isReload()) << "and tries again";
+    EXPECT_TRUE(commands->isReload()) << "and tries again";
     EXPECT_THAT(configuration(), HasSubstr(inConfiguration(second)));
-    commands.answer("OK Config reload successful");
+    commands->answer("OK Config reload successful");
+}
+
+TEST_F(FollowOneMore, IsNotUndoneByTheAnswerToAnEarlierChange) {
+    EXPECT_THAT(says("stored\n"), HasSubstr("syslog-ng has not answered yet"));
+    const Port third;
+    follow(rule("a", "BSD", first) + rule("b", "BSD", second) + rule("c", "RAW", third));
+    ASSERT_TRUE(commands->isReload());
+    commands->answer("FAIL Config reload failed, reverted to previous config");
+    commands->answer("OK Config reload successful");
+    EXPECT_TRUE(commands->isNoReload());
+    EXPECT_THAT(configuration(), HasSubstr(inConfiguration(third)));
 }
 
 TEST_F(FollowRules, TakesUpAPortThatIsFreeAgain) {

@@ -11,6 +11,7 @@
 
 #include "platform/veskcore.h"
 #include "platform/veskserviceconf.h"
+#include "src/service_jobs.h"
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/rule_checks.h"
 #include "tools/ombrel/rule_commands.h"
@@ -21,8 +22,6 @@ namespace {
 using ombrel::complain;
 using ombrel::RuleRecord;
 using ombrel::Words;
-
-constexpr const char* kJob = "pkg-Ombrel-custrule";
 
 /// The words of a change behind the name.
 struct Change {
@@ -96,7 +95,7 @@ int complainFailed(const Kind& kind, const std::string& name, bool done, const s
     what +=
         done ? std::string("is ") + kind.done + ", but " + kind.steps : std::string("could not be ") + kind.done;
     what += reason;
-    if (VLIBServicectlIsJobRunning(kJob, 0) == 0) what += std::string("; down: ") + kJob;
+    if (VLIBServicectlIsJobRunning(kCustomRuleJob, 0) == 0) what += std::string("; down: ") + kCustomRuleJob;
     what += "; the system log names the step";
     if (done) what += std::string(", and the log of the job why it did not start; ") + kind.remedy;
     return complain(1, what);
