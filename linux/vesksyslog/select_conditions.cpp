@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <array>
 
+#include "linux/common/severity_text.h"
+
 namespace ombrel {
 
 namespace {
@@ -58,10 +60,6 @@ std::string keyComparison(const FieldSql& field, _SYSLOG_SQL_COMPARE_tag compare
     const bool negated = compare == SYSLOG_SQL_NOT_EQUAL;
     return std::string(field.version2) + (negated ? " NOT IN" : " IN") + " (SELECT id FROM " + field.keyTable +
            " WHERE " + comparison("name", negated ? SYSLOG_SQL_EQUAL : compare) + ")";
-}
-
-char foldCase(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
 std::string_view textOf(sqlite3_value* value) {
@@ -127,32 +125,6 @@ int bindAll(Statement& statement, const Parameters& parameters) noexcept {
         if (code != 0) return code;
     }
     return 0;
-}
-
-int severityOfText(std::string_view text) noexcept {
-    struct Name {
-        std::string_view name;
-        int severity;
-    };
-    static constexpr std::array<Name, 11> kNames = {{{"emerg", 0},
-                                                     {"panic", 0},
-                                                     {"alert", 1},
-                                                     {"crit", 2},
-                                                     {"err", 3},
-                                                     {"error", 3},
-                                                     {"warning", 4},
-                                                     {"warn", 4},
-                                                     {"notice", 5},
-                                                     {"info", 6},
-                                                     {"debug", 7}}};
-    if (text.size() == 1 && text[0] >= '0' && text[0] <= '7') return text[0] - '0';
-    for (const Name& entry : kNames) {
-        if (std::equal(text.begin(), text.end(), entry.name.begin(), entry.name.end(),
-                       [](char a, char b) { return foldCase(a) == b; })) {
-            return entry.severity;
-        }
-    }
-    return -1;
 }
 
 std::string conditionsKey(const std::list<_SYSLOG_SQL_COND_tag>& conditions) {

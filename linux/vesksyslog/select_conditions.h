@@ -30,9 +30,6 @@ int addConditionFunctions(const Connection& connection) noexcept;
 /// SQLite result code. The texts must stay until the statement is reset.
 int bindAll(Statement& statement, const Parameters& parameters) noexcept;
 
-/// The severity of a version-1 row, kept as a number or as a name; -1 when it is neither.
-int severityOfText(std::string_view text) noexcept;
-
 /// The same text for the same conditions, and for no others.
 std::string conditionsKey(const std::list<_SYSLOG_SQL_COND_tag>& conditions);
 

@@ -13,12 +13,12 @@
 #include <string>
 #include <vector>
 
+#include "linux/common/name_ids.h"
 #include "linux/common/sqlite_db.h"
 #include "linux/common/turnstile.h"
 #include "receiver/message/local_clock.h"
 #include "receiver/message/receipt_ids.h"
 #include "receiver/store/log_row.h"
-#include "receiver/store/name_ids.h"
 
 namespace ombrel {
 

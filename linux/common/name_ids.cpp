@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
-#include "receiver/store/name_ids.h"
+#include "linux/common/name_ids.h"
 
 namespace ombrel {
 
