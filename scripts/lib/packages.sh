@@ -5,7 +5,7 @@
 
 # What builds and runs the product.
 PACKAGES_RUN="g++ cmake ninja-build pkg-config libsqlite3-dev libmount-dev libmicrohttpd-dev libssl-dev
-  libsystemd-dev libnftables-dev
+  libsystemd-dev libnftables-dev libzip-dev libxxhash-dev
   syslog-ng-core syslog-ng-mod-http s6 execline samba-common-bin zip util-linux iproute2"
 # What the demo shows things with.
 PACKAGES_SHOW="sqlite3 unzip tree"

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "tools/ombrel-upgrade/work_folder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "linux/common/path_parts.h"
+#include "ombrel/postprocessor.h"
+#include "ombrel/utils_updater.h"
+
+namespace ombrel {
+
+namespace {
+
+constexpr const char* kName = "ombrel-upgrade";
+
+bool isOnSameFileSystem(const std::string& a, const std::string& b) {
+    struct stat first {};
+    struct stat second {};
+    return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev;
+}
+
+/// The scratch folder of the log databases' volume, or that of the volume that `path` names.
+std::string scratchFolderFor(const std::string& path) {
+    constexpr std::string_view kScratch = "/@tmp/";
+    std::string folder = SyslogUpdaterVolTmpFolderGet();
+    if (folder.size() > kScratch.size()) {
+        const std::string volume = folder.substr(0, folder.size() - kScratch.size());
+        if (path.starts_with(volume + "/")) return folder;
+    }
+    return PostProcessor().TranTempDirGet(path);
+}
+
+std::string wrong(const std::string& folder, const std::string& why) {
+    return "cannot use the folder " + folder + ": " + why;
+}
+
+}  // namespace
+
+std::string workFolderFor(const std::string& path) {
+    const std::string scratch = scratchFolderFor(path);
+    if (!scratch.empty() && isOnSameFileSystem(scratch, folderOf(path))) return scratch + kName;
+    return folderOf(path) + "/." + kName;
+}
+
+WorkFolder::~WorkFolder() {
+    if (lock_) (void)::rmdir(path_.c_str());  // stays when something is left for the next run
+}
+
+std::string WorkFolder::open(const std::string& folder) {
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) return wrong(folder, std::strerror(errno));
+    Fd lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!lock || ::fstat(lock.get(), &status) != 0) return wrong(folder, std::strerror(errno));
+    // The scratch folder may be open to everybody: what somebody else can change would get among the archives.
+    if (status.st_uid != ::geteuid() || (status.st_mode & 022) != 0) {
+        return wrong(folder, "others can write to it; remove it");
+    }
+    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+        return wrong(folder, "another ombrel-upgrade is at work there; wait until it has ended");
+    }
+    path_ = folder;
+    lock_ = std::move(lock);
+    return {};
+}
+
+std::string WorkFolder::placeFor(const struct stat& file, const char* extension) const {
+    return path_ + "/" + std::to_string(file.st_ino) + extension;
+}
+
+}  // namespace ombrel
