@@ -24,7 +24,7 @@ bool readNumber(const char* text, Number& number) {
     return read.ec == std::errc() && read.ptr == end && number >= 0;
 }
 
-bool readOption(int option, const char* text, ombrel::OldDatabaseOptions& options) {
+bool readOption(int option, const char* text, ombrel::test::OldDatabaseOptions& options) {
     switch (option) {
         case 's':
             return readNumber(text, options.seed);
@@ -45,7 +45,7 @@ bool readOption(int option, const char* text, ombrel::OldDatabaseOptions& option
     }
 }
 
-bool readOptions(int argc, char** argv, ombrel::OldDatabaseOptions& options) {
+bool readOptions(int argc, char** argv, ombrel::test::OldDatabaseOptions& options) {
     static constexpr option kOptions[] = {{"seed", required_argument, nullptr, 's'},
                                           {"plain", no_argument, nullptr, 'p'},
                                           {"text-columns", no_argument, nullptr, 't'},
@@ -63,7 +63,7 @@ bool readOptions(int argc, char** argv, ombrel::OldDatabaseOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) try {
-    ombrel::OldDatabaseOptions options;
+    ombrel::test::OldDatabaseOptions options;
     if (!readOptions(argc, argv, options)) {
         (void)fputs(
             "usage: make-old-database PATH ROWS [--seed N] [--plain] [--text-columns] [--hosts N] [--programs N]"
@@ -71,7 +71,7 @@ int main(int argc, char** argv) try {
             stderr);
         return EX_USAGE;
     }
-    ombrel::makeOldDatabase(argv[optind], options);
+    ombrel::test::makeOldDatabase(argv[optind], options);
     return 0;
 } catch (const std::exception& error) {
     (void)fprintf(stderr, "make-old-database: %s\n", error.what());

@@ -14,11 +14,11 @@
 #include "linux/common/sqlite_db.h"
 #include "tests/support/old_database_values.h"
 
-namespace ombrel {
+namespace ombrel::test {
 
 namespace {
 
-constexpr std::size_t kLongMessage = 60 * 1024;
+constexpr std::size_t kLongMessage = 61'440;
 constexpr long long kRowsPerSecond = 8;
 constexpr std::int64_t kFirstMoment =
     1'700'006'400;  // 2023-11-15 00:00:00: no clock is changed in the weeks after it
@@ -158,4 +158,4 @@ void makeOldDatabase(const std::string& path, const OldDatabaseOptions& options)
     demand(connection.execute("COMMIT"), path, "commit");
 }
 
-}  // namespace ombrel
+}  // namespace ombrel::test

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <string>
 
-namespace ombrel {
+namespace ombrel::test {
 
 struct OldDatabaseOptions {
     long long rows = 1000;
@@ -24,4 +24,4 @@ struct OldDatabaseOptions {
 /// Replaces whatever is at `path`. Throws std::runtime_error.
 void makeOldDatabase(const std::string& path, const OldDatabaseOptions& options);
 
-}  // namespace ombrel
+}  // namespace ombrel::test

@@ -4,7 +4,7 @@
 
 #include "linux/common/zone_clock.h"
 
-namespace ombrel {
+namespace ombrel::test {
 
 namespace {
 
@@ -165,4 +165,4 @@ std::int64_t clockChange(Chance& chance) noexcept {
     return chance.oneOf(kMoments) - 600 + static_cast<std::int64_t>(chance.below(4800));
 }
 
-}  // namespace ombrel
+}  // namespace ombrel::test

@@ -10,7 +10,7 @@
 
 #include "linux/common/day_text.h"
 
-namespace ombrel {
+namespace ombrel::test {
 
 /// Numbers by chance, the same for a seed on every machine (SplitMix64).
 class Chance {
@@ -58,4 +58,4 @@ std::int64_t wrongClock(Chance& chance) noexcept;
 /// A moment of an hour that occurs twice or never, in Europe or in America.
 std::int64_t clockChange(Chance& chance) noexcept;
 
-}  // namespace ombrel
+}  // namespace ombrel::test
