@@ -58,6 +58,15 @@ int readLogLayout(const Connection& connection, LogLayout& layout) noexcept {
     return SQLITE_OK;
 }
 
+int readOriginalTexts(const Connection& connection, bool& found) noexcept {
+    // Without its key a row could have the texts of several.
+    int isKey = 0;
+    const int code = sqlite3_table_column_metadata(connection.handle(), "main", "original_texts", "log_id",
+                                                   nullptr, nullptr, nullptr, &isKey, nullptr);
+    found = code == SQLITE_OK && isKey != 0;
+    return code == SQLITE_ERROR ? SQLITE_OK : code;  // what it answers for a table that is not there
+}
+
 int prepareForWriting(Connection& connection) noexcept {
     {
         Statement mode;
@@ -67,6 +76,16 @@ int prepareForWriting(Connection& connection) noexcept {
         if (mode.columnText(0) != "truncate") return SQLITE_BUSY;
     }
     return connection.execute("PRAGMA synchronous=FULL");
+}
+
+int leaveWal(Connection& connection) noexcept {
+    Statement mode;
+    if (const int code = mode.prepare(connection, "PRAGMA journal_mode")) return code;
+    if (const int code = mode.step(); code != Statement::kRow) return code;
+    if (mode.columnText(0) != "wal") return SQLITE_OK;
+    if (const int code = mode.prepare(connection, "PRAGMA journal_mode=DELETE")) return code;
+    if (const int code = mode.step(); code != Statement::kRow) return code;
+    return mode.columnText(0) == "delete" ? SQLITE_OK : SQLITE_BUSY;
 }
 
 int createLogDatabase(Connection& connection, const std::string& schemaText) noexcept {
