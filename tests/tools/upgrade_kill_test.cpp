@@ -34,7 +34,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 
-constexpr int kRows = 50;
+constexpr int kRows = 30;
 constexpr int kPageRows = 20;
 constexpr int kLastChanges = 24;  // with the last transaction
 
