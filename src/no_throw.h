@@ -9,8 +9,8 @@
 namespace ombrel {
 
 /// What `body` returns, or `failure` when memory ran out (the only thing that throws here).
-template <typename Body>
-int orFailure(int failure, Body body) noexcept {
+template <typename Value, typename Body>
+Value orFailure(Value failure, Body body) noexcept {
     try {
         return body();
     } catch (const std::exception&) {

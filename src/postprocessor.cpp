@@ -8,14 +8,13 @@
 #include <cstring>
 
 #include "platform/veskcore.h"
-#include "platform/vesksdk.h"
 #include "platform/vesksyslog.h"
 #include "src/fixed_paths.h"
 #include "src/logarchiver_internal.h"
+#include "src/scratch_folder.h"
 
 namespace {
 
-constexpr int kScratchMode = 0777;
 constexpr int kHighestZipNumber = 1000;
 constexpr const char* kHostIndex = "CREATE INDEX logs_host_idx ON logs (host)";
 
@@ -52,10 +51,8 @@ int PostProcessor::ConfigLoad(std::string path) {
 }
 
 std::string PostProcessor::TranTempDirGet(std::string path) {
-    const auto slash = path.find('/', 1);
-    if (slash == std::string::npos) return {};
-    std::string folder = path.substr(0, slash) + "/@tmp/";
-    if (VESKFSMkdirP(folder.c_str(), 0, 1, -1, -1, kScratchMode) < 0) {
+    std::string folder = ombrel::scratchFolderOf(path);
+    if (!folder.empty() && ombrel::makeScratchFolder(folder) < 0) {
         Debuger::MSG(0, "Fail to create folder: " + folder);
     }
     return folder;

@@ -6,6 +6,7 @@
 
 #include <syslog.h>
 
+#include "src/no_throw.h"
 #include "src/platform_handles.h"
 
 namespace {
@@ -34,9 +35,7 @@ bool readDay(VESKDBCONN* connection, const char* sql, int executeLine, int fetch
     return true;
 }
 
-}  // namespace
-
-std::string SyslogUpdaterArchNameGet(std::string& dbPath) {
+std::string archiveNameOf(const std::string& dbPath) {
     const Connection connection(VESKDBConnect(nullptr, nullptr, nullptr, dbPath.c_str()));
     if (connection == nullptr) {
         syslog(LOG_ERR, "%s:%d Fail to open db: %s", kUnit, 235, dbPath.c_str());
@@ -49,4 +48,10 @@ std::string SyslogUpdaterArchNameGet(std::string& dbPath) {
         return {};
     }
     return firstDay + "_" + lastDay + ".DB";
+}
+
+}  // namespace
+
+std::string SyslogUpdaterArchNameGet(std::string& dbPath) {
+    return ombrel::orFailure(std::string(), [&] { return archiveNameOf(dbPath); });
 }

@@ -69,6 +69,16 @@ int prepareForWriting(Connection& connection) noexcept {
     return connection.execute("PRAGMA synchronous=FULL");
 }
 
+int leaveWal(Connection& connection) noexcept {
+    Statement mode;
+    if (const int code = mode.prepare(connection, "PRAGMA journal_mode")) return code;
+    if (const int code = mode.step(); code != Statement::kRow) return code;
+    if (mode.columnText(0) != "wal") return SQLITE_OK;
+    if (const int code = mode.prepare(connection, "PRAGMA journal_mode=DELETE")) return code;
+    if (const int code = mode.step(); code != Statement::kRow) return code;
+    return mode.columnText(0) == "delete" ? SQLITE_OK : SQLITE_BUSY;
+}
+
 int createLogDatabase(Connection& connection, const std::string& schemaText) noexcept {
     Transaction transaction(connection);
     const int begun = transaction.beginImmediate();

@@ -23,6 +23,10 @@ int readLogLayout(const Connection& connection, LogLayout& layout) noexcept;
 /// database in WAL mode cannot be moved without losing rows, and a synced commit. SQLite result code.
 int prepareForWriting(Connection& connection) noexcept;
 
+/// Ends the WAL mode that somebody else has put a database into: it keeps its last rows in another file then, and
+/// cannot be moved. SQLITE_BUSY when others have it open. SQLite result code.
+int leaveWal(Connection& connection) noexcept;
+
 /// Runs the schema in one transaction on a database without tables; leaves any other one alone, so two
 /// programs may do it at once. SQLITE_READONLY_DBMOVED when the file has been moved away since it was opened.
 /// SQLite result code.

@@ -199,6 +199,14 @@ std::string_view Statement::columnBlob(int index) const noexcept {
     return {bytes, static_cast<size_t>(sqlite3_column_bytes(statement_, index))};
 }
 
+std::string_view Statement::columnBytes(int index) const noexcept {
+    // Asked for first, the size makes a UTF-8 text of whatever it is. The bytes of a blob are where they lie in
+    // the page.
+    const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, index));
+    const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(statement_, index));
+    return bytes == nullptr ? std::string_view() : std::string_view(bytes, size);
+}
+
 Transaction::~Transaction() {
     if (connection_.inTransaction()) (void)connection_.execute("ROLLBACK");  // closing discards it otherwise
 }

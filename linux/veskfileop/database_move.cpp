@@ -19,6 +19,7 @@
 #include <cerrno>
 
 #include "linux/common/error_record.h"
+#include "linux/common/log_layout.h"
 #include "linux/common/path_parts.h"
 #include "linux/common/receipts.h"
 #include "linux/common/sqlite_db.h"
@@ -50,17 +51,6 @@ DatabaseMove fromLockFailure(int code) {
 int millisecondsUntil(Clock::time_point deadline) {
     const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
     return static_cast<int>(std::clamp<long long>(left, 1, kBusyTimeoutMs));
-}
-
-// A database that somebody else put into WAL mode keeps its last rows in another file.
-int leaveWal(Connection& connection) {
-    Statement mode;
-    if (const int code = mode.prepare(connection, "PRAGMA journal_mode")) return code;
-    if (const int code = mode.step(); code != Statement::kRow) return code;
-    if (mode.columnText(0) != "wal") return SQLITE_OK;
-    if (const int code = mode.prepare(connection, "PRAGMA journal_mode=DELETE")) return code;
-    if (const int code = mode.step(); code != Statement::kRow) return code;
-    return mode.columnText(0) == "delete" ? SQLITE_OK : SQLITE_BUSY;
 }
 
 // Only the log writer has receipts, and only for the databases it writes.

@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "linux/common/dress_like.h"
 #include "linux/common/error_record.h"
 #include "linux/common/fd.h"
 #include "linux/common/path_parts.h"
@@ -93,14 +94,6 @@ int copyBytes(const ReadAt& readAt, int fd) {
     }
 }
 
-// The owner before the mode: a change of the owner takes set-id bits away.
-int dressLike(int fd, const struct stat& like) {
-    const timespec times[2] = {like.st_atim, like.st_mtim};
-    if (::fchown(fd, like.st_uid, like.st_gid) != 0 && ::geteuid() == 0) return fromErrno(errno);
-    if (::fchmod(fd, like.st_mode & 07777) != 0) return fromErrno(errno);
-    return ::futimens(fd, times) == 0 ? 0 : fromErrno(errno);
-}
-
 }  // namespace
 
 int renameWithoutReplacing(const std::string& from, const std::string& to) {
@@ -113,7 +106,7 @@ int copyInto(const ReadAt& readAt, const struct stat& like, const std::string& t
     PartFile part(to);
     if (const int code = part.create()) return code;
     if (const int code = copyBytes(readAt, part.fd())) return code;
-    if (const int code = dressLike(part.fd(), like)) return code;
+    if (!dressLike(part.fd(), like)) return fromErrno(errno);
     if (::fsync(part.fd()) != 0) return fromErrno(errno);
     if (const int code = part.rename(to)) return code;
     return syncFolder(folderOf(to)) ? 0 : withdrawCopy(to);

@@ -45,7 +45,15 @@ struct FakeDatabase {
     }
 };
 
-enum class ShareKind { kLocal, kImage, kRemote, kUnknownFileSystem, kNotFound };
+enum class ShareKind {
+    kLocal,
+    kImage,
+    kRemote,
+    kUnknownFileSystem,
+    kNotFound,
+    kWithoutRecord,  ///< found, yet no record of it is handed out
+    kWithoutPath,    ///< found, its record names no path
+};
 
 /// What the platform's file copy does with a source that it has copied.
 enum class CopyManner {

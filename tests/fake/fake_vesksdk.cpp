@@ -51,9 +51,11 @@ int VESKShareGet(const char* name, VESKSHARE** share) {
                                     [name](const FakePlatform::ShareEntry& entry) { return entry.name == name; });
     const bool missing = found == platform.shares.end() || found->kind == ShareKind::kNotFound;
     if ((fails || missing) && !platform.failuresHandOutObjects) return -1;
+    if (!missing && found->kind == ShareKind::kWithoutRecord) return fails ? -1 : 0;
     auto* record = new FakeShare;
     record->text = found == platform.shares.end() ? "" : found->path;
-    record->path = record->text.c_str();
+    const bool withoutPath = !missing && found->kind == ShareKind::kWithoutPath;
+    record->path = withoutPath ? nullptr : record->text.c_str();
     platform.live.add("share", record);
     *share = record;
     return fails || missing ? -1 : 0;

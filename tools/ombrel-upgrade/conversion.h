@@ -7,18 +7,25 @@
 
 #include <string>
 
+#include "tools/ombrel-upgrade/old_database.h"
 #include "tools/ombrel-upgrade/upgrade_watch.h"
 
 namespace ombrel {
 
-struct Conversion {
-    UpgradeOutcome outcome;
-    bool hasOwnContents = false;  ///< the old file holds tables or columns that the new one has no place for
+struct ConversionOptions {
+    std::string schemaFile = "/usr/vesk/syslog/schema/loginfo2.sql";
+    long long pageRows = 20'000;  ///< of one transaction
 };
 
-/// Makes `newPath` of `oldPath`, or goes on where an earlier call has ended, and compares the two row by row. The
-/// old file is only read. After kDone `newPath` is a log database of the current layout, on the disk, without a
-/// journal.
-Conversion convertDatabase(const std::string& oldPath, const std::string& newPath, UpgradeWatch& watch);
+struct Conversion {
+    UpgradeOutcome outcome;
+    long long oldVersion = 0;  ///< OldDatabase::version() of the rows that were compared
+};
+
+/// Makes `newPath` of the old database, or goes on where an earlier call has ended, and compares the two row by
+/// row. The old file is only read. After kDone `newPath` is a log database of the current layout, on the disk,
+/// without a journal.
+Conversion convertDatabase(OldDatabase& old, const std::string& newPath, UpgradeWatch& watch,
+                           const ConversionOptions& options = {});
 
 }  // namespace ombrel

@@ -49,6 +49,16 @@ unsigned long long freeBytes(const std::string& folder) {
     return static_cast<unsigned long long>(status.f_bavail) * status.f_frsize;
 }
 
+ombrel::UpgradeOutcome upgradeDatabase(const std::string& path, const ombrel::WorkFolder& work, bool removeOld,
+                                       ombrel::UpgradeWatch& watch) {
+    return ombrel::upgradeDatabase(path, work, removeOld, watch);
+}
+
+std::string placeOfNewDatabase(const std::string& path) {
+    const std::string folder = ombrel::workFolderFor(path);
+    return folder.empty() ? std::string() : ombrel::newDatabaseFor(path, ombrel::WorkFolder(folder));
+}
+
 void complain(const std::string& what) {
     (void)std::fprintf(stderr, "ombrel-upgrade: %s\n", ombrel::escapeForLine(what).c_str());
 }
@@ -66,9 +76,8 @@ int main(int argc, char** argv) try {
         complain(std::string("no signals: ") + std::strerror(errno));
         return EX_SOFTWARE;
     }
-    const ombrel::UpgradeSteps steps{ombrel::upgradeDatabase,   ombrel::upgradeZip,
-                                     ombrel::oldDatabasesInZip, nullptr,
-                                     IsVolumeSpaceEnough,       freeBytes};
+    const ombrel::UpgradeSteps steps{upgradeDatabase,    ombrel::upgradeZip,  ombrel::oldDatabasesInZip,
+                                     placeOfNewDatabase, IsVolumeSpaceEnough, freeBytes};
     return ombrel::runUpgrade(options, steps, stopAsked);
 } catch (const std::exception& failure) {
     complain(std::string("ends: ") + failure.what());

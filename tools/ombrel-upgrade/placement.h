@@ -6,18 +6,32 @@
 
 #include <string>
 
+#include "tools/ombrel-upgrade/old_database.h"
+
 namespace ombrel {
 
 /// The name under which the old file is kept beside the new one: PATH.v1.
 std::string keptNameOf(const std::string& path);
 
-/// Puts `newPath`, which is on the same file system, in the place of `path` with the owner, mode and time of the
-/// old file, which becomes keptNameOf(path), or goes with `removeOld`. May be called again after it was
-/// interrupted. Returns what is wrong, empty when it is done; the old file is at its place then.
+/// Whether another file than the one at `path` has that name already. Returns what is wrong, empty when nothing
+/// is.
+std::string checkKeptName(const std::string& path);
+
+/// Puts `newPath`, which is on the same file system and open nowhere, in the place of `path` with the owner, mode
+/// and times of the old file, which becomes keptNameOf(path), or goes with `removeOld`. May be called again after
+/// it was interrupted. Returns what is wrong, empty when it is done; the old file is at its place then.
 std::string placeFile(const std::string& path, const std::string& newPath, bool removeOld);
 
-/// The same under the locks that keep writers and movers away; fails when the database has been moved or written
-/// to since `changeCounter` was read (see upgrade_database.cpp).
-std::string placeDatabase(const std::string& path, const std::string& newPath, bool removeOld);
+enum class Placed {
+    kDone,
+    kChanged,  ///< somebody has written to the old database meanwhile
+    kFailed,
+};
+
+/// The same for a database, under the locks that keep writers and movers away.
+/// @param oldVersion  OldDatabase::version() of the state that `newPath` was made of
+/// @param error       what is wrong, unless it is done
+Placed placeDatabase(OldDatabase& old, long long oldVersion, const std::string& newPath, bool removeOld,
+                     std::string& error);
 
 }  // namespace ombrel

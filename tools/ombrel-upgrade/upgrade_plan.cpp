@@ -9,6 +9,7 @@
 #include "linux/common/path_parts.h"
 #include "linux/common/progress_bar.h"
 #include "linux/common/text_escape.h"
+#include "tools/ombrel-upgrade/placement.h"
 
 namespace ombrel {
 
@@ -45,9 +46,9 @@ private:
     long long peak_ = 0;
 };
 
-unsigned long long neededOn(dev_t device, const std::vector<OldDatabase>& files, bool removeOld) {
+unsigned long long neededOn(dev_t device, const std::vector<FoundDatabase>& files, bool removeOld) {
     Sequence sequence(removeOld);
-    for (const OldDatabase& file : files) {
+    for (const FoundDatabase& file : files) {
         if (file.device == device) sequence.add(spaceNeedOf(file));
     }
     return sequence.peak();
@@ -55,7 +56,7 @@ unsigned long long neededOn(dev_t device, const std::vector<OldDatabase>& files,
 
 using Row = std::array<std::string, 5>;
 
-std::string fate(const OldDatabase& file, bool removeOld, const ArchivePath& archivePath) {
+std::string fate(const FoundDatabase& file, bool removeOld, const ArchivePath& archivePath) {
     std::string text;
     if (file.kind == OldKind::kZip) {
         text = groupedNumber(static_cast<unsigned long long>(file.databases)) +
@@ -74,7 +75,8 @@ std::string fate(const OldDatabase& file, bool removeOld, const ArchivePath& arc
         name = nameOf(archive);
         text += ", becomes " + escapeForLine(name);
     }
-    return text + (removeOld ? ", the old file goes" : ", the old file stays as " + escapeForLine(name) + ".v1");
+    return text +
+           (removeOld ? ", the old file goes" : ", the old file stays as " + escapeForLine(keptNameOf(name)));
 }
 
 // The columns with numbers are aligned at their right ends.
@@ -97,7 +99,7 @@ std::string tableText(const std::vector<Row>& rows) {
 
 }  // namespace
 
-SpaceNeed spaceNeedOf(const OldDatabase& file) {
+SpaceNeed spaceNeedOf(const FoundDatabase& file) {
     if (file.kind == OldKind::kZip) {
         const unsigned long long packed = convertedSize(file.bytes);
         return {file.unpackedBytes + convertedSize(file.unpackedBytes) + kJournal + packed, packed, file.bytes};
@@ -106,9 +108,9 @@ SpaceNeed spaceNeedOf(const OldDatabase& file) {
     return {left + kJournal, left, file.bytes};
 }
 
-std::vector<VolumeNeed> volumeNeeds(const std::vector<OldDatabase>& files) {
+std::vector<VolumeNeed> volumeNeeds(const std::vector<FoundDatabase>& files) {
     std::vector<VolumeNeed> volumes;
-    for (const OldDatabase& file : files) {
+    for (const FoundDatabase& file : files) {
         const auto isSame = [&](const VolumeNeed& volume) { return volume.device == file.device; };
         if (std::any_of(volumes.begin(), volumes.end(), isSame)) continue;
         volumes.push_back({file.device, folderOf(file.path), neededOn(file.device, files, false),
@@ -132,10 +134,10 @@ std::vector<std::string> spaceProblems(const std::vector<VolumeNeed>& volumes, b
     return lines;
 }
 
-std::string planText(const std::vector<OldDatabase>& files, const std::vector<VolumeNeed>& volumes, bool removeOld,
-                     const ArchivePath& archivePath, const FreeBytes& freeBytes) {
+std::string planText(const std::vector<FoundDatabase>& files, const std::vector<VolumeNeed>& volumes,
+                     bool removeOld, const ArchivePath& archivePath, const FreeBytes& freeBytes) {
     std::vector<Row> rows{{"FILE", "ROWS", "SIZE", "NEEDS", "WHAT"}};
-    for (const OldDatabase& file : files) {
+    for (const FoundDatabase& file : files) {
         const bool isZip = file.kind == OldKind::kZip;
         rows.push_back(
             {escapeForLine(file.path), isZip ? "-" : groupedNumber(static_cast<unsigned long long>(file.rows)),

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ombrel-upgrade/old_databases.h"
+#include "tools/ombrel-upgrade/database_finder.h"
 
 namespace ombrel {
 
@@ -20,7 +20,7 @@ struct SpaceNeed {
     unsigned long long kept = 0;    ///< of that, what stays
     unsigned long long freed = 0;   ///< with the old file, when that goes
 };
-SpaceNeed spaceNeedOf(const OldDatabase& file);
+SpaceNeed spaceNeedOf(const FoundDatabase& file);
 
 /// What a file system must have free for its part of the files, one after the other.
 struct VolumeNeed {
@@ -29,7 +29,7 @@ struct VolumeNeed {
     unsigned long long needed = 0;  ///< with the reserve
     unsigned long long neededRemovingOld = 0;
 };
-std::vector<VolumeNeed> volumeNeeds(const std::vector<OldDatabase>& files);
+std::vector<VolumeNeed> volumeNeeds(const std::vector<FoundDatabase>& files);
 
 /// Whether the file system of a folder has so many bytes free.
 using SpaceCheck = std::function<bool(const std::string& folder, unsigned long long bytes)>;
@@ -43,7 +43,7 @@ std::vector<std::string> spaceProblems(const std::vector<VolumeNeed>& volumes, b
 /// The name that a set-aside database would get.
 using ArchivePath = std::function<std::string(const std::string& path)>;
 /// The files and what becomes of them, then the file systems: what --dry-run shows.
-std::string planText(const std::vector<OldDatabase>& files, const std::vector<VolumeNeed>& volumes, bool removeOld,
-                     const ArchivePath& archivePath, const FreeBytes& freeBytes);
+std::string planText(const std::vector<FoundDatabase>& files, const std::vector<VolumeNeed>& volumes,
+                     bool removeOld, const ArchivePath& archivePath, const FreeBytes& freeBytes);
 
 }  // namespace ombrel

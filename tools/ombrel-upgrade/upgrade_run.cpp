@@ -3,6 +3,7 @@
 #include "tools/ombrel-upgrade/upgrade_run.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -18,6 +19,7 @@
 #include "ombrel/utils.h"
 #include "ombrel/utils_updater.h"
 #include "tools/ombrel-upgrade/adoption.h"
+#include "tools/ombrel-upgrade/placement.h"
 #include "tools/ombrel-upgrade/progress_display.h"
 
 namespace ombrel {
@@ -60,6 +62,11 @@ std::string rowsAndRate(const UpgradeOutcome& outcome, long long doneBefore, dou
     return text + " (" + groupedNumber(static_cast<unsigned long long>(rate)) + " rows/s)";
 }
 
+bool isFile(const std::string& path, const FoundDatabase& file) {
+    struct stat status {};
+    return ::lstat(path.c_str(), &status) == 0 && status.st_dev == file.device && status.st_ino == file.inode;
+}
+
 class Run {
 public:
     Run(const UpgradeOptions& options, const UpgradeSteps& steps, const std::atomic<bool>& stop)
@@ -79,17 +86,17 @@ public:
 private:
     bool settingsCanBeRead();
     void find();
-    void addFolders(OldDatabaseFinder& finder);
+    void addFolders(DatabaseFinder& finder);
     void leaveOutReadOnly();
     int showPlan(const std::vector<VolumeNeed>& volumes);
     int refuse(const std::vector<std::string>& problems);
     int stoppedBefore();
     int upgradeAll();
     /// False when the file is where it was.
-    bool adopt(OldDatabase& file);
+    bool adopt(FoundDatabase& file);
     const WorkFolder* workFolderOf(const std::string& path);
-    UpgradeEnd upgradeOne(OldDatabase file);
-    void sayDone(const OldDatabase& file, const UpgradeOutcome& outcome, double seconds);
+    UpgradeEnd upgradeOne(FoundDatabase file);
+    void sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds);
     void saySummary(size_t done, size_t failed, size_t left);
 
     const UpgradeOptions& options_;
@@ -97,7 +104,7 @@ private:
     const std::atomic<bool>& stop_;
     ProgressDisplay display_;
     Complaints complaints_;
-    std::vector<OldDatabase> files_;
+    std::vector<FoundDatabase> files_;
     std::map<std::string, WorkFolder> workFolders_;  // locked until the end of the run
 };
 
@@ -110,7 +117,7 @@ bool Run::settingsCanBeRead() {
     return false;
 }
 
-void Run::addFolders(OldDatabaseFinder& finder) {
+void Run::addFolders(DatabaseFinder& finder) {
     const std::string service = SyslogUpdaterServiceFolderGet();
     const std::string archive = SyslogUpdaterArchiveFolderGet();
     if (service.empty()) {
@@ -129,11 +136,11 @@ void Run::addFolders(OldDatabaseFinder& finder) {
 }
 
 void Run::find() {
-    OldDatabaseFinder finder(options_.zip ? steps_.zipContents : nullptr, steps_.workPlace);
+    DatabaseFinder finder(options_.zip ? steps_.zipContents : nullptr, steps_.workPlace);
     if (options_.all) addFolders(finder);
     for (const std::string& path : options_.paths)
         finder.addPath(path);
-    FoundDatabases found = finder.take();
+    Findings found = finder.take();
     for (const FindNote& note : found.notes) {
         if (note.exitCode == EX_OK && !options_.all) {
             say(note.text);  // the answer to what was asked
@@ -147,7 +154,7 @@ void Run::find() {
 
 // Where the new file cannot take the place of the old one, converting is in vain.
 void Run::leaveOutReadOnly() {
-    std::erase_if(files_, [this](const OldDatabase& file) {
+    std::erase_if(files_, [this](const FoundDatabase& file) {
         const std::string folder = folderOf(file.path);
         if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0) return false;
         complaints_.say("cannot upgrade " + file.path + ": no right to write to " + folder + " (" +
@@ -188,7 +195,7 @@ int Run::upgradeAll() {
     }
     size_t done = 0;
     size_t failed = 0;
-    for (const OldDatabase& file : files_) {
+    for (const FoundDatabase& file : files_) {
         if (stop_) break;
         const UpgradeEnd end = upgradeOne(file);
         if (end == UpgradeEnd::kStopped) break;
@@ -199,7 +206,7 @@ int Run::upgradeAll() {
     return left > 0 ? EX_TEMPFAIL : complaints_.code();
 }
 
-bool Run::adopt(OldDatabase& file) {
+bool Run::adopt(FoundDatabase& file) {
     const Adoption adoption = adoptSetAside(file.path);
     if (!adoption.error.empty()) {
         complaints_.say(adoption.error, EX_IOERR);
@@ -224,7 +231,7 @@ const WorkFolder* Run::workFolderOf(const std::string& path) {
     return &workFolders_.emplace(folder, std::move(opened)).first->second;
 }
 
-UpgradeEnd Run::upgradeOne(OldDatabase file) {
+UpgradeEnd Run::upgradeOne(FoundDatabase file) {
     const WorkFolder* const work = workFolderOf(file.path);
     if (work == nullptr) return UpgradeEnd::kFailed;
     if (file.kind == OldKind::kSetAside && !adopt(file)) return UpgradeEnd::kFailed;
@@ -249,9 +256,13 @@ UpgradeEnd Run::upgradeOne(OldDatabase file) {
     return outcome.end;
 }
 
-void Run::sayDone(const OldDatabase& file, const UpgradeOutcome& outcome, double seconds) {
+void Run::sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds) {
     std::string line = file.path + ": " + rowsAndRate(outcome, file.workRows, seconds);
-    line += options_.removeOld ? ", the old file is removed" : ", the old file is " + nameOf(file.path) + ".v1";
+    if (isFile(keptNameOf(file.path), file)) {
+        line += ", the old file is " + nameOf(keptNameOf(file.path));
+    } else if (!isFile(file.path, file)) {
+        line += ", the old file is removed";
+    }
     if (!outcome.notice.empty()) line += "; " + outcome.notice;
     say(line);
 }

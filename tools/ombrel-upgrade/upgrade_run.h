@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/ombrel-upgrade/old_databases.h"
+#include "tools/ombrel-upgrade/database_finder.h"
 #include "tools/ombrel-upgrade/upgrade_options.h"
 #include "tools/ombrel-upgrade/upgrade_plan.h"
 #include "tools/ombrel-upgrade/upgrade_watch.h"
@@ -23,8 +23,8 @@ struct UpgradeSteps {
                                                  UpgradeWatch& watch)>;
     Upgrade database;
     Upgrade zip;
-    OldDatabaseFinder::ZipProbe zipContents;
-    OldDatabaseFinder::WorkPlace workPlace;
+    DatabaseFinder::ZipProbe zipContents;
+    DatabaseFinder::WorkPlace workPlace;
     SpaceCheck isEnough;
     FreeBytes freeBytes;
 };

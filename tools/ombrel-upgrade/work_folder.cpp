@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -70,8 +71,16 @@ std::string WorkFolder::open(const std::string& folder) {
     return {};
 }
 
-std::string WorkFolder::placeFor(const struct stat& file, const char* extension) const {
-    return path_ + "/" + std::to_string(file.st_ino) + extension;
+// A number of a file that is gone is given to another one; the time of birth tells them apart where the file
+// system knows it, and the time of the last change elsewhere.
+std::string WorkFolder::placeFor(const std::string& path, const char* extension) const {
+    struct statx file {};
+    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME | STATX_MTIME, &file) != 0) {
+        return {};
+    }
+    const statx_timestamp& time = (file.stx_mask & STATX_BTIME) != 0 ? file.stx_btime : file.stx_mtime;
+    return path_ + "/" + std::to_string(file.stx_ino) + "-" + std::to_string(time.tv_sec) + "." +
+           std::to_string(time.tv_nsec) + extension;
 }
 
 }  // namespace ombrel

@@ -5,9 +5,8 @@
 // scratch folder of the old file's volume, so that a rename is all that is left to do in the end.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <string>
+#include <utility>
 
 #include "linux/common/fd.h"
 
@@ -19,6 +18,8 @@ std::string workFolderFor(const std::string& path);
 class WorkFolder {
 public:
     WorkFolder() = default;
+    /// Neither made nor locked: to ask where something would be.
+    explicit WorkFolder(std::string folder) : path_(std::move(folder)) {}
     WorkFolder(WorkFolder&&) = default;
     WorkFolder& operator=(WorkFolder&&) = default;
     WorkFolder(const WorkFolder&) = delete;
@@ -30,8 +31,9 @@ public:
     /// same file would spoil each other's work. Returns what is wrong, empty when nothing is.
     std::string open(const std::string& folder);
     [[nodiscard]] const std::string& path() const noexcept { return path_; }
-    /// The name for what becomes of `file`, the same in each run, wherever the file is moved meanwhile.
-    [[nodiscard]] std::string placeFor(const struct stat& file, const char* extension) const;
+    /// The name for what becomes of the file at `path`: the same in each run, also when the file was renamed
+    /// meanwhile, and never that for another file. Empty, with errno set, when there is no such file.
+    [[nodiscard]] std::string placeFor(const std::string& path, const char* extension) const;
 
 private:
     std::string path_;

@@ -22,7 +22,7 @@ enum class OldKind {
     kZip,       ///< with databases of the old layout in it
 };
 
-struct OldDatabase {
+struct FoundDatabase {
     std::string path;
     OldKind kind = OldKind::kDatabase;
     unsigned long long bytes = 0;
@@ -41,42 +41,42 @@ struct FindNote {
     int exitCode = 0;
 };
 
-struct FoundDatabases {
-    std::vector<OldDatabase> databases;  ///< working databases first, then by path
+struct Findings {
+    std::vector<FoundDatabase> databases;  ///< working databases first, then by path
     std::vector<FindNote> notes;
 };
 
 /// Whether the log writer gives names like this one to what it sets aside.
 bool isSetAsideName(const std::string& name);
 
-class OldDatabaseFinder {
+class DatabaseFinder {
 public:
     using ZipProbe = std::function<ZipContents(const std::string& path)>;
     /// Where the new file is made of the one at a path; empty when that cannot be told.
     using WorkPlace = std::function<std::string(const std::string& path)>;
 
     /// Without `zip` ZIP files are passed over.
-    OldDatabaseFinder(ZipProbe zip, WorkPlace workPlace);
+    DatabaseFinder(ZipProbe zip, WorkPlace workPlace);
 
     /// What lies in a folder and in its sub-folders (one level; no hidden ones, no symbolic links).
     void addFolder(const std::string& folder);
     /// One file. What is wrong with it is noted with an exit code.
     void addPath(const std::string& path);
     /// Ends the search.
-    FoundDatabases take();
+    Findings take();
 
 private:
-    bool isNew(const OldDatabase& file);
+    bool isNew(const FoundDatabase& file);
     void addEntries(const std::string& folder, bool isTop);
-    void addDatabase(OldDatabase file, bool isNamed);
-    void addZip(OldDatabase file, bool isNamed);
-    void addNoDatabase(const OldDatabase& file, bool isNamed);
-    void lookForWork(OldDatabase& file) const;
+    void addDatabase(FoundDatabase file, bool isNamed);
+    void addZip(FoundDatabase file, bool isNamed);
+    void addNoDatabase(const FoundDatabase& file, bool isNamed);
+    void lookForWork(FoundDatabase& file) const;
     void note(std::string text, int exitCode);
 
     ZipProbe zip_;
     WorkPlace workPlace_;
-    FoundDatabases found_;
+    Findings found_;
     std::set<std::pair<dev_t, ino_t>> seen_;
 };
 

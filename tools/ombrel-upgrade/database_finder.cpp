@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
-#include "tools/ombrel-upgrade/old_databases.h"
+#include "tools/ombrel-upgrade/database_finder.h"
 
 #include <sqlite3.h>
 #include <sys/stat.h>
@@ -20,12 +20,11 @@
 #include "ombrel/utils_updater.h"
 #include "platform/veskcore.h"
 #include "platform/vesksyslog.h"
+#include "tools/ombrel-upgrade/placement.h"
 
 namespace ombrel {
 
 namespace {
-
-constexpr std::string_view kKeptExtension = ".v1";
 
 bool isDigits(std::string_view text) {
     return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
@@ -36,18 +35,18 @@ bool hasSetAsideEnd(std::string_view name, std::string_view mark) {
     return at != std::string_view::npos && at > 0 && isDigits(name.substr(at + mark.size()));
 }
 
-bool isWorkingDatabase(const OldDatabase& file) {
+bool isWorkingDatabase(const FoundDatabase& file) {
     return file.kind == OldKind::kDatabase && nameOf(file.path).starts_with("VESKSYSLOGDB_");
 }
 
-bool comesFirst(const OldDatabase& a, const OldDatabase& b) {
+bool comesFirst(const FoundDatabase& a, const FoundDatabase& b) {
     const bool aWorks = isWorkingDatabase(a);
     const bool bWorks = isWorkingDatabase(b);
     return aWorks == bWorks ? a.path < b.path : aWorks;
 }
 
-OldDatabase fileOf(const std::string& path, const struct stat& status) {
-    OldDatabase file;
+FoundDatabase fileOf(const std::string& path, const struct stat& status) {
+    FoundDatabase file;
     file.path = path;
     file.bytes = static_cast<unsigned long long>(status.st_size);
     file.device = status.st_dev;
@@ -90,23 +89,23 @@ bool isSetAsideName(const std::string& name) {
     return hasSetAsideEnd(name, ".DB.old-") || hasSetAsideEnd(name, ".DB.corrupt-");
 }
 
-OldDatabaseFinder::OldDatabaseFinder(ZipProbe zip, WorkPlace workPlace)
+DatabaseFinder::DatabaseFinder(ZipProbe zip, WorkPlace workPlace)
     : zip_(std::move(zip)), workPlace_(std::move(workPlace)) {
 }
 
-void OldDatabaseFinder::note(std::string text, int exitCode) {
+void DatabaseFinder::note(std::string text, int exitCode) {
     found_.notes.push_back({std::move(text), exitCode});
 }
 
-bool OldDatabaseFinder::isNew(const OldDatabase& file) {
+bool DatabaseFinder::isNew(const FoundDatabase& file) {
     return seen_.emplace(file.device, file.inode).second;
 }
 
-void OldDatabaseFinder::addFolder(const std::string& folder) {
+void DatabaseFinder::addFolder(const std::string& folder) {
     addEntries(folder.size() > 1 && folder.ends_with('/') ? folder.substr(0, folder.size() - 1) : folder, true);
 }
 
-void OldDatabaseFinder::addEntries(const std::string& folder, bool isTop) {
+void DatabaseFinder::addEntries(const std::string& folder, bool isTop) {
     const FolderStream stream(::opendir(folder.c_str()));
     if (!stream) {
         if (isTop && errno == ENOENT) return note("there is no folder " + folder, 0);
@@ -120,7 +119,7 @@ void OldDatabaseFinder::addEntries(const std::string& folder, bool isTop) {
         if (S_ISDIR(status.st_mode) && isTop && *entry->d_name != '.' && nameOf(path) != "@tmp") {
             folders.push_back(path);
         } else if (S_ISREG(status.st_mode)) {
-            OldDatabase file = fileOf(path, status);
+            FoundDatabase file = fileOf(path, status);
             const bool counts = file.kind != OldKind::kDatabase || path.ends_with(".DB");
             if (!counts || *entry->d_name == '.' || !isNew(file)) continue;
             file.kind == OldKind::kZip ? addZip(std::move(file), false) : addDatabase(std::move(file), false);
@@ -131,7 +130,7 @@ void OldDatabaseFinder::addEntries(const std::string& folder, bool isTop) {
         addEntries(one, false);
 }
 
-void OldDatabaseFinder::addPath(const std::string& given) {
+void DatabaseFinder::addPath(const std::string& given) {
     struct stat status {};
     if (::lstat(given.c_str(), &status) != 0) {
         if (exitCodeOf(errno) != EX_NOINPUT) return found_.notes.push_back(cannotRead(given, errno));
@@ -140,17 +139,17 @@ void OldDatabaseFinder::addPath(const std::string& given) {
     if (const char* const why = whyNoFile(status)) return note(given + " " + why, EX_USAGE);
     const std::string path = absolutePathOf(given);
     if (path.empty()) return found_.notes.push_back(cannotRead(given, errno));
-    if (path.ends_with(kKeptExtension)) {
+    if (path.ends_with(keptNameOf(""))) {
         return note(
             path + " is what an upgrade has kept of the old file; give it another name to convert it again",
             EX_USAGE);
     }
-    OldDatabase file = fileOf(path, status);
+    FoundDatabase file = fileOf(path, status);
     if (!isNew(file)) return;
     file.kind == OldKind::kZip ? addZip(std::move(file), true) : addDatabase(std::move(file), true);
 }
 
-void OldDatabaseFinder::addDatabase(OldDatabase file, bool isNamed) {
+void DatabaseFinder::addDatabase(FoundDatabase file, bool isNamed) {
     // This look leaves no line in the system log for each file that is none of ours; the check below does.
     const int version = SyslogDBVersionGet(file.path);
     if (version != 1) {
@@ -170,7 +169,7 @@ void OldDatabaseFinder::addDatabase(OldDatabase file, bool isNamed) {
     found_.databases.push_back(std::move(file));
 }
 
-void OldDatabaseFinder::addNoDatabase(const OldDatabase& file, bool isNamed) {
+void DatabaseFinder::addNoDatabase(const FoundDatabase& file, bool isNamed) {
     const int code = VLIBCErrGet();
     const int result = code >= kErrorFromSqlite ? (code - kErrorFromSqlite) & 0xff : SQLITE_OK;
     if (struct stat status{}; ::lstat(file.path.c_str(), &status) != 0) {
@@ -189,7 +188,7 @@ void OldDatabaseFinder::addNoDatabase(const OldDatabase& file, bool isNamed) {
     note("cannot read " + file.path + ": " + ::sqlite3_errstr(result), EX_IOERR);
 }
 
-void OldDatabaseFinder::addZip(OldDatabase file, bool isNamed) {
+void DatabaseFinder::addZip(FoundDatabase file, bool isNamed) {
     if (!zip_)
         return isNamed ? note(file.path + " is a ZIP file; add --zip to upgrade what is in it", EX_USAGE) : void();
     const ZipContents contents = zip_(file.path);
@@ -202,7 +201,7 @@ void OldDatabaseFinder::addZip(OldDatabase file, bool isNamed) {
     found_.databases.push_back(std::move(file));
 }
 
-void OldDatabaseFinder::lookForWork(OldDatabase& file) const {
+void DatabaseFinder::lookForWork(FoundDatabase& file) const {
     std::string place = workPlace_ ? workPlace_(file.path) : std::string();
     struct stat status {};
     if (place.empty() || !SyslogUpdaterUpdDbCheck(place) || ::lstat(place.c_str(), &status) != 0) return;
@@ -212,7 +211,7 @@ void OldDatabaseFinder::lookForWork(OldDatabase& file) const {
     file.workBytes = static_cast<unsigned long long>(status.st_size);
 }
 
-FoundDatabases OldDatabaseFinder::take() {
+Findings DatabaseFinder::take() {
     std::sort(found_.databases.begin(), found_.databases.end(), comesFirst);
     return std::move(found_);
 }
