@@ -76,8 +76,13 @@ int main(int argc, char** argv) try {
         complain(std::string("no signals: ") + std::strerror(errno));
         return EX_SOFTWARE;
     }
-    const ombrel::UpgradeSteps steps{upgradeDatabase,    ombrel::upgradeZip,  ombrel::oldDatabasesInZip,
-                                     placeOfNewDatabase, IsVolumeSpaceEnough, freeBytes};
+    const ombrel::UpgradeSteps steps{upgradeDatabase,
+                                     ombrel::upgradeZip,
+                                     ombrel::workFolderFor,
+                                     ombrel::oldDatabasesInZip,
+                                     placeOfNewDatabase,
+                                     IsVolumeSpaceEnough,
+                                     freeBytes};
     return ombrel::runUpgrade(options, steps, stopAsked);
 } catch (const std::exception& failure) {
     complain(std::string("ends: ") + failure.what());

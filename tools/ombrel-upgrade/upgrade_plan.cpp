@@ -38,7 +38,9 @@ public:
         taken_ += static_cast<long long>(need.kept);
         if (removeOld_) taken_ -= static_cast<long long>(need.freed);
     }
-    [[nodiscard]] unsigned long long peak() const { return static_cast<unsigned long long>(peak_) + kReserve; }
+    [[nodiscard]] unsigned long long peak() const {
+        return static_cast<unsigned long long>(peak_) + kJournal + kReserve;
+    }
 
 private:
     bool removeOld_;
@@ -102,10 +104,10 @@ std::string tableText(const std::vector<Row>& rows) {
 SpaceNeed spaceNeedOf(const FoundDatabase& file) {
     if (file.kind == OldKind::kZip) {
         const unsigned long long packed = convertedSize(file.bytes);
-        return {file.unpackedBytes + convertedSize(file.unpackedBytes) + kJournal + packed, packed, file.bytes};
+        return {file.unpackedBytes + convertedSize(file.unpackedBytes) + packed, packed, file.bytes};
     }
     const unsigned long long left = lessBy(convertedSize(file.bytes), file.workBytes);
-    return {left + kJournal, left, file.bytes};
+    return {left, left, file.bytes};
 }
 
 std::vector<VolumeNeed> volumeNeeds(const std::vector<FoundDatabase>& files) {

@@ -16,7 +16,7 @@ namespace ombrel {
 
 /// Of one file, in bytes, beside what an earlier run has already made.
 struct SpaceNeed {
-    unsigned long long atWork = 0;  ///< while it is converted
+    unsigned long long atWork = 0;  ///< while it is converted, but for a journal
     unsigned long long kept = 0;    ///< of that, what stays
     unsigned long long freed = 0;   ///< with the old file, when that goes
 };
@@ -26,7 +26,7 @@ SpaceNeed spaceNeedOf(const FoundDatabase& file);
 struct VolumeNeed {
     dev_t device = 0;
     std::string folder;             ///< the first one on it that has files
-    unsigned long long needed = 0;  ///< with the reserve
+    unsigned long long needed = 0;  ///< with a journal and the reserve
     unsigned long long neededRemovingOld = 0;
 };
 std::vector<VolumeNeed> volumeNeeds(const std::vector<FoundDatabase>& files);

@@ -220,7 +220,7 @@ bool Run::adopt(FoundDatabase& file) {
 
 /// Null, and said, when it cannot be used.
 const WorkFolder* Run::workFolderOf(const std::string& path) {
-    const std::string folder = workFolderFor(path);
+    const std::string folder = steps_.workFolder(path);
     if (const auto known = workFolders_.find(folder); known != workFolders_.end()) return &known->second;
     WorkFolder opened;
     const std::string error = folder.empty() ? "there is no work folder" : opened.open(folder);

@@ -23,6 +23,7 @@ struct UpgradeSteps {
                                                  UpgradeWatch& watch)>;
     Upgrade database;
     Upgrade zip;
+    std::function<std::string(const std::string& path)> workFolder;
     DatabaseFinder::ZipProbe zipContents;
     DatabaseFinder::WorkPlace workPlace;
     SpaceCheck isEnough;
