@@ -60,16 +60,25 @@ int rowsOfOldDatabase(const std::string& path) {
     return countIn(result.get());
 }
 
+/// Disconnects whatever becomes of the connection.
+class NewDatabase {
+public:
+    explicit NewDatabase(const std::string& path) : handler(path, kSchemaFile) {}
+    ~NewDatabase() { (void)handler.DBDiscon(); }
+    NewDatabase(const NewDatabase&) = delete;
+    NewDatabase& operator=(const NewDatabase&) = delete;
+
+    DBHandler handler;
+};
+
 int rowsOfNewDatabase(const std::string& path) {
-    DBHandler db(path, kSchemaFile);
-    int rows = kFailed;
-    if (db.DBCon() < 0) {
+    NewDatabase db(path);
+    if (db.handler.DBCon() < 0) {
         syslog(LOG_ERR, "%s:%d Fail to connect to database", kUnit, 182);
-    } else {
-        rows = static_cast<int>(db.DBInfoCntGet());
-        if (rows < 0) syslog(LOG_ERR, "%s:%d Fail to get log count", kUnit, 187);
+        return kFailed;
     }
-    (void)db.DBDiscon();
+    const int rows = static_cast<int>(db.handler.DBInfoCntGet());
+    if (rows < 0) syslog(LOG_ERR, "%s:%d Fail to get log count", kUnit, 187);
     return rows;
 }
 

@@ -58,6 +58,15 @@ int readLogLayout(const Connection& connection, LogLayout& layout) noexcept {
     return SQLITE_OK;
 }
 
+int readOriginalTexts(const Connection& connection, bool& found) noexcept {
+    // Without its key a row could have the texts of several.
+    int isKey = 0;
+    const int code = sqlite3_table_column_metadata(connection.handle(), "main", "original_texts", "log_id",
+                                                   nullptr, nullptr, nullptr, &isKey, nullptr);
+    found = code == SQLITE_OK && isKey != 0;
+    return code == SQLITE_ERROR ? SQLITE_OK : code;  // what it answers for a table that is not there
+}
+
 int prepareForWriting(Connection& connection) noexcept {
     {
         Statement mode;

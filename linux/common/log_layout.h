@@ -19,6 +19,10 @@ enum class LogLayout {
 /// Tells the layout from the tables alone. Returns an SQLite result code.
 int readLogLayout(const Connection& connection, LogLayout& layout) noexcept;
 
+/// Whether a database of version 2 was upgraded and has days or times that are none, which stand in the table
+/// `original_texts` of file-formats.md. SQLite result code.
+int readOriginalTexts(const Connection& connection, bool& found) noexcept;
+
 /// The settings of every connection that writes into a log database: journal mode TRUNCATE, since a
 /// database in WAL mode cannot be moved without losing rows, and a synced commit. SQLite result code.
 int prepareForWriting(Connection& connection) noexcept;

@@ -21,6 +21,7 @@ using ombrel::fail;
 using ombrel::fromSqlite;
 using ombrel::LogLayout;
 using ombrel::PagePosition;
+using ombrel::RowColumns;
 using ombrel::Statement;
 
 using Conditions = std::list<_SYSLOG_SQL_COND_tag>;
@@ -109,6 +110,27 @@ const char* orderSql(Order order) {
     return order.descending ? " ORDER BY id DESC" : " ORDER BY id";
 }
 
+int columnsOf(const Reader& reader, RowColumns& columns) {
+    columns = RowColumns::kVersion1;
+    if (reader.layout == LogLayout::kVersion1) return 0;
+    bool hasTexts = false;
+    if (const int code = ombrel::readOriginalTexts(reader.connection, hasTexts)) return fromSqlite(code);
+    columns = hasTexts ? RowColumns::kVersion2WithOriginalTexts : RowColumns::kVersion2;
+    return 0;
+}
+
+const char* selectSql(RowColumns columns) {
+    switch (columns) {
+        case RowColumns::kVersion1:
+            return ombrel::kSelectVersion1;
+        case RowColumns::kVersion2WithOriginalTexts:
+            return ombrel::kSelectVersion2WithOriginalTexts;
+        case RowColumns::kVersion2:
+            break;
+    }
+    return ombrel::kSelectVersion2;
+}
+
 int selectPage(const Page& page, ombrel::RowCallback callback, void* context) {
     Reader reader;
     if (const int code = reader.open(page.path)) return fail(code);
@@ -116,9 +138,10 @@ int selectPage(const Page& page, ombrel::RowCallback callback, void* context) {
     const auto state = ombrel::readFileState(reader.connection, page.path);
     const auto start = findStart(reader, page, walk, state);
 
-    std::string sql = "SELECT ";
-    sql += reader.layout == LogLayout::kVersion1 ? ombrel::kVersion1Columns : ombrel::kVersion2Columns;
-    sql += " FROM logs WHERE 1";
+    RowColumns columns = RowColumns::kVersion1;
+    if (const int code = columnsOf(reader, columns)) return fail(code);
+    std::string sql = selectSql(columns);
+    sql += " WHERE 1";
     ombrel::Parameters parameters;
     if (!ombrel::appendConditions(reader.layout, page.conditions, sql, parameters)) {
         return fail(ombrel::kErrorInvalidArgument);
@@ -134,7 +157,7 @@ int selectPage(const Page& page, ombrel::RowCallback callback, void* context) {
     if (const int code = statement.prepare(reader.connection, sql)) return fail(fromSqlite(code));
     if (const int code = ombrel::bindAll(statement, parameters)) return fail(fromSqlite(code));
     ombrel::Delivered delivered;
-    if (ombrel::deliverRows(statement, reader.layout, page.rows, callback, context, delivered) < 0) return -1;
+    if (ombrel::deliverRows(statement, columns, page.rows, callback, context, delivered) < 0) return -1;
     if (state && delivered.rows > 0 && page.rows > 0) {
         positions().remember({walk, *state, page.offset + delivered.rows, delivered.lastId, delivered.lastTime});
     }

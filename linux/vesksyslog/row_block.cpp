@@ -95,14 +95,14 @@ std::unique_ptr<BlockRing> takeRing(size_t blocks) {
 /// The thread that reads ahead; over, whatever the callback does, before the statement is.
 class ReadAhead {
 public:
-    ReadAhead(const Statement& statement, LogLayout layout, size_t blocks) : ring_(takeRing(blocks)) {
+    ReadAhead(const Statement& statement, RowColumns columns, size_t blocks) : ring_(takeRing(blocks)) {
         // The signals of the program are for its own threads.
         sigset_t all;
         sigset_t before;
         (void)::sigfillset(&all);
         (void)::pthread_sigmask(SIG_SETMASK, &all, &before);  // fails only for an unknown first argument
         try {
-            thread_ = std::thread([this, &statement, layout] { read(statement, layout); });
+            thread_ = std::thread([this, &statement, columns] { read(statement, columns); });
         } catch (const std::system_error&) {
             ring_.reset();  // no thread to be had: isRunning() tells
         }
@@ -125,9 +125,9 @@ public:
     }
 
 private:
-    void read(const Statement& statement, LogLayout layout) {
+    void read(const Statement& statement, RowColumns columns) {
         while (RowBlock* block = ring_->waitForEmpty()) {
-            fillBlock(statement, layout, *block);
+            fillBlock(statement, columns, *block);
             const bool isLast = block->isLast;  // the other side owns the block from the next line on
             ring_->passFull();
             if (isLast) return;
@@ -167,10 +167,10 @@ int endOf(const RowBlock& block) {
     return block.code == 0 ? 0 : fail(fromSqlite(block.code));
 }
 
-int deliverInTurn(const Statement& statement, LogLayout layout, RowBlock& block, RowCallback callback,
+int deliverInTurn(const Statement& statement, RowColumns columns, RowBlock& block, RowCallback callback,
                   void* context, Delivered& delivered) {
     while (!block.isLast) {
-        fillBlock(statement, layout, block);
+        fillBlock(statement, columns, block);
         if (!deliverBlock(block, callback, context, delivered)) return -1;
     }
     return endOf(block);
@@ -188,18 +188,18 @@ int deliverAhead(ReadAhead& reader, RowCallback callback, void* context, Deliver
 }  // namespace
 
 // The first block is read here: its callbacks run while the other thread starts.
-int deliverRows(Statement& statement, LogLayout layout, long long mostRows, RowCallback callback, void* context,
+int deliverRows(Statement& statement, RowColumns columns, long long mostRows, RowCallback callback, void* context,
                 Delivered& delivered) {
     const auto first = std::make_unique<RowBlock>();
     if (mostRows >= 0 && mostRows < kReadAheadRows) {
-        return deliverInTurn(statement, layout, *first, callback, context, delivered);
+        return deliverInTurn(statement, columns, *first, callback, context, delivered);
     }
-    fillBlock(statement, layout, *first);
+    fillBlock(statement, columns, *first);
     std::optional<ReadAhead> reader;
-    if (!first->isLast) reader.emplace(statement, layout, blocksFor(mostRows));
+    if (!first->isLast) reader.emplace(statement, columns, blocksFor(mostRows));
     if (!deliverBlock(*first, callback, context, delivered)) return -1;
     if (!reader || !reader->isRunning()) {
-        return deliverInTurn(statement, layout, *first, callback, context, delivered);
+        return deliverInTurn(statement, columns, *first, callback, context, delivered);
     }
     const int result = deliverAhead(*reader, callback, context, delivered);
     if (result == 0 && delivered.rows == mostRows) reader->keepRing();  // a page that is full has a next one

@@ -64,20 +64,30 @@ void setNames(sqlite3_stmt* row, _SYSLOG_LOG_DATA_tag& record) {
     setText(record.programId, row, 11);
 }
 
+void setVersion2(sqlite3_stmt* row, RowColumns columns, _SYSLOG_LOG_DATA_tag& record, RowBlock& block) {
+    setNumbers(row, record);
+    // Both texts are there, or neither.
+    if (columns == RowColumns::kVersion2 || sqlite3_column_type(row, 13) == SQLITE_NULL) {
+        setLocalTime(row, record, block);
+    } else {
+        setText(record.time, row, 10);
+        setText(record.date, row, 13);
+    }
+}
+
 // Each string is set in its old memory.
-void setRecord(sqlite3_stmt* row, LogLayout layout, _SYSLOG_LOG_DATA_tag& record, RowBlock& block) {
+void setRecord(sqlite3_stmt* row, RowColumns columns, _SYSLOG_LOG_DATA_tag& record, RowBlock& block) {
     block.lastId = sqlite3_column_int64(row, 0);
     block.lastTime = sqlite3_column_int64(row, 1);
     setNumber(record.rowId, block.lastId);
     setNumber(record.timestamp, block.lastTime);
     record.priority = static_cast<_SYSLOG_DB_PRIORITY_tag>(sqlite3_column_int(row, 3));
-    if (layout == LogLayout::kVersion2) {
-        setNumbers(row, record);
-        setLocalTime(row, record, block);
-    } else {
+    if (columns == RowColumns::kVersion1) {
         setNames(row, record);
         setText(record.date, row, 9);
         setText(record.time, row, 10);
+    } else {
+        setVersion2(row, columns, record, block);
     }
     setText(record.processId, row, 6);
     setText(record.messageId, row, 8);
@@ -86,7 +96,7 @@ void setRecord(sqlite3_stmt* row, LogLayout layout, _SYSLOG_LOG_DATA_tag& record
 
 }  // namespace
 
-void fillBlock(const Statement& statement, LogLayout layout, RowBlock& block) noexcept try {
+void fillBlock(const Statement& statement, RowColumns columns, RowBlock& block) noexcept try {
     sqlite3_stmt* row = statement.handle();
     block.count = 0;
     block.isLast = false;  // it may have been the last of a page before
@@ -100,7 +110,7 @@ void fillBlock(const Statement& statement, LogLayout layout, RowBlock& block) no
             return;
         }
         _SYSLOG_LOG_DATA_tag& record = block.rows[block.count];
-        setRecord(row, layout, record, block);
+        setRecord(row, columns, record, block);
         bytes += record.message.size();
         ++block.count;
     }

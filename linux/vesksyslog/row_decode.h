@@ -9,6 +9,6 @@
 namespace ombrel {
 
 /// Steps until the block is full or the rows end. Never throws: being out of memory is a code of the block.
-void fillBlock(const Statement& statement, LogLayout layout, RowBlock& block) noexcept;
+void fillBlock(const Statement& statement, RowColumns columns, RowBlock& block) noexcept;
 
 }  // namespace ombrel

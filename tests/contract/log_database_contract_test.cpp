@@ -94,6 +94,24 @@ TEST_F(LogDatabase, OfTheOldLayoutCanBeOpenedButNotCounted) {
     EXPECT_EQ(handler.DBInfoStartStrGet(), "1970-01-01");
 }
 
+TEST_F(LogDatabase, OfTheOldLayoutCannotBeCountedWithoutRowsEither) {
+    DBHandler handler(version1({}), kSchema);
+    ASSERT_GE(handler.DBCon(), 0);
+    EXPECT_EQ(handler.DBInfoCntGet(), -1);
+    EXPECT_EQ(handler.DBDiscon(), 0);
+    EXPECT_EQ(handler.DBInfoCntGet(), -1);
+}
+
+TEST_F(LogDatabase, OfTheOldLayoutIsNotChangedByBeingAsked) {
+    const std::string path = version1({{kNoon, 6, "host7", "local0", "sshd", "old"}});
+    const std::string before = bytesOf(path);
+    DBHandler handler(path, kSchema);
+    ASSERT_GE(handler.DBCon(), 0);
+    (void)handler.DBInfoCntGet();
+    EXPECT_EQ(handler.DBDiscon(), 0);
+    EXPECT_EQ(bytesOf(path), before);
+}
+
 TEST_F(LogDatabase, AnswersNothingWhileDisconnected) {
     DBHandler handler(twoDays(), kSchema);
     EXPECT_LT(handler.DBInfoCntGet(), 0);

@@ -81,6 +81,40 @@ TEST_F(PlainSql, CountsTheRowsUnderTheNameOfTheExpression) {
     EXPECT_LT(VESKDBFetchRow(result.get(), &row), 0);
 }
 
+TEST_F(PlainSql, CountsNoRowsAsOneRowThatSaysSo) {
+    ASSERT_TRUE(world->makeVersion1Database(at("old.DB"), {})) << world->whyNot();
+    const ConnectionHandle connection = connect(at("old.DB"));
+    ASSERT_NE(connection, nullptr);
+    const ResultHandle result = execute(connection, kCount);
+    ASSERT_NE(result, nullptr);
+    EXPECT_EQ(VESKDBNumRows(result.get()), 1);
+    int row = -1;
+    ASSERT_GE(VESKDBFetchRow(result.get(), &row), 0);
+    EXPECT_STREQ(VESKDBFetchField(result.get(), row, "COUNT(*)"), "0");
+}
+
+TEST_F(PlainSql, CountsTheRowsOfTheNewLayoutToo) {
+    ASSERT_TRUE(world->makeLogDatabase(
+        at("new.DB"), {{kNoon, 6, "a", "user", "p", "first"}, {kNoon + 1, 6, "a", "user", "p", "second"}}))
+        << world->whyNot();
+    const ConnectionHandle connection = connect(at("new.DB"));
+    ASSERT_NE(connection, nullptr);
+    EXPECT_EQ(valueOf(connection, kCount, "COUNT(*)"), "2");
+}
+
+TEST_F(PlainSql, KnowsTheNumberOfRowsBeforeAndAfterTheyAreFetched) {
+    const ConnectionHandle connection = connect(threeDays());
+    ASSERT_NE(connection, nullptr);
+    const ResultHandle result = execute(connection, kFirstDay);
+    ASSERT_NE(result, nullptr);
+    EXPECT_EQ(VESKDBNumRows(result.get()), 1);
+    int row = -1;
+    ASSERT_GE(VESKDBFetchRow(result.get(), &row), 0);
+    EXPECT_LT(VESKDBFetchRow(result.get(), &row), 0);
+    EXPECT_EQ(VESKDBNumRows(result.get()), 1);
+    EXPECT_STREQ(VESKDBFetchField(result.get(), 0, "ldate"), "2024-03-03");
+}
+
 TEST_F(PlainSql, FindsTheFirstAndTheLastDay) {
     const ConnectionHandle connection = connect(threeDays());
     ASSERT_NE(connection, nullptr);

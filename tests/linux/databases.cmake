@@ -33,7 +33,15 @@ add_executable(vesksyslog_test
   log_database_files_test.cpp
   log_paging_test.cpp
   log_select_test.cpp
+  original_texts_test.cpp
   text_escape_test.cpp)
 target_link_libraries(vesksyslog_test PRIVATE vesksyslog_objects linux_text veskcore test_databases PkgConfig::SQLITE3
   Threads::Threads GTest::gtest_main GTest::gmock)
 ombrel_discover_tests(vesksyslog_test system)
+
+# The library on the real platform; its settings, scratch folder and shares are those of a private root.
+add_executable(upgrade_support_private_test upgrade_support_private_test.cpp)
+target_link_libraries(upgrade_support_private_test PRIVATE ombrel vesksyslog test_databases
+  GTest::gtest_main GTest::gmock)
+ombrel_precompiled_gtest(upgrade_support_private_test)
+ombrel_private_test(upgrade_support unit upgrade_support_private_test)

@@ -67,8 +67,7 @@ std::string lockOld(OldDatabase& old, Transaction& transaction) {
     if (const int code = transaction.beginExclusive()) return lockedByOthers(old.path(), code);
     // Of a file that may only be read SQLite takes no more than a shared lock, and reports success.
     if (connection.isReadOnly()) return "cannot replace " + old.path() + ": it may only be read";
-    if (connection.hasMoved())
-        return old.path() + " was moved meanwhile; run this again, it goes on with it there";
+    if (connection.hasMoved()) return movedMeanwhile(old.path());
     return {};
 }
 
