@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "linux/common/bounded_file.h"
 #include "linux/common/path_parts.h"
@@ -29,7 +30,7 @@ constexpr off_t kLargeFile = 4L << 20;
 constexpr unsigned long long kReserve = 64ULL << 20;
 /// A transaction that holds many long messages ends early.
 constexpr size_t kPageBytes = 16UL << 20;
-/// The new file is spoilt at most once; rows that come in meanwhile may cost more rounds.
+/// Rows that come in meanwhile cost another round.
 constexpr int kRounds = 5;
 
 enum class Step { kDone, kAgain, kStopped, kFailed };
@@ -70,6 +71,7 @@ private:
     NewDatabase::Position at_;
     WallTime wallTime_;
     ZoneClock clock_;
+    bool madeAnew_ = false;
     Conversion result_;
 };
 
@@ -191,8 +193,12 @@ Step Converter::compareRows() {
     }
     watch_.progress(UpgradeStage::kVerifying, verification.compared(), total_);
     if (found == Comparison::kEqual) return Step::kDone;
-    result_.outcome.error = verification.error();
-    return found == Comparison::kDiffers ? Step::kAgain : Step::kFailed;
+    (void)failed(verification.error());
+    if (found == Comparison::kFailed) return Step::kFailed;
+    // Left by an upgrade of another state of the old file, perhaps: nothing of it can be trusted.
+    new_.close();
+    removeDatabase(newPath_);
+    return std::exchange(madeAnew_, true) ? Step::kFailed : Step::kAgain;
 }
 
 // The file as readers and the log writer expect it, without what an upgrade keeps in it, and with nothing beside
@@ -200,7 +206,10 @@ Step Converter::compareRows() {
 Step Converter::settle() {
     if (const int code = new_.writeVerified(0)) return cannotWrite(code);
     new_.close();
-    (void)::unlink((newPath_ + "-journal").c_str());  // SQLite leaves it empty
+    const std::string journal = newPath_ + "-journal";  // SQLite leaves it empty
+    if (::unlink(journal.c_str()) != 0 && errno != ENOENT) {
+        return failed("cannot remove " + journal + ": " + strerror(errno));
+    }
     if (!syncFolder(folderOf(newPath_)))
         return failed("cannot write " + folderOf(newPath_) + ": " + strerror(errno));
     return Step::kDone;
@@ -208,6 +217,13 @@ Step Converter::settle() {
 
 Step Converter::round() {
     clock_.refresh();
+    std::string oldPath = old_.path();
+    std::string newPath = newPath_;
+    if (old_.connection().hasMoved()) return failed(movedMeanwhile(old_.path()));
+    total_ = SyslogUpdaterOldDbTotalGet(oldPath);
+    if (total_ < 0) {
+        return failed("cannot count the rows of " + oldPath + ", or there are more than 2,147,483,647 of them");
+    }
     if (const Step step = openNew(); step != Step::kDone) return step;
     if (const Step step = copyRows(); step != Step::kDone) return step;
     if (old_.hasHostIndex()) {
@@ -215,14 +231,7 @@ Step Converter::round() {
     }
     const auto version = old_.version();
     if (!version) return cannotRead(SQLITE_IOERR);
-    if (const Step step = compareRows(); step != Step::kDone) {
-        // Left by an upgrade of another state of the old file, perhaps: nothing of it can be trusted.
-        new_.close();
-        if (step == Step::kAgain) removeDatabase(newPath_);
-        return step;
-    }
-    std::string oldPath = old_.path();
-    std::string newPath = newPath_;
+    if (const Step step = compareRows(); step != Step::kDone) return step;
     if (old_.version() != version || !SyslogUpdaterUpdCompete(oldPath, newPath)) {
         result_.outcome.error = old_.path() + " is being written to; stop whoever does and run this again";
         const int code = new_.writeVerified(0);
@@ -239,13 +248,8 @@ Conversion Converter::run() {
         return result_;
     }
     Step step = Step::kAgain;
-    for (int rounds = 0; step == Step::kAgain && rounds < kRounds; ++rounds) {
-        std::string path = old_.path();
-        total_ = SyslogUpdaterOldDbTotalGet(path);
-        step = total_ < 0
-                   ? failed("cannot count the rows of " + old_.path() + ", or there are more than 2,147,483,647")
-                   : round();
-    }
+    for (int rounds = 0; step == Step::kAgain && rounds < kRounds; ++rounds)
+        step = round();
     new_.close();
     if (step == Step::kDone) result_.outcome.error.clear();
     if (step == Step::kDone) result_.outcome.end = UpgradeEnd::kDone;

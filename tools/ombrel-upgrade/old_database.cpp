@@ -28,6 +28,10 @@ std::string cannotRead(const std::string& path, int code) {
 
 }  // namespace
 
+std::string movedMeanwhile(const std::string& path) {
+    return path + " was moved meanwhile; run this again, it goes on where the file is now";
+}
+
 std::string OldDatabase::open(const std::string& path) {
     path_ = path;
     rest();

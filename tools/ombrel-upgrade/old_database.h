@@ -24,6 +24,9 @@ struct OldRow {
     std::string_view message;
 };
 
+/// What to say of a database that is no longer where it was.
+std::string movedMeanwhile(const std::string& path);
+
 class OldDatabase {
 public:
     /// Returns what is wrong, empty when the file is a database of the old layout. What a writer that died has
