@@ -4,16 +4,16 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
+
+#include "linux/common/progress_bar.h"
 
 namespace ombrel {
 
 namespace {
 
 constexpr std::chrono::milliseconds kBetweenShows{100};
-constexpr int kBarWidth = 24;
 
 void toTerminal(const std::string& text) {
     (void)!::write(STDERR_FILENO, text.data(), text.size());  // a bar that is not seen does no harm
@@ -27,20 +27,12 @@ ImportProgress::ImportProgress(unsigned long long totalBytes)
 
 std::string ImportProgress::text(unsigned long long bytes, unsigned long long total, unsigned long long rows,
                                  double seconds) {
-    std::string shown;
-    if (total > 0) {
-        const double part = std::min(1.0, static_cast<double>(bytes) / static_cast<double>(total));
-        const auto filled = static_cast<size_t>(part * kBarWidth);
-        shown = "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "] ";
-        std::array<char, 16> percent{};
-        (void)std::snprintf(percent.data(), percent.size(), "%3.0f %%  ", part * 100);
-        shown += percent.data();
-    }
+    const std::string bar = total > 0 ? progressBar(shareDone(bytes, total)) + "  " : "";
     std::array<char, 96> numbers{};
     const double rate = seconds > 0 ? static_cast<double>(rows) / seconds : 0;
     (void)std::snprintf(numbers.data(), numbers.size(), "%.1f MB  %llu rows  %.0f rows/s",
                         static_cast<double>(bytes) / 1e6, rows, rate);
-    return shown + numbers.data();
+    return bar + numbers.data();
 }
 
 double ImportProgress::seconds() const {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "linux/common/fd.h"
 
@@ -17,6 +18,8 @@ std::string workFolderFor(const std::string& path);
 class WorkFolder {
 public:
     WorkFolder() = default;
+    /// Neither made nor locked: to ask where something would be.
+    explicit WorkFolder(std::string folder) : path_(std::move(folder)) {}
     WorkFolder(WorkFolder&&) = default;
     WorkFolder& operator=(WorkFolder&&) = default;
     WorkFolder(const WorkFolder&) = delete;
