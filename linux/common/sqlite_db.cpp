@@ -61,6 +61,18 @@ int Connection::open(const std::string& path, OpenMode mode) noexcept try {
     return SQLITE_NOMEM;
 }
 
+int Connection::openBytes(std::string& bytes) noexcept {
+    close();
+    int code = sqlite3_open_v2(":memory:", &db_, openFlags(OpenMode::kReadWrite), nullptr);
+    if (code == SQLITE_OK) {
+        const auto size = static_cast<sqlite3_int64>(bytes.size());
+        code = sqlite3_deserialize(db_, "main", reinterpret_cast<unsigned char*>(bytes.data()), size, size,
+                                   SQLITE_DESERIALIZE_READONLY);
+    }
+    if (code != SQLITE_OK) close();
+    return code;
+}
+
 void Connection::close() noexcept {
     JournalGuard* const guard = std::exchange(guard_, nullptr);
     // Fails only while statements are left; then the connection lives on, and what it stands on with it.

@@ -42,6 +42,8 @@ public:
     /// found out then. Waits for locks at most kBusyTimeoutMs. A connection whose file was moved goes on with
     /// that file and leaves the journal at its old name alone.
     int open(const std::string& path, OpenMode mode) noexcept;
+    /// A database that is in memory, only to be read. The bytes must stay as they are until close().
+    int openBytes(std::string& bytes) noexcept;
     /// Rolls an open transaction back and closes. Statements must be gone before.
     void close() noexcept;
     [[nodiscard]] bool isOpen() const noexcept { return db_ != nullptr; }

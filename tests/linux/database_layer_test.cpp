@@ -208,5 +208,21 @@ TEST_F(DatabaseLayer, LeavesTheJournalOfItsSuccessorAlone) {
     }
 }
 
+TEST_F(DatabaseLayer, ReadsADatabaseInMemoryAndWritesNothingIntoIt) {
+    makeDatabase(path, {"one", "two"});
+    std::string bytes = test::readBytes(path);
+    ASSERT_EQ(connection.openBytes(bytes), 0);
+    std::filesystem::remove(path);
+    EXPECT_EQ(valueOf(connection, "SELECT count(*) FROM logs"), "2");
+    EXPECT_EQ(connection.execute("DELETE FROM logs"), SQLITE_READONLY);
+    LogLayout layout = LogLayout::kNone;
+    EXPECT_EQ(readLogLayout(connection, layout), 0);
+    EXPECT_EQ(layout, LogLayout::kVersion2);
+    connection.close();
+    std::string garbage(5000, 'x');
+    ASSERT_EQ(connection.openBytes(garbage), 0);
+    EXPECT_EQ(readLogLayout(connection, layout), SQLITE_NOTADB);
+}
+
 }  // namespace
 }  // namespace ombrel

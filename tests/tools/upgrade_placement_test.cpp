@@ -63,7 +63,7 @@ TEST_F(UpgradePlacement, KeepsOwnerModeAndTimes) {
 
 TEST_F(UpgradePlacement, GoesOnWhereTheOldFileHasItsSecondNameAlready) {
     ASSERT_EQ(::link(path.c_str(), kept.c_str()), 0);
-    EXPECT_EQ(checkKeptName(path), "");
+    EXPECT_EQ(checkReplaceable(path, false), "");
     EXPECT_EQ(placeFile(path, newPath, false), "");
     EXPECT_EQ(readText(path), "new");
     EXPECT_EQ(readText(kept), "old");
@@ -71,7 +71,8 @@ TEST_F(UpgradePlacement, GoesOnWhereTheOldFileHasItsSecondNameAlready) {
 
 TEST_F(UpgradePlacement, LeavesAnotherFileOfThatNameAlone) {
     writeText(kept, "somebody's");
-    EXPECT_THAT(checkKeptName(path), HasSubstr(kept + " is there already"));
+    EXPECT_THAT(checkReplaceable(path, false), HasSubstr(kept + " is there already"));
+    EXPECT_EQ(checkReplaceable(path, true), "");
     EXPECT_THAT(placeFile(path, newPath, false), HasSubstr(kept + " is there already"));
     EXPECT_EQ(readText(path), "old");
     EXPECT_EQ(readText(kept), "somebody's");

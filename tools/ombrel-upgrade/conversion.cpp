@@ -206,7 +206,10 @@ Step Converter::compareRows() {
 Step Converter::settle() {
     if (const int code = new_.writeVerified(0)) return cannotWrite(code);
     new_.close();
-    (void)::unlink((newPath_ + "-journal").c_str());  // SQLite leaves it empty
+    const std::string journal = newPath_ + "-journal";  // SQLite leaves it empty
+    if (::unlink(journal.c_str()) != 0 && errno != ENOENT) {
+        return failed("cannot remove " + journal + ": " + strerror(errno));
+    }
     if (!syncFolder(folderOf(newPath_)))
         return failed("cannot write " + folderOf(newPath_) + ": " + strerror(errno));
     return Step::kDone;

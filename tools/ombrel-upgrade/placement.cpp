@@ -48,6 +48,14 @@ std::string dress(const std::string& newPath, const struct stat& like) {
     return {};
 }
 
+// Another file than the one at `path`.
+std::string checkKeptName(const std::string& path) {
+    const std::string kept = keptNameOf(path);
+    struct stat status {};
+    if (::lstat(kept.c_str(), &status) != 0 || isSameFile(path, kept)) return {};
+    return kept + " is there already; move it away, or run this with --remove-old";
+}
+
 std::string keep(const std::string& path) {
     const std::string kept = keptNameOf(path);
     if (::link(path.c_str(), kept.c_str()) == 0) return {};
@@ -77,17 +85,20 @@ std::string keptNameOf(const std::string& path) {
     return path + ".v1";
 }
 
-std::string checkKeptName(const std::string& path) {
-    const std::string kept = keptNameOf(path);
-    struct stat status {};
-    if (::lstat(kept.c_str(), &status) != 0 || isSameFile(path, kept)) return {};
-    return kept + " is there already; move it away, or run this with --remove-old";
+std::string checkReplaceable(const std::string& path, bool removeOld) {
+    struct stat file {};
+    if (::lstat(path.c_str(), &file) != 0) return systemError("cannot replace " + path);
+    if (!S_ISREG(file.st_mode)) return "cannot replace " + path + ": it is no regular file";
+    if (::access(folderOf(path).c_str(), W_OK | X_OK) != 0) {
+        return systemError("cannot replace " + path + ": its folder cannot be written to");
+    }
+    return removeOld ? std::string() : checkKeptName(path);
 }
 
 std::string placeFile(const std::string& path, const std::string& newPath, bool removeOld) {
+    if (std::string error = checkReplaceable(path, removeOld); !error.empty()) return error;
     struct stat old {};
     if (::lstat(path.c_str(), &old) != 0) return systemError("cannot replace " + path);
-    if (!S_ISREG(old.st_mode)) return "cannot replace " + path + ": it is no regular file";
     if (std::string error = dress(newPath, old); !error.empty()) return error;
     if (!removeOld) {
         if (std::string error = keep(path); !error.empty()) return error;

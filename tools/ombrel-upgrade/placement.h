@@ -13,9 +13,10 @@ namespace ombrel {
 /// The name under which the old file is kept beside the new one: PATH.v1.
 std::string keptNameOf(const std::string& path);
 
-/// Whether another file than the one at `path` has that name already. Returns what is wrong, empty when nothing
+/// Whether placeFile() could do its work: the file is a regular one, its folder can be written to, and no other
+/// file has the kept name already. To be asked before hours are spent. Returns what is wrong, empty when nothing
 /// is.
-std::string checkKeptName(const std::string& path);
+std::string checkReplaceable(const std::string& path, bool removeOld);
 
 /// Puts `newPath`, which is on the same file system and open nowhere, in the place of `path` with the owner, mode
 /// and times of the old file, which becomes keptNameOf(path), or goes with `removeOld`. May be called again after

@@ -53,9 +53,7 @@ UpgradeOutcome upgradeDatabase(const std::string& path, const WorkFolder& work, 
     OldDatabase old;
     if (std::string error = old.open(path); !error.empty()) return failed(std::move(error));
     const bool keepsOld = !removeOld || !old.foreignContents().empty();
-    if (keepsOld) {
-        if (std::string error = checkKeptName(path); !error.empty()) return failed(std::move(error));
-    }
+    if (std::string error = checkReplaceable(path, !keepsOld); !error.empty()) return failed(std::move(error));
     const std::string newPath = newDatabaseFor(path, work);
     if (newPath.empty()) return failed("cannot read " + path + ": " + std::strerror(errno));
     UpgradeOutcome outcome = convertAndPlace(old, newPath, !keepsOld, watch, options);

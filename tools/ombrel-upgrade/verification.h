@@ -32,8 +32,8 @@ public:
 
     /// The first `rows` rows were compared before.
     Comparison begin(long long rows);
-    /// The next `rows` rows, which differ when there are fewer.
-    Comparison next(long long rows);
+    /// The next `count` rows, which differ when there are fewer.
+    Comparison next(long long count);
     [[nodiscard]] long long compared() const noexcept { return compared_; }
     /// kDiffers: which row; kFailed: what cannot be read.
     [[nodiscard]] const std::string& error() const noexcept { return error_; }

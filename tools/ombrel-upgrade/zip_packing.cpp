@@ -1,0 +1,227 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "tools/ombrel-upgrade/zip_packing.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "linux/common/text_escape.h"
+
+namespace ombrel {
+
+namespace {
+
+UpgradeOutcome failed(std::string error) {
+    return {UpgradeEnd::kFailed, std::move(error), {}, 0};
+}
+
+/// What each entry is worth in bytes, for the progress of packing and of reading back.
+class PackProgress {
+public:
+    PackProgress(const ZipFile& zip, const std::vector<ZipReplacement>& replacements, UpgradeWatch& watch)
+        : watch_(watch) {
+        for (const ZipEntry& entry : zip.entries())
+            weights_.push_back(static_cast<long long>(entry.packedSize));
+        for (const ZipReplacement& one : replacements) {
+            struct stat status {};
+            if (::stat(one.file.c_str(), &status) == 0) weights_[one.entry.index] = status.st_size;
+        }
+        for (const long long weight : weights_)
+            half_ += weight;
+        watch_.progress(UpgradeStage::kPacking, 0, total());
+    }
+
+    static void packed(zip_t* /*archive*/, double share, void* self) noexcept {
+        static_cast<PackProgress*>(self)->tellShare(share);
+    }
+    static int cancelled(zip_t* /*archive*/, void* self) noexcept {
+        return static_cast<PackProgress*>(self)->stopWanted() ? 1 : 0;
+    }
+    void beginReadingBack() { tell(half_); }
+    void readBack(long long bytes) { tell(done_ + bytes); }
+    void end() { watch_.progress(UpgradeStage::kPacking, total(), total()); }
+    [[nodiscard]] bool stopWanted() const { return watch_.stopWanted(); }
+
+private:
+    [[nodiscard]] long long total() const { return 2 * half_; }
+
+    // libzip takes all entries for equally long.
+    void tellShare(double share) {
+        const double place = share * static_cast<double>(weights_.size());
+        const auto whole = std::min(static_cast<std::size_t>(std::max(place, 0.0)), weights_.size());
+        for (; entry_ < whole; ++entry_)
+            before_ += weights_[entry_];
+        const double rest = entry_ < weights_.size() ? place - static_cast<double>(entry_) : 0;
+        const double part = rest * (rest > 0 ? static_cast<double>(weights_[entry_]) : 0);
+        tell(before_ + static_cast<long long>(part));
+    }
+    void tell(long long bytes) {
+        done_ = std::clamp(bytes, done_, total());
+        if (done_ - told_ < static_cast<long long>(kZipBufferBytes)) return;
+        told_ = done_;
+        watch_.progress(UpgradeStage::kPacking, done_, total());
+    }
+
+    UpgradeWatch& watch_;
+    std::vector<long long> weights_;
+    std::size_t entry_ = 0;
+    long long before_ = 0;
+    long long half_ = 0;
+    long long done_ = 0;
+    long long told_ = 0;
+};
+
+/// Where bytes come from that are compared: a file, or an entry of a ZIP file.
+class ByteSource {
+public:
+    ByteSource(const ZipFile& zip, const ZipEntry& entry, zip_flags_t flags)
+        : stream_(zip.read(entry, flags, error_)), buffer_(kZipBufferBytes, '\0') {}
+    explicit ByteSource(const std::string& file)
+        : fd_(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)), buffer_(kZipBufferBytes, '\0') {
+        if (!fd_) error_ = "cannot read " + file + ": " + std::strerror(errno);
+    }
+
+    /// The next bytes, fewer than a buffer only at the end.
+    std::string_view next() {
+        std::size_t have = 0;
+        while (error_.empty() && have < buffer_.size()) {
+            const long long count = readSome(buffer_.data() + have, buffer_.size() - have);
+            if (count == 0) break;
+            if (count < 0) return {};
+            have += static_cast<std::size_t>(count);
+        }
+        return std::string_view(buffer_).substr(0, have);
+    }
+    [[nodiscard]] const std::string& error() const { return error_; }
+
+private:
+    long long readSome(char* data, std::size_t length) {
+        if (stream_) {
+            const zip_int64_t count = zip_fread(stream_.get(), data, length);
+            if (count < 0) error_ = zip_file_strerror(stream_.get());
+            return count;
+        }
+        const ssize_t count = ::read(fd_.get(), data, length);
+        if (count < 0) error_ = std::strerror(errno);
+        return count;
+    }
+
+    std::string error_;
+    ZipStream stream_;
+    Fd fd_;
+    std::string buffer_;
+};
+
+enum class Comparison { kEqual, kDifferent, kStopped };
+
+Comparison compareBytes(ByteSource& a, ByteSource& b, PackProgress& progress) {
+    while (true) {
+        if (progress.stopWanted()) return Comparison::kStopped;
+        const std::string_view first = a.next();
+        const std::string_view second = b.next();
+        if (!a.error().empty() || !b.error().empty() || first != second) return Comparison::kDifferent;
+        if (first.empty()) return Comparison::kEqual;
+        progress.readBack(static_cast<long long>(first.size()));
+    }
+}
+
+const ZipReplacement* replacementOf(const ZipEntry& entry, const std::vector<ZipReplacement>& replacements) {
+    const auto found = std::find_if(replacements.begin(), replacements.end(),
+                                    [&](const ZipReplacement& one) { return one.entry.index == entry.index; });
+    return found != replacements.end() ? &*found : nullptr;
+}
+
+/// Without what is new about an entry that has been replaced.
+ZipEntry withoutContents(ZipEntry entry) {
+    entry.size = 0;
+    entry.packedSize = 0;
+    entry.crc = 0;
+    entry.method = 0;
+    return entry;
+}
+
+Comparison compareEntry(const ZipFile& before, const ZipFile& after, const ZipEntry& entry,
+                        const ZipReplacement* replacement, PackProgress& progress) {
+    const ZipEntry& other = after.entries()[entry.index];
+    if (replacement != nullptr) {
+        if (withoutContents(entry) != withoutContents(other)) return Comparison::kDifferent;
+        ByteSource file(replacement->file);
+        ByteSource packed(after, other, 0);
+        return compareBytes(file, packed, progress);
+    }
+    if (entry != other) return Comparison::kDifferent;
+    const zip_flags_t raw = entry.encryption != ZIP_EM_NONE ? ZIP_FL_ENCRYPTED : ZIP_FL_COMPRESSED;
+    ByteSource old(before, entry, raw);
+    ByteSource packed(after, other, raw);
+    return compareBytes(old, packed, progress);
+}
+
+UpgradeOutcome compareZips(const ZipFile& before, const std::string& target,
+                           const std::vector<ZipReplacement>& replacements, PackProgress& progress) {
+    ZipFile after;
+    if (std::string error = after.open(target); !error.empty()) return failed(std::move(error));
+    const std::string unequal =
+        escapeForLine(before.path()) + ": what was packed anew does not read back as it should";
+    const char* advice = "; check the disk, and run ombrel-upgrade again";
+    if (before.entries().size() != after.entries().size() || before.comment() != after.comment()) {
+        return failed(unequal + advice);
+    }
+    for (const ZipEntry& entry : before.entries()) {
+        const ZipReplacement* replacement = replacementOf(entry, replacements);
+        const Comparison result = compareEntry(before, after, entry, replacement, progress);
+        if (result == Comparison::kStopped) return {UpgradeEnd::kStopped, {}, {}, 0};
+        if (result == Comparison::kDifferent) {
+            return failed(unequal + ", at the entry " + escapeForLine(entry.name) + advice);
+        }
+    }
+    return {UpgradeEnd::kDone, {}, {}, 0};
+}
+
+/// Has libzip take `one.file` for the entry. Empty, or what is wrong.
+std::string replace(const ZipFile& zip, const ZipReplacement& one) {
+    zip_t* archive = zip.handle();
+    const zip_uint64_t index = one.entry.index;
+    zip_source_t* source = zip_source_file(archive, one.file.c_str(), 0, -1);
+    if (source == nullptr || zip_file_replace(archive, index, source, 0) != 0) {
+        zip_source_free(source);
+    } else if (zip_set_file_compression(archive, index, ZIP_CM_DEFLATE, 0) == 0 &&
+               zip_file_set_mtime(archive, index, one.entry.changed, 0) == 0 &&
+               zip_file_set_external_attributes(archive, index, 0, one.entry.system, one.entry.attributes) == 0) {
+        return {};
+    }
+    return zip.wrong("replace", one.entry, zip_strerror(archive), "run ombrel-upgrade again");
+}
+
+}  // namespace
+
+UpgradeOutcome packZip(ZipFile& zip, const std::vector<ZipReplacement>& replacements, const std::string& target,
+                       UpgradeWatch& watch) {
+    for (const ZipReplacement& one : replacements) {
+        if (std::string error = replace(zip, one); !error.empty()) return failed(std::move(error));
+    }
+    PackProgress progress(zip, replacements, watch);
+    // Asked at each buffer, told when there is something to tell.
+    if (zip_register_progress_callback_with_state(zip.handle(), 0.0, PackProgress::packed, nullptr, &progress) !=
+            0 ||
+        zip_register_cancel_callback_with_state(zip.handle(), PackProgress::cancelled, nullptr, &progress) != 0) {
+        return failed(escapeForLine(zip.path()) + ": cannot pack it anew: out of memory");
+    }
+    std::string error;
+    const int code = zip.writeTo(target, error);
+    if (code == ZIP_ER_CANCELLED) return {UpgradeEnd::kStopped, {}, {}, 0};
+    if (code != ZIP_ER_OK) return failed(std::move(error));
+    progress.beginReadingBack();
+    UpgradeOutcome outcome = compareZips(zip, target, replacements, progress);
+    if (outcome.end == UpgradeEnd::kDone) {
+        progress.end();
+    } else {
+        (void)::unlink(target.c_str());  // a later run writes over it otherwise
+    }
+    return outcome;
+}
+
+}  // namespace ombrel
