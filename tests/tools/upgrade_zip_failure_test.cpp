@@ -161,12 +161,10 @@ TEST_F(RefusedZip, IsInAFolderThatCannotBeWritten) {
     constexpr uid_t kNobody = 65534;
     ASSERT_TRUE(!isRoot || ::chown(workPath.c_str(), kNobody, kNobody) == 0);
     EXPECT_THAT(errorOf([=] { return !isRoot || ::setresuid(kNobody, kNobody, kNobody) == 0; }),
-                HasSubstr("cannot keep " + zip));
+                AllOf(HasSubstr(zip), HasSubstr("Permission denied")));
     EXPECT_TRUE(readBytes(zip) == before);
     EXPECT_FALSE(fs::exists(zip + ".v1"));
-    ::chmod(folder.at("locked").c_str(), 0755);
-    ASSERT_EQ(workFiles().size(), 1U);  // the new ZIP file waits
-    upgradeWell(100);
+    EXPECT_THAT(workFiles(), IsEmpty());  // found out before anything was unpacked
 }
 
 TEST_F(RefusedZip, HasNoRoomToBeUnpacked) {
