@@ -149,6 +149,22 @@ TEST_F(RefusedZip, HasADatabaseThatCannotBeConverted) {
     EXPECT_THAT(workFiles(), IsEmpty());
 }
 
+TEST_F(RefusedZip, HasASuccessorThatDoesNotReadBack) {
+    packArchive(5000);
+    watch.onCall = [&](UpgradeStage stage) {
+        if (stage != UpgradeStage::kPacking) return;
+        for (const std::string& name : workFiles()) {
+            if (!name.ends_with("packing") || fs::file_size(workPath + "/" + name) < 10'000) continue;
+            const Fd file(::open((workPath + "/" + name).c_str(), O_WRONLY | O_CLOEXEC));
+            EXPECT_EQ(::pwrite(file.get(), "damage", 6, 5000), 6);
+        }
+    };
+    expectRefused(std::string("does not read back as it should, at the entry ") + kArchive);
+    EXPECT_EQ(workFiles().size(), 2U);  // the database is not converted again
+    watch.reset();
+    upgradeWell(5000);
+}
+
 TEST_F(RefusedZip, IsInAFolderThatCannotBeWritten) {
     packArchive();
     const std::string before = readBytes(zip);
