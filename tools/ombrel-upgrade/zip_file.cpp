@@ -204,6 +204,7 @@ zip_int64_t ZipFile::readSome(void* data, zip_uint64_t length) noexcept {
     } while (count < 0 && errno == EINTR);
     if (count < 0) return refuse(ZIP_ER_READ, errno);
     readAt_ += count;
+    if (onBytes_) onBytes_(count);
     return count;
 }
 
