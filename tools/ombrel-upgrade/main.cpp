@@ -54,6 +54,11 @@ ombrel::UpgradeOutcome upgradeDatabase(const std::string& path, const ombrel::Wo
     return ombrel::upgradeDatabase(path, work, removeOld, watch);
 }
 
+ombrel::UpgradeOutcome upgradeZip(const std::string& path, const ombrel::WorkFolder& work, bool removeOld,
+                                  ombrel::UpgradeWatch& watch) {
+    return ombrel::upgradeZip(path, work, removeOld, watch);
+}
+
 std::string placeOfNewDatabase(const std::string& path) {
     const std::string folder = ombrel::workFolderFor(path);
     return folder.empty() ? std::string() : ombrel::newDatabaseFor(path, ombrel::WorkFolder(folder));
@@ -76,13 +81,9 @@ int main(int argc, char** argv) try {
         complain(std::string("no signals: ") + std::strerror(errno));
         return EX_SOFTWARE;
     }
-    const ombrel::UpgradeSteps steps{upgradeDatabase,
-                                     ombrel::upgradeZip,
-                                     ombrel::workFolderFor,
-                                     ombrel::oldDatabasesInZip,
-                                     placeOfNewDatabase,
-                                     IsVolumeSpaceEnough,
-                                     freeBytes};
+    const ombrel::UpgradeSteps steps{
+        upgradeDatabase,     upgradeZip, ombrel::workFolderFor, ombrel::oldDatabasesInZip, placeOfNewDatabase,
+        IsVolumeSpaceEnough, freeBytes};
     return ombrel::runUpgrade(options, steps, stopAsked);
 } catch (const std::exception& failure) {
     complain(std::string("ends: ") + failure.what());
