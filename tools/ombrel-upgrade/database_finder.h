@@ -61,7 +61,7 @@ public:
     /// What lies in a folder and in its sub-folders (one level; no hidden ones, no symbolic links).
     void addFolder(const std::string& folder);
     /// One file. What is wrong with it is noted with an exit code.
-    void addPath(const std::string& path);
+    void addPath(const std::string& given);
     /// Ends the search.
     Findings take();
 
