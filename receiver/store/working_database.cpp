@@ -93,8 +93,9 @@ WorkingDatabase::Step WorkingDatabase::checkLayout(StoreOutcome& outcome) {
     LogLayout layout = LogLayout::kNone;
     if (const int code = readLogLayout(connection_, layout)) return failed(code, "cannot read", outcome);
     if (layout == LogLayout::kVersion2) return Step::kDone;
-    outcome.error = path_ + (layout == LogLayout::kVersion1 ? " has the old layout" : " is no log database");
-    return Step::kUnusable;
+    const bool isOld = layout == LogLayout::kVersion1;
+    outcome.error = path_ + (isOld ? " has the old layout" : " is no log database");
+    return isOld ? Step::kOldLayout : Step::kUnusable;
 }
 
 int WorkingDatabase::prepareStatements() {
@@ -251,17 +252,19 @@ WorkingDatabase::Step WorkingDatabase::attempt(const std::vector<RowBatch>& batc
 }
 
 // Under the turnstile, and only while the open file still has the name: another program may have set it aside
-// and begun a good one meanwhile.
-bool WorkingDatabase::setAside(StoreOutcome& outcome) {
+// and begun a good one meanwhile. ombrel-upgrade knows a sound database of the old layout by its name.
+bool WorkingDatabase::setAside(Step why, StoreOutcome& outcome) {
     statements_.reset();
     if (turnstile_.hold(kPatience) != TurnstileResult::kEntered) return false;
+    const bool isOld = why == Step::kOldLayout;
     bool done = connection_.isOpen() && connection_.hasMoved();
     for (int n = 1; !done && n <= kMaxSetAside; ++n) {
-        const std::string name = path_ + ".corrupt-" + std::to_string(n);
+        const std::string name = path_ + (isOld ? ".old-" : ".corrupt-") + std::to_string(n);
         if (::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, name.c_str(), RENAME_NOREPLACE) == 0) {
             // Its journal would be played into the file that takes its place.
             (void)::rename((path_ + "-journal").c_str(), (name + "-journal").c_str());
-            outcome.notice = outcome.error + "; it was set aside as " + name + " and a new one begun";
+            outcome.notice = outcome.error + "; it was set aside as " + name +
+                             (isOld ? ", from where ombrel-upgrade takes it," : "") + " and a new one begun";
             done = true;
         } else if (errno != EEXIST) {
             outcome.error += "; " + systemError("cannot set it aside as " + name);
@@ -281,7 +284,8 @@ StoreOutcome WorkingDatabase::store(const std::vector<RowBatch>& batches, LocalC
             outcome.error.clear();
             return outcome;
         }
-        if (step == Step::kUnusable && !setAside(outcome)) left = 0;
+        const bool isUsable = step != Step::kOldLayout && step != Step::kUnusable;
+        if (!isUsable && !setAside(step, outcome)) left = 0;
         close();
         if (step == Step::kFailed) break;
     }

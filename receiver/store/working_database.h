@@ -55,7 +55,7 @@ public:
     static constexpr PageSizes kHostPages{512, 4 << 10};
 
 private:
-    enum class Step { kDone, kMoved, kUnusable, kFailed };
+    enum class Step { kDone, kMoved, kOldLayout, kUnusable, kFailed };
     struct Totals;
     struct Statements {
         Statement addRow;
@@ -78,7 +78,7 @@ private:
     int writeRow(const LogRow& row, LocalClock& clock, Totals& totals);
     int writeInfo(const Totals& totals);
     Step failed(int code, const char* doing, StoreOutcome& outcome);
-    bool setAside(StoreOutcome& outcome);
+    bool setAside(Step why, StoreOutcome& outcome);
     void close();
 
     std::string path_;

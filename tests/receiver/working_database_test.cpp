@@ -46,6 +46,16 @@ protected:
         return {batch};
     }
     StoreOutcome store(const std::vector<RowBatch>& batches) { return database.store(batches, clock); }
+    static void makeOldDatabase(const std::string& file) {
+        Connection connection;
+        ASSERT_EQ(connection.open(file, OpenMode::kCreate), 0);
+        ASSERT_EQ(
+            connection.execute("CREATE TABLE logs(id INTEGER PRIMARY KEY, host TEXT, facility TEXT, prio TEXT,"
+                               " ldate TEXT, ltime TEXT, program TEXT, msg TEXT);"
+                               "INSERT INTO logs VALUES(7, 'host7', 'local0', 'err', '2019-04-30',"
+                               " '23:59:60', 'cron', 'old text')"),
+            0);
+    }
 
     TempFolder folder;
     const std::string path = folder / "VESKSYSLOGDB__ARCH.DB";
@@ -223,6 +233,53 @@ TEST_F(WorkingDatabaseTest, SetsADatabaseThatIsNoLogDatabaseAside) {
     ASSERT_TRUE(outcome.stored) << outcome.error;
     EXPECT_THAT(outcome.notice, HasSubstr("is no log database"));
     EXPECT_THAT(query(path + ".corrupt-1", "SELECT name FROM songs"), ElementsAre("x"));
+}
+
+TEST_F(WorkingDatabaseTest, SetsADatabaseOfTheOldLayoutAsideForItsUpgrade) {
+    const std::string oldRows = "SELECT host, prio, ldate, ltime, msg FROM logs ORDER BY id";
+    makeOldDatabase(path);
+    const auto before = query(path, oldRows);
+    const StoreOutcome outcome = store(batchOf({{1, "a"}}));
+    ASSERT_TRUE(outcome.stored) << outcome.error;
+    EXPECT_EQ(outcome.notice, path + " has the old layout; it was set aside as " + path +
+                                  ".old-1, from where ombrel-upgrade takes it, and a new one begun");
+    EXPECT_THAT(messages(path), ElementsAre("a"));
+    EXPECT_EQ(query(path + ".old-1", oldRows), before);
+    EXPECT_THAT(query(path + ".old-1", "PRAGMA integrity_check"), ElementsAre("ok"));
+    EXPECT_FALSE(std::filesystem::exists(path + ".corrupt-1"));
+}
+
+TEST_F(WorkingDatabaseTest, SetsAnotherOneOfTheOldLayoutAsideUnderAFreeName) {
+    writeText(path + ".old-1", "an older one");
+    writeText(path + ".corrupt-2", "a broken one");
+    makeOldDatabase(path);
+    const StoreOutcome outcome = store(batchOf({{1, "a"}}));
+    ASSERT_TRUE(outcome.stored) << outcome.error;
+    EXPECT_THAT(outcome.notice, HasSubstr("set aside as " + path + ".old-2, from where"));
+    EXPECT_THAT(query(path + ".old-2", "SELECT msg FROM logs"), ElementsAre("old text"));
+    EXPECT_EQ(readText(path + ".old-1"), "an older one");
+    EXPECT_EQ(readText(path + ".corrupt-2"), "a broken one");
+}
+
+TEST_F(WorkingDatabaseTest, RollsBackWhatADeadWriterLeftInADatabaseOfTheOldLayout) {
+    makeOldDatabase(path);
+    const std::string sound = readText(path);
+    {
+        Connection writer;
+        ASSERT_EQ(writer.open(path, OpenMode::kReadWrite), 0);
+        ASSERT_EQ(writer.execute("PRAGMA journal_mode=DELETE; PRAGMA cache_size=5; PRAGMA cache_spill=1;"
+                                 "BEGIN IMMEDIATE; WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n"
+                                 " WHERE i < 3000) INSERT INTO logs(msg) SELECT 'never committed' FROM n"),
+                  0);
+        std::filesystem::copy_file(path, path + ".torn");
+        std::filesystem::copy_file(path + "-journal", path + ".torn-journal");
+    }
+    ASSERT_NE(readText(path + ".torn"), sound);
+    std::filesystem::rename(path + ".torn", path);
+    std::filesystem::rename(path + ".torn-journal", path + "-journal");
+    ASSERT_TRUE(store(batchOf({{1, "a"}})).stored);
+    EXPECT_THAT(query(path + ".old-1", "SELECT msg FROM logs"), ElementsAre("old text"));
+    EXPECT_THAT(messages(path), ElementsAre("a"));
 }
 
 TEST_F(WorkingDatabaseTest, SetsADatabaseThatBreaksWhileItIsOpenAside) {

@@ -145,9 +145,8 @@ UpgradeOutcome makeAndPlace(ZipFile& zip, const std::vector<ZipEntry>& old, cons
 
 UpgradeOutcome convertAndPlace(ZipFile& zip, const std::vector<ZipEntry>& old, const WorkFolder& folder,
                                bool removeOld, UpgradeWatch& watch, const ConversionOptions& options) {
-    if (!removeOld) {
-        if (std::string error = checkKeptName(zip.path()); !error.empty()) return failed(std::move(error));
-    }
+    if (std::string error = checkReplaceable(zip.path(), removeOld); !error.empty())
+        return failed(std::move(error));
     const ZipWork work(folder, zip);
     if (!work.isOpen()) return failed("cannot read " + escapeForLine(zip.path()) + ": " + std::strerror(errno));
     work.removeStale();
