@@ -49,19 +49,28 @@ unsigned long long freeBytes(const std::string& folder) {
     return static_cast<unsigned long long>(status.f_bavail) * status.f_frsize;
 }
 
-ombrel::UpgradeOutcome upgradeDatabase(const std::string& path, const ombrel::WorkFolder& work, bool removeOld,
-                                       ombrel::UpgradeWatch& watch) {
-    return ombrel::upgradeDatabase(path, work, removeOld, watch);
+/// To ask what is in it; whoever works in it has it locked.
+ombrel::WorkFolder workFolderAsked(const std::string& path) {
+    return ombrel::WorkFolder(ombrel::workFolderFor(path));
 }
 
-ombrel::UpgradeOutcome upgradeZip(const std::string& path, const ombrel::WorkFolder& work, bool removeOld,
-                                  ombrel::UpgradeWatch& watch) {
-    return ombrel::upgradeZip(path, work, removeOld, watch);
-}
-
-std::string placeOfNewDatabase(const std::string& path) {
-    const std::string folder = ombrel::workFolderFor(path);
-    return folder.empty() ? std::string() : ombrel::newDatabaseFor(path, ombrel::WorkFolder(folder));
+ombrel::UpgradeSteps realSteps() {
+    using ombrel::UpgradeWatch;
+    using ombrel::WorkFolder;
+    ombrel::UpgradeSteps steps;
+    steps.database = [](const std::string& path, const WorkFolder& work, bool removeOld, UpgradeWatch& watch) {
+        return ombrel::upgradeDatabase(path, work, removeOld, watch);
+    };
+    steps.zip = [](const std::string& path, const WorkFolder& work, bool removeOld, UpgradeWatch& watch) {
+        return ombrel::upgradeZip(path, work, removeOld, watch);
+    };
+    steps.workFolder = ombrel::workFolderFor;
+    steps.probes = {ombrel::oldDatabasesInZip,
+                    [](const std::string& path) { return ombrel::newDatabaseFor(path, workFolderAsked(path)); },
+                    [](const std::string& path) { return workFolderAsked(path).bytesFor(path); }};
+    steps.isEnough = IsVolumeSpaceEnough;
+    steps.freeBytes = freeBytes;
+    return steps;
 }
 
 void complain(const std::string& what) {
@@ -81,10 +90,7 @@ int main(int argc, char** argv) try {
         complain(std::string("no signals: ") + std::strerror(errno));
         return EX_SOFTWARE;
     }
-    const ombrel::UpgradeSteps steps{
-        upgradeDatabase,     upgradeZip, ombrel::workFolderFor, ombrel::oldDatabasesInZip, placeOfNewDatabase,
-        IsVolumeSpaceEnough, freeBytes};
-    return ombrel::runUpgrade(options, steps, stopAsked);
+    return ombrel::runUpgrade(options, realSteps(), stopAsked);
 } catch (const std::exception& failure) {
     complain(std::string("ends: ") + failure.what());
     return EX_SOFTWARE;

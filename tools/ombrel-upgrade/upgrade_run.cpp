@@ -87,7 +87,7 @@ private:
     bool settingsCanBeRead();
     void find();
     void addFolders(DatabaseFinder& finder);
-    void leaveOutReadOnly();
+    void leaveOutIrreplaceable();
     int showPlan(const std::vector<VolumeNeed>& volumes);
     int refuse(const std::vector<std::string>& problems);
     int stoppedBefore();
@@ -136,7 +136,9 @@ void Run::addFolders(DatabaseFinder& finder) {
 }
 
 void Run::find() {
-    DatabaseFinder finder(options_.zip ? steps_.zipContents : nullptr, steps_.workPlace);
+    DatabaseFinder::Probes probes = steps_.probes;
+    if (!options_.zip) probes.zip = nullptr;
+    DatabaseFinder finder(std::move(probes));
     if (options_.all) addFolders(finder);
     for (const std::string& path : options_.paths)
         finder.addPath(path);
@@ -149,14 +151,19 @@ void Run::find() {
         }
     }
     files_ = std::move(found.databases);
-    leaveOutReadOnly();
+    leaveOutIrreplaceable();
 }
 
 // Where the new file cannot take the place of the old one, converting is in vain.
-void Run::leaveOutReadOnly() {
+void Run::leaveOutIrreplaceable() {
     std::erase_if(files_, [this](const FoundDatabase& file) {
         const std::string folder = folderOf(file.path);
-        if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0) return false;
+        if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0) {
+            if (file.kind == OldKind::kSetAside) return false;  // it gets another name first
+            const std::string error = checkReplaceable(file.path, options_.removeOld);
+            if (!error.empty()) complaints_.say(error, EX_IOERR);
+            return !error.empty();
+        }
         complaints_.say("cannot upgrade " + file.path + ": no right to write to " + folder + " (" +
                             std::strerror(errno) + "); run it as root, or as the owner of the folder",
                         EX_NOPERM);
