@@ -95,7 +95,7 @@ private:
     /// False when the file is where it was.
     bool adopt(FoundDatabase& file);
     const WorkFolder* workFolderOf(const std::string& path);
-    UpgradeEnd upgradeOne(FoundDatabase file);
+    UpgradeEnd upgradeOne(FoundDatabase file, size_t number);
     void sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds);
     void saySummary(size_t done, size_t failed, size_t left);
 
@@ -204,7 +204,7 @@ int Run::upgradeAll() {
     size_t failed = 0;
     for (const FoundDatabase& file : files_) {
         if (stop_) break;
-        const UpgradeEnd end = upgradeOne(file);
+        const UpgradeEnd end = upgradeOne(file, done + failed + 1);
         if (end == UpgradeEnd::kStopped) break;
         ++(end == UpgradeEnd::kDone ? done : failed);
     }
@@ -238,11 +238,11 @@ const WorkFolder* Run::workFolderOf(const std::string& path) {
     return &workFolders_.emplace(folder, std::move(opened)).first->second;
 }
 
-UpgradeEnd Run::upgradeOne(FoundDatabase file) {
+UpgradeEnd Run::upgradeOne(FoundDatabase file, size_t number) {
     const WorkFolder* const work = workFolderOf(file.path);
     if (work == nullptr) return UpgradeEnd::kFailed;
     if (file.kind == OldKind::kSetAside && !adopt(file)) return UpgradeEnd::kFailed;
-    display_.begin(file.path);
+    display_.begin(file.path, number, files_.size());
     const UpgradeSteps::Upgrade& upgrade = file.kind == OldKind::kZip ? steps_.zip : steps_.database;
     const UpgradeOutcome outcome = upgrade(file.path, *work, options_.removeOld, display_);
     const double seconds = display_.seconds();
