@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <map>
 
 #include "linux/common/sqlite_db.h"
 #include "tests/contract/linux_makers.h"
@@ -29,6 +30,7 @@ using test::writeBytes;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Pair;
 
 const std::vector<Row> kThreeRows(3, Row{1'709'424'000, 6, "alpha", "auth", "sshd", "hello"});
 
@@ -53,12 +55,12 @@ protected:
         return found;
     }
     Findings inFolder(const DatabaseFinder::ZipProbe& zip = nullptr) const {
-        DatabaseFinder finder(zip, nullptr);
+        DatabaseFinder finder({zip});
         finder.addFolder(folder_.path());
         return finder.take();
     }
     static FindNote noteOn(const std::string& path, const DatabaseFinder::ZipProbe& zip = nullptr) {
-        DatabaseFinder finder(zip, nullptr);
+        DatabaseFinder finder({zip});
         finder.addPath(path);
         const Findings findings = finder.take();
         EXPECT_THAT(findings.databases, IsEmpty()) << path;
@@ -109,7 +111,7 @@ TEST_F(DatabaseFinderTest, FindsOldDatabasesInAFolderAndItsSubFolders) {
 TEST_F(DatabaseFinderTest, CountsEachFileOnce) {
     const std::string path = old("host/a.DB");
     fs::create_hard_link(path, folder_.at("z.DB"));
-    DatabaseFinder finder(nullptr, nullptr);
+    DatabaseFinder finder({});
     finder.addFolder(folder_.path() + "/");
     finder.addFolder(folder_.at("host"));
     finder.addPath(path);
@@ -134,7 +136,7 @@ TEST_F(DatabaseFinderTest, OneThatIsDamagedDoesNotHideTheOthers) {
 }
 
 TEST_F(DatabaseFinderTest, AFolderThatIsMissingOrClosedIsSaid) {
-    DatabaseFinder finder(nullptr, nullptr);
+    DatabaseFinder finder({});
     finder.addFolder(folder_.at("nowhere"));
     finder.addFolder(text("file"));
     const Findings found = finder.take();
@@ -148,7 +150,7 @@ TEST_F(DatabaseFinderTest, AFolderThatIsMissingOrClosedIsSaid) {
 TEST_F(DatabaseFinderTest, SaysWhatIsWrongWithAPath) {
     const std::string good = old("good.DB");
     const auto zipWith = [](int databases, const std::string& error) {
-        return [=](const std::string&) { return ZipContents{error, databases, 1000}; };
+        return [=](const std::string&) { return ZipContents{error, "", databases, 1000}; };
     };
     fs::create_symlink(good, folder_.at("link.DB"));
     const struct {
@@ -184,7 +186,7 @@ TEST_F(DatabaseFinderTest, MakesAPathAbsolute) {
     const std::string path = old("sub/any name");
     const fs::path before = fs::current_path();
     fs::create_directory_symlink(folder_.at("sub"), folder_.at("to-sub"));
-    DatabaseFinder finder(nullptr, nullptr);
+    DatabaseFinder finder({});
     fs::current_path(folder_.path());
     finder.addPath("to-sub/any name");
     fs::current_path(before);
@@ -200,8 +202,9 @@ TEST_F(DatabaseFinderTest, LooksIntoZipFilesWhenAskedTo) {
     (void)text("d.ZIP");
     const std::string d = folder_.at("d.ZIP");
     const auto probe = [&](const std::string& path) {
-        if (path == d) return ZipContents{"cannot read " + path, 0, 0};
-        return ZipContents{"", path.ends_with("a.ZIP") ? 2 : 0, 5000};
+        if (path == d) return ZipContents{"cannot read " + path, "", 0, 0};
+        return path.ends_with("a.ZIP") ? ZipContents{"", "", 2, 5000}
+                                       : ZipContents{"", "an entry is encrypted", 0, 0};
     };
     EXPECT_THAT(inFolder().databases, IsEmpty());
     const Findings found = inFolder(probe);
@@ -209,8 +212,10 @@ TEST_F(DatabaseFinderTest, LooksIntoZipFilesWhenAskedTo) {
     EXPECT_EQ(found.databases[0].kind, OldKind::kZip);
     EXPECT_EQ(found.databases[0].databases, 2);
     EXPECT_EQ(found.databases[0].unpackedBytes, 5000U);
-    ASSERT_EQ(found.notes.size(), 1U);
-    EXPECT_EQ(found.notes[0].text, "cannot read " + d);
+    std::map<std::string, int> notes;
+    for (const FindNote& note : found.notes)
+        notes[note.text] = note.exitCode;
+    EXPECT_THAT(notes, ElementsAre(Pair("an entry is encrypted", 0), Pair("cannot read " + d, EX_DATAERR)));
 }
 
 TEST_F(DatabaseFinderTest, KnowsHowFarAnEarlierRunCame) {
@@ -223,14 +228,15 @@ TEST_F(DatabaseFinderTest, KnowsHowFarAnEarlierRunCame) {
         if (path.ends_with("a.DB")) return work;
         return path.ends_with("b.DB") ? noWork : folder_.at("nothing");
     };
-    DatabaseFinder finder(nullptr, placeOf);
+    const auto bytesOf = [](const std::string& path) { return path.ends_with("c.DB") ? 0ULL : 4711ULL; };
+    DatabaseFinder finder({nullptr, placeOf, bytesOf});
     finder.addFolder(folder_.path());
     const Findings found = finder.take();
     ASSERT_THAT(names(found.databases), ElementsAre("a.DB", "b.DB", "c.DB"));
     EXPECT_EQ(found.databases[0].workRows, 3);
-    EXPECT_EQ(found.databases[0].workBytes, fs::file_size(work));
+    EXPECT_EQ(found.databases[0].workBytes, 4711U);
     EXPECT_EQ(found.databases[1].workRows, 0);
-    EXPECT_EQ(found.databases[1].workBytes, 0U);
+    EXPECT_EQ(found.databases[1].workBytes, 4711U);
     EXPECT_EQ(found.databases[2].workRows, 0);
 }
 

@@ -39,7 +39,7 @@ protected:
             return convert(path, work, removeOld, watch);
         };
         steps_.workFolder = [this](const std::string&) { return folder_.at(".work"); };
-        steps_.zipContents = [](const std::string&) { return ZipContents{"", 1, 1000}; };
+        steps_.probes.zip = [](const std::string&) { return ZipContents{"", "", 1, 1000}; };
         steps_.isEnough = [](const std::string&, unsigned long long) { return true; };
         steps_.freeBytes = [](const std::string&) { return 5'000'000'000ULL; };
     }

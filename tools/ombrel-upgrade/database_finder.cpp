@@ -89,10 +89,6 @@ bool isSetAsideName(const std::string& name) {
     return hasSetAsideEnd(name, ".DB.old-") || hasSetAsideEnd(name, ".DB.corrupt-");
 }
 
-DatabaseFinder::DatabaseFinder(ZipProbe zip, WorkPlace workPlace)
-    : zip_(std::move(zip)), workPlace_(std::move(workPlace)) {
-}
-
 void DatabaseFinder::note(std::string text, int exitCode) {
     found_.notes.push_back({std::move(text), exitCode});
 }
@@ -189,26 +185,26 @@ void DatabaseFinder::addNoDatabase(const FoundDatabase& file, bool isNamed) {
 }
 
 void DatabaseFinder::addZip(FoundDatabase file, bool isNamed) {
-    if (!zip_)
+    if (!probes_.zip)
         return isNamed ? note(file.path + " is a ZIP file; add --zip to upgrade what is in it", EX_USAGE) : void();
-    const ZipContents contents = zip_(file.path);
+    const ZipContents contents = probes_.zip(file.path);
     if (!contents.error.empty()) return note(contents.error, EX_DATAERR);
+    if (!contents.notice.empty()) note(contents.notice, 0);
     if (contents.oldDatabases == 0) {
         return isNamed ? note(file.path + " holds no database of the old layout", 0) : void();
     }
     file.databases = contents.oldDatabases;
     file.unpackedBytes = contents.bytes;
+    lookForWork(file);
     found_.databases.push_back(std::move(file));
 }
 
 void DatabaseFinder::lookForWork(FoundDatabase& file) const {
-    std::string place = workPlace_ ? workPlace_(file.path) : std::string();
-    struct stat status {};
-    if (place.empty() || !SyslogUpdaterUpdDbCheck(place) || ::lstat(place.c_str(), &status) != 0) return;
-    const int rows = SyslogUpdaterUpdDbProgGet(place);
-    if (rows < 0) return;  // it is begun anew
-    file.workRows = rows;
-    file.workBytes = static_cast<unsigned long long>(status.st_size);
+    if (probes_.workBytes) file.workBytes = probes_.workBytes(file.path);
+    if (file.workBytes == 0 || file.kind == OldKind::kZip || !probes_.newDatabase) return;
+    std::string place = probes_.newDatabase(file.path);
+    if (place.empty() || !SyslogUpdaterUpdDbCheck(place)) return;
+    file.workRows = std::max(SyslogUpdaterUpdDbProgGet(place), 0);
 }
 
 Findings DatabaseFinder::take() {

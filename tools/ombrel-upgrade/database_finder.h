@@ -31,8 +31,8 @@ struct FoundDatabase {
     long long rows = 0;                    ///< not of a ZIP file
     int databases = 0;                     ///< of a ZIP file
     unsigned long long unpackedBytes = 0;  ///< of a ZIP file
-    unsigned long long workBytes = 0;      ///< of the new file that an earlier run has begun
-    long long workRows = 0;                ///< rows that it holds
+    unsigned long long workBytes = 0;      ///< of what an earlier run has made of it
+    long long workRows = 0;                ///< rows that are in it; not of a ZIP file
 };
 
 /// What the user is to know of a file or folder that is not among those found. `exitCode` 0: nothing is wrong.
@@ -53,10 +53,16 @@ class DatabaseFinder {
 public:
     using ZipProbe = std::function<ZipContents(const std::string& path)>;
     /// Where the new file is made of the one at a path; empty when that cannot be told.
-    using WorkPlace = std::function<std::string(const std::string& path)>;
+    using NewDatabase = std::function<std::string(const std::string& path)>;
+    /// How much an earlier run has left for it.
+    using WorkBytes = std::function<unsigned long long(const std::string& path)>;
+    struct Probes {
+        ZipProbe zip = nullptr;  ///< without it ZIP files are passed over
+        NewDatabase newDatabase = nullptr;
+        WorkBytes workBytes = nullptr;
+    };
 
-    /// Without `zip` ZIP files are passed over.
-    DatabaseFinder(ZipProbe zip, WorkPlace workPlace);
+    explicit DatabaseFinder(Probes probes) : probes_(std::move(probes)) {}
 
     /// What lies in a folder and in its sub-folders (one level; no hidden ones, no symbolic links).
     void addFolder(const std::string& folder);
@@ -74,8 +80,7 @@ private:
     void lookForWork(FoundDatabase& file) const;
     void note(std::string text, int exitCode);
 
-    ZipProbe zip_;
-    WorkPlace workPlace_;
+    Probes probes_;
     Findings found_;
     std::set<std::pair<dev_t, ino_t>> seen_;
 };

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
+#include <fcntl.h>
 #include <sys/statvfs.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -43,20 +45,42 @@ bool takeSignals() {
     return stopOn(SIGINT) && stopOn(SIGTERM) && stopOn(SIGHUP) && std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
 }
 
+/// Where the standard descriptors are closed, the next file that is opened would get what is written to them.
+bool haveStandardDescriptors() {
+    for (int fd = 0; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != fd) return false;
+    }
+    return true;
+}
+
 unsigned long long freeBytes(const std::string& folder) {
     struct statvfs status {};
     if (::statvfs(folder.c_str(), &status) != 0) return 0;
     return static_cast<unsigned long long>(status.f_bavail) * status.f_frsize;
 }
 
-ombrel::UpgradeOutcome upgradeDatabase(const std::string& path, const ombrel::WorkFolder& work, bool removeOld,
-                                       ombrel::UpgradeWatch& watch) {
-    return ombrel::upgradeDatabase(path, work, removeOld, watch);
+/// To ask what is in it; whoever works in it has it locked.
+ombrel::WorkFolder workFolderAsked(const std::string& path) {
+    return ombrel::WorkFolder(ombrel::workFolderFor(path));
 }
 
-std::string placeOfNewDatabase(const std::string& path) {
-    const std::string folder = ombrel::workFolderFor(path);
-    return folder.empty() ? std::string() : ombrel::newDatabaseFor(path, ombrel::WorkFolder(folder));
+ombrel::UpgradeSteps realSteps() {
+    using ombrel::UpgradeWatch;
+    using ombrel::WorkFolder;
+    ombrel::UpgradeSteps steps;
+    steps.database = [](const std::string& path, const WorkFolder& work, bool removeOld, UpgradeWatch& watch) {
+        return ombrel::upgradeDatabase(path, work, removeOld, watch);
+    };
+    steps.zip = [](const std::string& path, const WorkFolder& work, bool removeOld, UpgradeWatch& watch) {
+        return ombrel::upgradeZip(path, work, removeOld, watch);
+    };
+    steps.workFolder = ombrel::workFolderFor;
+    steps.probes = {ombrel::oldDatabasesInZip,
+                    [](const std::string& path) { return ombrel::newDatabaseFor(path, workFolderAsked(path)); },
+                    [](const std::string& path) { return workFolderAsked(path).bytesFor(path); }};
+    steps.isEnough = IsVolumeSpaceEnough;
+    steps.freeBytes = freeBytes;
+    return steps;
 }
 
 void complain(const std::string& what) {
@@ -66,24 +90,20 @@ void complain(const std::string& what) {
 }  // namespace
 
 int main(int argc, char** argv) try {
+    if (!haveStandardDescriptors()) return EX_SOFTWARE;
     ombrel::UpgradeOptions options;
     if (const std::string wrong = ombrel::readUpgradeOptions(argc, argv, options); !wrong.empty()) {
         complain(wrong + "; --help says more");
         return EX_USAGE;
     }
-    if (options.help) return std::fputs(ombrel::kUpgradeUsage, stdout) >= 0 ? EX_OK : EX_IOERR;
+    if (options.help) {
+        return std::fputs(ombrel::kUpgradeUsage, stdout) >= 0 && std::fflush(stdout) == 0 ? EX_OK : EX_IOERR;
+    }
     if (!takeSignals()) {
         complain(std::string("no signals: ") + std::strerror(errno));
         return EX_SOFTWARE;
     }
-    const ombrel::UpgradeSteps steps{upgradeDatabase,
-                                     ombrel::upgradeZip,
-                                     ombrel::workFolderFor,
-                                     ombrel::oldDatabasesInZip,
-                                     placeOfNewDatabase,
-                                     IsVolumeSpaceEnough,
-                                     freeBytes};
-    return ombrel::runUpgrade(options, steps, stopAsked);
+    return ombrel::runUpgrade(options, realSteps(), stopAsked);
 } catch (const std::exception& failure) {
     complain(std::string("ends: ") + failure.what());
     return EX_SOFTWARE;

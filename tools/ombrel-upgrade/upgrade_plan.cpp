@@ -63,6 +63,7 @@ std::string fate(const FoundDatabase& file, bool removeOld, const ArchivePath& a
     if (file.kind == OldKind::kZip) {
         text = groupedNumber(static_cast<unsigned long long>(file.databases)) +
                (file.databases == 1 ? " old database in it" : " old databases in it");
+        if (file.workBytes > 0) text += ", goes on where it was";
     } else if (file.workRows > 0) {
         const double share =
             shareDone(static_cast<unsigned long long>(file.workRows), static_cast<unsigned long long>(file.rows));
@@ -104,7 +105,8 @@ std::string tableText(const std::vector<Row>& rows) {
 SpaceNeed spaceNeedOf(const FoundDatabase& file) {
     if (file.kind == OldKind::kZip) {
         const unsigned long long packed = convertedSize(file.bytes);
-        return {file.unpackedBytes + convertedSize(file.unpackedBytes) + packed, packed, file.bytes};
+        const unsigned long long all = file.unpackedBytes + convertedSize(file.unpackedBytes) + packed;
+        return {lessBy(all, file.workBytes), packed, file.bytes};
     }
     const unsigned long long left = lessBy(convertedSize(file.bytes), file.workBytes);
     return {left, left, file.bytes};

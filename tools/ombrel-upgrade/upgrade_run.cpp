@@ -87,7 +87,7 @@ private:
     bool settingsCanBeRead();
     void find();
     void addFolders(DatabaseFinder& finder);
-    void leaveOutReadOnly();
+    void leaveOutIrreplaceable();
     int showPlan(const std::vector<VolumeNeed>& volumes);
     int refuse(const std::vector<std::string>& problems);
     int stoppedBefore();
@@ -95,7 +95,7 @@ private:
     /// False when the file is where it was.
     bool adopt(FoundDatabase& file);
     const WorkFolder* workFolderOf(const std::string& path);
-    UpgradeEnd upgradeOne(FoundDatabase file);
+    UpgradeEnd upgradeOne(FoundDatabase file, size_t number);
     void sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds);
     void saySummary(size_t done, size_t failed, size_t left);
 
@@ -136,7 +136,9 @@ void Run::addFolders(DatabaseFinder& finder) {
 }
 
 void Run::find() {
-    DatabaseFinder finder(options_.zip ? steps_.zipContents : nullptr, steps_.workPlace);
+    DatabaseFinder::Probes probes = steps_.probes;
+    if (!options_.zip) probes.zip = nullptr;
+    DatabaseFinder finder(std::move(probes));
     if (options_.all) addFolders(finder);
     for (const std::string& path : options_.paths)
         finder.addPath(path);
@@ -149,14 +151,19 @@ void Run::find() {
         }
     }
     files_ = std::move(found.databases);
-    leaveOutReadOnly();
+    leaveOutIrreplaceable();
 }
 
 // Where the new file cannot take the place of the old one, converting is in vain.
-void Run::leaveOutReadOnly() {
+void Run::leaveOutIrreplaceable() {
     std::erase_if(files_, [this](const FoundDatabase& file) {
         const std::string folder = folderOf(file.path);
-        if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0) return false;
+        if (::faccessat(AT_FDCWD, folder.c_str(), W_OK | X_OK, AT_EACCESS) == 0) {
+            if (file.kind == OldKind::kSetAside) return false;  // it gets another name first
+            const std::string error = checkReplaceable(file.path, options_.removeOld);
+            if (!error.empty()) complaints_.say(error, EX_IOERR);
+            return !error.empty();
+        }
         complaints_.say("cannot upgrade " + file.path + ": no right to write to " + folder + " (" +
                             std::strerror(errno) + "); run it as root, or as the owner of the folder",
                         EX_NOPERM);
@@ -197,7 +204,7 @@ int Run::upgradeAll() {
     size_t failed = 0;
     for (const FoundDatabase& file : files_) {
         if (stop_) break;
-        const UpgradeEnd end = upgradeOne(file);
+        const UpgradeEnd end = upgradeOne(file, done + failed + 1);
         if (end == UpgradeEnd::kStopped) break;
         ++(end == UpgradeEnd::kDone ? done : failed);
     }
@@ -231,11 +238,11 @@ const WorkFolder* Run::workFolderOf(const std::string& path) {
     return &workFolders_.emplace(folder, std::move(opened)).first->second;
 }
 
-UpgradeEnd Run::upgradeOne(FoundDatabase file) {
+UpgradeEnd Run::upgradeOne(FoundDatabase file, size_t number) {
     const WorkFolder* const work = workFolderOf(file.path);
     if (work == nullptr) return UpgradeEnd::kFailed;
     if (file.kind == OldKind::kSetAside && !adopt(file)) return UpgradeEnd::kFailed;
-    display_.begin(file.path);
+    display_.begin(file.path, number, files_.size());
     const UpgradeSteps::Upgrade& upgrade = file.kind == OldKind::kZip ? steps_.zip : steps_.database;
     const UpgradeOutcome outcome = upgrade(file.path, *work, options_.removeOld, display_);
     const double seconds = display_.seconds();

@@ -24,8 +24,7 @@ struct UpgradeSteps {
     Upgrade database;
     Upgrade zip;
     std::function<std::string(const std::string& path)> workFolder;
-    DatabaseFinder::ZipProbe zipContents;
-    DatabaseFinder::WorkPlace workPlace;
+    DatabaseFinder::Probes probes;
     SpaceCheck isEnough;
     FreeBytes freeBytes;
 };

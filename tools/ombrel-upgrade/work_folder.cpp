@@ -11,6 +11,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "linux/common/folder_stream.h"
 #include "linux/common/path_parts.h"
 #include "ombrel/postprocessor.h"
 #include "ombrel/utils_updater.h"
@@ -81,6 +82,20 @@ std::string WorkFolder::placeFor(const std::string& path, const char* extension)
     const statx_timestamp& time = (file.stx_mask & STATX_BTIME) != 0 ? file.stx_btime : file.stx_mtime;
     return path_ + "/" + std::to_string(file.stx_ino) + "-" + std::to_string(time.tv_sec) + "." +
            std::to_string(time.tv_nsec) + extension;
+}
+
+unsigned long long WorkFolder::bytesFor(const std::string& path) const {
+    const std::string place = placeFor(path, ".");
+    const FolderStream stream(place.empty() ? nullptr : ::opendir(path_.c_str()));
+    if (stream == nullptr) return 0;
+    unsigned long long bytes = 0;
+    while (const dirent* const entry = ::readdir(stream.get())) {
+        struct stat status {};
+        if (!std::string_view(entry->d_name).starts_with(nameOf(place))) continue;
+        if (::fstatat(::dirfd(stream.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        bytes += static_cast<unsigned long long>(status.st_size);
+    }
+    return bytes;
 }
 
 }  // namespace ombrel

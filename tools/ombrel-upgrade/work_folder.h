@@ -34,6 +34,8 @@ public:
     /// The name for what becomes of the file at `path`: the same in each run, also when the file was renamed
     /// meanwhile, and never that for another file. Empty, with errno set, when there is no such file.
     [[nodiscard]] std::string placeFor(const std::string& path, const char* extension) const;
+    /// The size of all files with such names, whatever their extensions.
+    [[nodiscard]] unsigned long long bytesFor(const std::string& path) const;
 
 private:
     std::string path_;
