@@ -17,6 +17,8 @@ namespace ombrel {
 
 namespace {
 
+constexpr zip_uint32_t kLevel = 6;  // of zip, by which the archiver packs; libzip would take twice the time
+
 UpgradeOutcome failed(std::string error) {
     return {UpgradeEnd::kFailed, std::move(error), {}, 0};
 }
@@ -187,7 +189,7 @@ std::string replace(const ZipFile& zip, const ZipReplacement& one, PackProgress&
     if (source == nullptr) return zip.wrong("replace", one.entry, error, "run ombrel-upgrade again");
     if (zip_file_replace(archive, index, source, 0) != 0) {
         zip_source_free(source);
-    } else if (zip_set_file_compression(archive, index, ZIP_CM_DEFLATE, 0) == 0 &&
+    } else if (zip_set_file_compression(archive, index, ZIP_CM_DEFLATE, kLevel) == 0 &&
                zip_file_set_mtime(archive, index, one.entry.changed, 0) == 0 &&
                zip_file_set_external_attributes(archive, index, 0, one.entry.system, one.entry.attributes) == 0) {
         return {};
