@@ -66,53 +66,50 @@ private:
 /// Where bytes come from that are compared: a file, or an entry of a ZIP file.
 class ByteSource {
 public:
-    ByteSource(const ZipFile& zip, const ZipEntry& entry, zip_flags_t flags)
-        : stream_(zip.read(entry, flags, error_)), buffer_(kZipBufferBytes, '\0') {}
-    explicit ByteSource(const std::string& file)
-        : fd_(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)), buffer_(kZipBufferBytes, '\0') {
-        if (!fd_) error_ = "cannot read " + file + ": " + std::strerror(errno);
+    ByteSource(const ZipFile& zip, const ZipEntry& entry, zip_flags_t flags) : buffer_(kZipBufferBytes, '\0') {
+        std::string error;
+        stream_ = zip.read(entry, flags, error);
+        isBroken_ = !stream_;
     }
+    explicit ByteSource(const std::string& file)
+        : fd_(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)),
+          buffer_(kZipBufferBytes, '\0'),
+          isBroken_(!fd_) {}
 
-    /// The next bytes, fewer than a buffer only at the end.
+    /// The next bytes, fewer than a buffer only at the end, whatever has brought that about.
     std::string_view next() {
         std::size_t have = 0;
-        while (error_.empty() && have < buffer_.size()) {
+        while (!isBroken_ && have < buffer_.size()) {
             const long long count = readSome(buffer_.data() + have, buffer_.size() - have);
-            if (count == 0) break;
-            if (count < 0) return {};
+            isBroken_ = count < 0;
+            if (count <= 0) break;
             have += static_cast<std::size_t>(count);
         }
         return std::string_view(buffer_).substr(0, have);
     }
-    [[nodiscard]] const std::string& error() const { return error_; }
+    [[nodiscard]] bool isBroken() const { return isBroken_; }
 
 private:
     long long readSome(char* data, std::size_t length) {
-        if (stream_) {
-            const zip_int64_t count = zip_fread(stream_.get(), data, length);
-            if (count < 0) error_ = zip_file_strerror(stream_.get());
-            return count;
-        }
-        const ssize_t count = ::read(fd_.get(), data, length);
-        if (count < 0) error_ = std::strerror(errno);
-        return count;
+        return stream_ ? zip_fread(stream_.get(), data, length) : ::read(fd_.get(), data, length);
     }
 
-    std::string error_;
     ZipStream stream_;
     Fd fd_;
     std::string buffer_;
+    bool isBroken_ = false;
 };
 
 enum class Comparison { kEqual, kDifferent, kStopped };
 
-Comparison compareBytes(ByteSource& a, ByteSource& b, PackProgress& progress) {
+Comparison compareBytes(ByteSource& a, ByteSource& b, bool mayBeBroken, PackProgress& progress) {
     while (true) {
         if (progress.stopWanted()) return Comparison::kStopped;
         const std::string_view first = a.next();
         const std::string_view second = b.next();
-        if (!a.error().empty() || !b.error().empty() || first != second) return Comparison::kDifferent;
-        if (first.empty()) return Comparison::kEqual;
+        if (first != second || a.isBroken() != b.isBroken()) return Comparison::kDifferent;
+        if (a.isBroken() && !mayBeBroken) return Comparison::kDifferent;
+        if (first.empty() || a.isBroken()) return Comparison::kEqual;
         progress.readBack(static_cast<long long>(first.size()));
     }
 }
@@ -150,12 +147,13 @@ Comparison compareEntry(const ZipFile& before, const ZipFile& after, const ZipEn
     if (replacement != nullptr) {
         ByteSource file(replacement->file);
         ByteSource packed(after, other, 0);
-        return compareBytes(file, packed, progress);
+        return compareBytes(file, packed, false, progress);
     }
     const zip_flags_t raw = entry.encryption != ZIP_EM_NONE ? ZIP_FL_ENCRYPTED : ZIP_FL_COMPRESSED;
     ByteSource old(before, entry, raw);
     ByteSource packed(after, other, raw);
-    return compareBytes(old, packed, progress);
+    // Somebody else's damage, which libzip finds in what is not packed, comes over as it is.
+    return compareBytes(old, packed, true, progress);
 }
 
 UpgradeOutcome compareZips(const ZipFile& before, const std::string& target,
