@@ -120,10 +120,11 @@ bool Run::settingsCanBeRead() {
 void Run::addFolders(DatabaseFinder& finder) {
     const std::string service = SyslogUpdaterServiceFolderGet();
     const std::string archive = SyslogUpdaterArchiveFolderGet();
+    // The share may be gone, and working databases lie in the archive folder: worth a word, and no failure.
     if (service.empty()) {
         complaints_.say(std::string("cannot find the share that server_db_loc names in ") + kSettingsFile +
                             "; the databases in it are left out",
-                        EX_CONFIG);
+                        archive.empty() ? EX_CONFIG : EX_OK);
     } else {
         finder.addFolder(service);
     }
