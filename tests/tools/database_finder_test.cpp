@@ -223,9 +223,9 @@ TEST_F(DatabaseFinderTest, KnowsHowFarAnEarlierRunCame) {
     (void)old("a.DB");
     (void)old("b.DB");
     (void)old("c.DB");
-    const std::string work = current("work");
-    const std::string noWork = text("no work");
-    const auto placeOf = [&](const std::string& path) -> std::string {
+    std::string work = current("work");
+    std::string noWork = text("no work");
+    const auto placeOf = [&](const std::string& path) {
         if (path.ends_with("a.DB")) return work;
         return path.ends_with("b.DB") ? noWork : folder_.at("nothing");
     };
