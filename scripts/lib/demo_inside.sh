@@ -96,3 +96,10 @@ sent_udp=$(cat /tmp/sent.udp)
   raw="$(cat /tmp/sent.raw)"
 dropped=$(($(udp_dropped) - dropped_before))
 [ "$dropped" = 0 ] || echo "(the kernel dropped $dropped datagrams before anybody could read them)"
+
+say "8. An archive of the old layout, as an earlier system left it: rows are converted and compared one by one,
+   then the new file takes its place"
+"$BIN/make-old-database" "$LOGS/2019-05-01_2019-05-31.DB" 200000
+"$BIN/ombrel-upgrade" --dry-run "$LOGS/2019-05-01_2019-05-31.DB"
+"$BIN/ombrel-upgrade" "$LOGS/2019-05-01_2019-05-31.DB"
+(cd /srv && tree -h --noreport logs -P '2019*')

@@ -66,9 +66,10 @@ TEST_F(AdoptionTest, TakesNothingButDaysFromTheRows) {
     for (const std::vector<std::string>& days : std::vector<std::vector<std::string>>{
              {},
              {""},
-             {"", "2024-03-03"},
              {"../../etc/2024-03-03"},
-             {"2024-03-03/..", "2024-03-03"},
+             {"2024-03-03/.."},
+             {"0000-00-00"},
+             {"2023-02-29"},
              {"2024-3-5"},
              {"2024-03-03\n"},
              {"2024-03-03 "},
@@ -80,6 +81,11 @@ TEST_F(AdoptionTest, TakesNothingButDaysFromTheRows) {
     }
     writeBytes(folder_.at("1970-01-01_1970-01-01.DB"), "another one");
     EXPECT_EQ(nameFor(adoptSetAside(path_).path), "1970-01-01_1970-01-01_1.DB");
+}
+
+TEST_F(AdoptionTest, NamesItByTheRowsThatHaveADay) {
+    make({"", "2024-03-09", "0000-00-00", "2024-03-03", "2024-3-5", "9999-99-99", "../../etc"});
+    EXPECT_EQ(nameFor(archivePathFor(path_)), "2024-03-03_2024-03-09.DB");
 }
 
 TEST_F(AdoptionTest, StaysWhereItIsWhenAllNamesAreTaken) {

@@ -9,6 +9,8 @@ namespace {
 
 using std::chrono::milliseconds;
 using ::testing::DoubleNear;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
 ProgressState sample() {
     return {"2024-03-03_2024-03-09.DB", UpgradeStage::kConverting, 120'000, 300'000, 45'000};
@@ -23,6 +25,12 @@ TEST(ProgressTexts, OfATerminal) {
               "45,000 rows/s  0:04 left");
     EXPECT_EQ(terminalText(sample(), 60), "[########............]  40 %  202...DB  converting  120,000 ");
     EXPECT_EQ(terminalText(sample(), 0), "");
+    ProgressState third = sample();
+    third.number = 3;
+    third.files = 12;
+    EXPECT_THAT(terminalText(third, 200), HasSubstr("  40 %  3/12 2024-03-03_2024-03-09.DB  converting"));
+    EXPECT_EQ(terminalText(third, 110).size(), 110U);
+    EXPECT_THAT(lineText(third), StartsWith("3/12 2024-03-03_2024-03-09.DB: converting, "));
 }
 
 TEST(ProgressTexts, OfALine) {
@@ -66,7 +74,7 @@ TEST(ProgressDisplay, WithoutATerminalSaysALineASecond) {
     const std::atomic<bool> stop{false};
     ::testing::internal::CaptureStderr();
     ProgressDisplay display(stop);
-    display.begin("/srv/a.DB");
+    display.begin("/srv/a.DB", 1, 1);
     for (int i = 0; i < 1000; ++i)
         display.progress(UpgradeStage::kConverting, i, 1000);
     display.end();

@@ -110,7 +110,10 @@ protected:
         expectOldOrNew();
         const bool isOld = readBytes(zip) == old;
         watch.reset();
-        upgradeWell(isOld ? 80 : 0);
+        const UpgradeOutcome outcome = upgrade();
+        EXPECT_EQ(outcome.end, UpgradeEnd::kDone) << outcome.error;
+        EXPECT_EQ(outcome.rows, isOld ? 80 : 0);
+        EXPECT_THAT(workFiles(), IsEmpty());
         EXPECT_TRUE(readBytes(zip + ".v1") == old);
         EXPECT_TRUE(databases() == expected);
         expectTheRestAsBefore();

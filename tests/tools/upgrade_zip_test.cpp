@@ -141,6 +141,32 @@ TEST_F(ZippedDatabases, MayHaveAnyNames) {
     expectTheRestAsBefore();
 }
 
+// Some programs write no time at all, or what is none.
+TEST_F(ZippedDatabases, MayHaveNoTime) {
+    packArchive();
+    const std::string pristine = readBytes(zip);
+    for (const char byte : {'\0', '\xff'}) {
+        std::string bytes = pristine;
+        for (std::size_t at = 0; (at = bytes.find("PK\1\2", at)) != std::string::npos; ++at)
+            bytes.replace(at + 12, 4, std::string(4, byte));
+        writeBytes(zip, bytes);
+        upgradeWell(100);
+        fs::remove(zip + ".v1");
+    }
+}
+
+TEST_F(ZippedDatabases, MayHaveNamesInAnyEncoding) {
+    for (const char* name : {"gr\xc3\xb6\xc3\x9f"
+                             "e.DB",
+                             "gr\xf6\xdf"
+                             "e.DB",
+                             "\xe6\x97\xa5.DB"})
+        makeOld(name, 20);
+    pack({"."}, {"-r"});
+    upgradeWell(60);
+    expectTheRestAsBefore();
+}
+
 TEST_F(ZippedDatabases, KeepTheirComments) {
     packArchive();
     int code = 0;

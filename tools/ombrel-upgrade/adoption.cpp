@@ -9,16 +9,21 @@
 
 #include "linux/common/error_record.h"
 #include "linux/common/path_parts.h"
+#include "linux/common/sqlite_db.h"
 #include "ombrel/logarchiver.h"
 #include "platform/veskcore.h"
 #include "platform/veskfileop.h"
+#include "tools/ombrel-upgrade/row_time.h"
 
 namespace ombrel {
 
 namespace {
 
-constexpr std::string_view kForm = "dddd-dd-dd_dddd-dd-dd";
-constexpr std::string_view kUnknownDays = "1970-01-01_1970-01-01";
+constexpr std::string_view kForm = "YYYY-MM-DD_YYYY-MM-DD";
+constexpr std::size_t kDay = 10;  // characters
+constexpr const char* kUnknownDays = "1970-01-01_1970-01-01";
+// Of the rows that have a day: devices leave many without, and ones that are none.
+constexpr const char* kDays = "SELECT MIN(ldate) || '_' || MAX(ldate) FROM logs WHERE date(ldate) = ldate";
 constexpr std::string_view kExtension = ".DB";
 constexpr int kHighestNumber = 1000;
 constexpr int kAttempts = 100;  // somebody else takes the name each time
@@ -27,12 +32,14 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
+bool isDay(std::string_view text) {
+    return WallTime().of(text, "00:00:00").has_value();
+}
+
 // The days come from rows that strangers have written: anything else might be the name of something else.
 bool isArchiveName(std::string_view name) {
     if (!name.ends_with(kExtension) || name.size() < kForm.size() + kExtension.size()) return false;
-    for (std::size_t i = 0; i < kForm.size(); ++i) {
-        if (kForm[i] == 'd' ? !isDigit(name[i]) : name[i] != kForm[i]) return false;
-    }
+    if (name[kDay] != '_' || !isDay(name.substr(0, kDay)) || !isDay(name.substr(kDay + 1, kDay))) return false;
     std::string_view number = name.substr(kForm.size(), name.size() - kForm.size() - kExtension.size());
     if (number.empty()) return true;
     if (number[0] != '_' || number.size() < 2) return false;
@@ -40,9 +47,20 @@ bool isArchiveName(std::string_view name) {
     return std::all_of(number.begin(), number.end(), isDigit);
 }
 
-std::string freeUnknownDays(const std::string& folder) {
+std::string realDaysOf(const std::string& path) {
+    Connection connection;
+    Statement days;
+    if (connection.open(path, OpenMode::kReadWrite) != 0 || days.prepare(connection, kDays) != 0 ||
+        days.step() != Statement::kRow) {
+        return kUnknownDays;
+    }
+    const std::string text(days.columnText(0));
+    return isArchiveName(text + std::string(kExtension)) ? text : kUnknownDays;
+}
+
+std::string freeName(const std::string& folder, const std::string& days) {
     for (int number = 0; number <= kHighestNumber; ++number) {
-        std::string path = folder + std::string(kUnknownDays);
+        std::string path = folder + days;
         if (number > 0) path += "_" + std::to_string(number);
         path += kExtension;
         if (VLIBCFileExist(path.c_str()) == 0) return path;
@@ -62,7 +80,7 @@ std::string archivePathFor(const std::string& path) {
     std::string archive = archiver.ArchDestGet(database);
     if (archive.starts_with(prefix) && isArchiveName(std::string_view(archive).substr(prefix.size())))
         return archive;
-    return freeUnknownDays(prefix);
+    return freeName(prefix, realDaysOf(path));
 }
 
 // The move takes the database for itself first, whereby SQLite rolls back what a writer that died has left half

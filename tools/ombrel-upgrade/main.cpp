@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
+#include <fcntl.h>
 #include <sys/statvfs.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -43,6 +45,14 @@ bool takeSignals() {
     return stopOn(SIGINT) && stopOn(SIGTERM) && stopOn(SIGHUP) && std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
 }
 
+/// Where the standard descriptors are closed, the next file that is opened would get what is written to them.
+bool haveStandardDescriptors() {
+    for (int fd = 0; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) < 0 && ::open("/dev/null", O_RDWR) != fd) return false;
+    }
+    return true;
+}
+
 unsigned long long freeBytes(const std::string& folder) {
     struct statvfs status {};
     if (::statvfs(folder.c_str(), &status) != 0) return 0;
@@ -80,12 +90,15 @@ void complain(const std::string& what) {
 }  // namespace
 
 int main(int argc, char** argv) try {
+    if (!haveStandardDescriptors()) return EX_SOFTWARE;
     ombrel::UpgradeOptions options;
     if (const std::string wrong = ombrel::readUpgradeOptions(argc, argv, options); !wrong.empty()) {
         complain(wrong + "; --help says more");
         return EX_USAGE;
     }
-    if (options.help) return std::fputs(ombrel::kUpgradeUsage, stdout) >= 0 ? EX_OK : EX_IOERR;
+    if (options.help) {
+        return std::fputs(ombrel::kUpgradeUsage, stdout) >= 0 && std::fflush(stdout) == 0 ? EX_OK : EX_IOERR;
+    }
     if (!takeSignals()) {
         complain(std::string("no signals: ") + std::strerror(errno));
         return EX_SOFTWARE;

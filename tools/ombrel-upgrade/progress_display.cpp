@@ -55,6 +55,11 @@ std::string amountText(const ProgressState& state) {
     return groupedNumber(counted(state.done)) + " of " + groupedNumber(counted(state.total)) + " rows";
 }
 
+std::string ordinalText(const ProgressState& state) {
+    return state.files > 1 ? std::to_string(state.number) + "/" + std::to_string(state.files) + " "
+                           : std::string();
+}
+
 /// Empty while nothing has been measured.
 std::string rateText(const ProgressState& state, const char* separator) {
     if (state.perSecond < 1) return {};
@@ -94,7 +99,7 @@ std::string percentText(long long done, long long total) {
 }
 
 std::string terminalText(const ProgressState& state, std::size_t columns) {
-    const std::string before = progressBar(shareOf(state.done, state.total), kMarks) + "  ";
+    const std::string before = progressBar(shareOf(state.done, state.total), kMarks) + "  " + ordinalText(state);
     const std::string after =
         std::string("  ") + stageName(state.stage) + "  " + amountText(state) + rateText(state, "  ");
     const std::size_t others = before.size() + after.size();
@@ -104,8 +109,8 @@ std::string terminalText(const ProgressState& state, std::size_t columns) {
 }
 
 std::string lineText(const ProgressState& state) {
-    return escapeForLine(state.name) + ": " + stageName(state.stage) + ", " + amountText(state) + " (" +
-           percentText(state.done, state.total) + ")" + rateText(state, ", ");
+    return ordinalText(state) + escapeForLine(state.name) + ": " + stageName(state.stage) + ", " +
+           amountText(state) + " (" + percentText(state.done, state.total) + ")" + rateText(state, ", ");
 }
 
 ProgressDisplay::ProgressDisplay(const std::atomic<bool>& stop)
@@ -116,9 +121,11 @@ ProgressDisplay::~ProgressDisplay() {
     end();
 }
 
-void ProgressDisplay::begin(const std::string& path) {
+void ProgressDisplay::begin(const std::string& path, std::size_t number, std::size_t files) {
     state_ = {};
     state_.name = nameOf(path);
+    state_.number = number;
+    state_.files = files;
     rate_.reset();
     began_ = ProgressClock::now();
 }

@@ -37,12 +37,14 @@ struct ProgressState {
     long long done = 0;
     long long total = 0;
     double perSecond = 0;
+    std::size_t number = 1;  ///< which of the files
+    std::size_t files = 1;
 };
 
-/// "[####......]  40 %  name  converting  120,000 of 300,000 rows  410,000 rows/s  0:04 left", of at most that
-/// many columns: the name is shortened first.
+/// "[####......]  40 %  3/12 name  converting  120,000 of 300,000 rows  410,000 rows/s  0:04 left", of at most
+/// that many columns: the name is shortened first. Of a single file there is no "3/12".
 std::string terminalText(const ProgressState& state, std::size_t columns);
-/// "name: converting, 120,000 of 300,000 rows (40 %), 410,000 rows/s, 0:04 left"
+/// "3/12 name: converting, 120,000 of 300,000 rows (40 %), 410,000 rows/s, 0:04 left"
 std::string lineText(const ProgressState& state);
 /// "42 %"
 std::string percentText(long long done, long long total);
@@ -53,7 +55,8 @@ public:
     explicit ProgressDisplay(const std::atomic<bool>& stop);
     ~ProgressDisplay() override;
 
-    void begin(const std::string& path);
+    /// The next file, one of so many.
+    void begin(const std::string& path, std::size_t number, std::size_t files);
     void progress(UpgradeStage stage, long long done, long long total) override;
     [[nodiscard]] bool stopWanted() const override { return stop_; }
     /// Takes the line away from the terminal.

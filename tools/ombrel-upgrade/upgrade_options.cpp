@@ -24,12 +24,18 @@ const char* const kUpgradeUsage =
     "  ombrel-upgrade --all --zip --dry-run\n"
     "  ombrel-upgrade --all\n"
     "  ombrel-upgrade --remove-old /volume1/logs/2021-01-01_2021-01-31.DB\n"
-    "Exit codes: 0 done, or nothing to do; 64 wrong words; 65 a PATH is no log database, or a database is "
-    "damaged\n"
-    "or has too many rows; 66 there is no such file; 69 the work folder cannot be used; 70 out of memory, no\n"
-    "signals; 73 too little space, nothing was begun; 74 one could not be converted; 75 it was stopped, run it\n"
-    "again to go on; 77 no right to read or write; 78 the settings cannot be read. The other files are converted\n"
-    "whatever is wrong with one of them; when several things are, the code is that of the first.\n";
+    "Exit codes; when several things are wrong, that of the first (the other files are converted all the same):\n"
+    "  0   done, or nothing to do\n"
+    "  64  wrong words, or a PATH that is a folder or a symbolic link\n"
+    "  65  a PATH is no log database; a database is damaged or has more than 2,147,483,647 rows\n"
+    "  66  there is no such file\n"
+    "  69  the work folder cannot be used\n"
+    "  70  out of memory, no signals\n"
+    "  73  too little space; nothing was begun\n"
+    "  74  a database could not be converted\n"
+    "  75  stopped; run it again to go on\n"
+    "  77  no right to read or write\n"
+    "  78  the settings cannot be read, or do not name the folders\n";
 
 namespace {
 

@@ -95,7 +95,7 @@ private:
     /// False when the file is where it was.
     bool adopt(FoundDatabase& file);
     const WorkFolder* workFolderOf(const std::string& path);
-    UpgradeEnd upgradeOne(FoundDatabase file);
+    UpgradeEnd upgradeOne(FoundDatabase file, size_t number);
     void sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds);
     void saySummary(size_t done, size_t failed, size_t left);
 
@@ -120,10 +120,11 @@ bool Run::settingsCanBeRead() {
 void Run::addFolders(DatabaseFinder& finder) {
     const std::string service = SyslogUpdaterServiceFolderGet();
     const std::string archive = SyslogUpdaterArchiveFolderGet();
+    // The share may be gone, and working databases lie in the archive folder: worth a word, and no failure.
     if (service.empty()) {
         complaints_.say(std::string("cannot find the share that server_db_loc names in ") + kSettingsFile +
                             "; the databases in it are left out",
-                        EX_CONFIG);
+                        archive.empty() ? EX_CONFIG : EX_OK);
     } else {
         finder.addFolder(service);
     }
@@ -204,7 +205,7 @@ int Run::upgradeAll() {
     size_t failed = 0;
     for (const FoundDatabase& file : files_) {
         if (stop_) break;
-        const UpgradeEnd end = upgradeOne(file);
+        const UpgradeEnd end = upgradeOne(file, done + failed + 1);
         if (end == UpgradeEnd::kStopped) break;
         ++(end == UpgradeEnd::kDone ? done : failed);
     }
@@ -238,11 +239,11 @@ const WorkFolder* Run::workFolderOf(const std::string& path) {
     return &workFolders_.emplace(folder, std::move(opened)).first->second;
 }
 
-UpgradeEnd Run::upgradeOne(FoundDatabase file) {
+UpgradeEnd Run::upgradeOne(FoundDatabase file, size_t number) {
     const WorkFolder* const work = workFolderOf(file.path);
     if (work == nullptr) return UpgradeEnd::kFailed;
     if (file.kind == OldKind::kSetAside && !adopt(file)) return UpgradeEnd::kFailed;
-    display_.begin(file.path);
+    display_.begin(file.path, number, files_.size());
     const UpgradeSteps::Upgrade& upgrade = file.kind == OldKind::kZip ? steps_.zip : steps_.database;
     const UpgradeOutcome outcome = upgrade(file.path, *work, options_.removeOld, display_);
     const double seconds = display_.seconds();

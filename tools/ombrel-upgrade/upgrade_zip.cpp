@@ -140,6 +140,7 @@ UpgradeOutcome makeAndPlace(ZipFile& zip, const std::vector<ZipEntry>& old, cons
         UpgradeOutcome outcome = makePacked(zip, old, work, *packed, watch, options);
         if (outcome.end != UpgradeEnd::kDone) return outcome;
     }
+    if (std::string error = work.removeParts(*packed); !error.empty()) return failed(std::move(error));
     return zip.hasChanged() ? failed({}) : place(zip, *packed, removeOld);
 }
 

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 
 #include "linux/common/text_escape.h"
 
@@ -135,25 +136,35 @@ const ZipReplacement* replacementOf(const ZipEntry& entry, const std::vector<Zip
     return found != replacements.end() ? &*found : nullptr;
 }
 
-/// Without what is new about an entry that has been replaced.
-ZipEntry withoutContents(ZipEntry entry) {
-    entry.size = 0;
-    entry.packedSize = 0;
-    entry.crc = 0;
-    entry.method = 0;
-    return entry;
+bool isTimeOfZip(time_t time) {
+    constexpr int kFirstYear = 1980 - 1900;
+    constexpr int kLastYear = 2107 - 1900;
+    std::tm local{};
+    return ::localtime_r(&time, &local) != nullptr && local.tm_year >= kFirstYear && local.tm_year <= kLastYear;
+}
+
+/// Whether all that is told about the two entries is the same, but for what a replacement changes.
+bool isSameEntry(ZipEntry before, const ZipEntry& after, bool isReplaced) {
+    if (isReplaced) {
+        before.size = after.size;
+        before.packedSize = after.packedSize;
+        before.crc = after.crc;
+        before.method = after.method;
+    }
+    // Some programs write zeros there, or whatever they had, and libzip the nearest time that is one.
+    if (!isTimeOfZip(before.changed)) before.changed = after.changed;
+    return before == after;
 }
 
 Comparison compareEntry(const ZipFile& before, const ZipFile& after, const ZipEntry& entry,
                         const ZipReplacement* replacement, PackProgress& progress) {
     const ZipEntry& other = after.entries()[entry.index];
+    if (!isSameEntry(entry, other, replacement != nullptr)) return Comparison::kDifferent;
     if (replacement != nullptr) {
-        if (withoutContents(entry) != withoutContents(other)) return Comparison::kDifferent;
         ByteSource file(replacement->file);
         ByteSource packed(after, other, 0);
         return compareBytes(file, packed, progress);
     }
-    if (entry != other) return Comparison::kDifferent;
     const zip_flags_t raw = entry.encryption != ZIP_EM_NONE ? ZIP_FL_ENCRYPTED : ZIP_FL_COMPRESSED;
     ByteSource old(before, entry, raw);
     ByteSource packed(after, other, raw);

@@ -62,13 +62,17 @@ ZipWork::ZipWork(const WorkFolder& folder, const ZipFile& zip)
 std::string ZipWork::finish(PackedZip& packed) const {
     const std::string mark(packed.hasForeign ? kForeign : "");
     packed.path = base_ + std::string(kPacked) + std::to_string(packed.rows) + mark;
-    const std::string keep = ombrel::nameOf(packing());
-    for (const std::string& name : namesWith(folder_, ombrel::nameOf(base_))) {
-        if (name == keep || ::unlink((folder_ + "/" + name).c_str()) == 0) continue;
-        return "cannot remove " + folder_ + "/" + name + ": " + std::strerror(errno) + "; " + adviceFor(errno);
-    }
     if (::rename(packing().c_str(), packed.path.c_str()) != 0 || !syncFolder(folder_)) {
         return "cannot rename " + packing() + ": " + std::strerror(errno) + "; " + adviceFor(errno);
+    }
+    return {};
+}
+
+std::string ZipWork::removeParts(const PackedZip& packed) const {
+    for (const std::string& name : namesWith(folder_, ombrel::nameOf(base_))) {
+        const std::string path = folder_ + "/" + name;
+        if (path == packed.path || ::unlink(path.c_str()) == 0) continue;
+        return "cannot remove " + path + ": " + std::strerror(errno) + "; " + adviceFor(errno);
     }
     return {};
 }

@@ -30,10 +30,12 @@ public:
     [[nodiscard]] std::string unpacked(const ZipEntry& entry) const { return nameOf(entry) + ".old"; }
     [[nodiscard]] std::string converted(const ZipEntry& entry) const { return nameOf(entry) + ".new"; }
     [[nodiscard]] std::string packing() const { return base_ + "packing"; }
-    /// Gives the file at packing() the name that findPacked finds, when all the other files are gone: nothing is
-    /// left then once it is in its place, whatever ends the program. Returns what is wrong.
+    /// Gives the file at packing() the name that findPacked finds. Returns what is wrong.
     std::string finish(PackedZip& packed) const;
     [[nodiscard]] std::optional<PackedZip> findPacked() const;
+    /// Removes what the new ZIP file was made of: once that is in its place nobody would look for it any more,
+    /// whatever ends the program. Returns what is wrong.
+    [[nodiscard]] std::string removeParts(const PackedZip& packed) const;
     /// Removes all its files, for they are of a ZIP file that is no more.
     void remove() const;
     /// Removes what has been left by other files that had the number of this one, or by this one before it
