@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-//   measured-run REPORT COMMAND...      runs it and writes into REPORT: seconds, processor seconds, most memory in KiB
+//   measured-run REPORT COMMAND...      runs it and writes into REPORT: seconds, processor seconds, most memory in
+//   KiB
 // Exit code: that of the command.
 #include <sys/resource.h>
 #include <sys/wait.h>

@@ -1,7 +1,8 @@
 -- SPDX-License-Identifier: Apache-2.0
 -- SPDX-FileCopyrightText: the Ombrel authors
 --
--- The rows of old.DB into this new database, in one transaction and without a look back.
+-- The rows of old.DB into this new database, in one transaction and without a look back. The LIMIT without a limit
+-- keeps the inner SELECT apart, so that each row's moment is converted once.
 ATTACH 'old.DB' AS old;
 BEGIN;
 INSERT INTO senders (name) VALUES ('');
@@ -16,7 +17,7 @@ INSERT INTO main.logs (id, utcsec, rutcsec, utcoff, host, sender, facility, seve
       WHEN 'notice' THEN 5 WHEN 'info' THEN 6 WHEN 'debug' THEN 7 ELSE -1 END,
     (SELECT programs.id FROM programs WHERE name = program), msg
   FROM (SELECT *, CAST(strftime('%s', moment, 'utc') AS INTEGER) AS utcsec
-    FROM (SELECT *, ldate || ' ' || ltime AS moment FROM old.logs))
+    FROM (SELECT *, ldate || ' ' || ltime AS moment FROM old.logs) ORDER BY id LIMIT -1)
   ORDER BY id;
 UPDATE loginfo SET (row_count, first_sec, last_sec, first_day, last_day) =
   (SELECT count(*), min(utcsec), max(utcsec), date(min(utcsec + utcoff), 'unixepoch'),

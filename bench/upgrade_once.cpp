@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-//   upgrade-once DATABASE WORKFOLDER      upgrades it; prints the seconds until the rows stand in the new file, until
+//   upgrade-once DATABASE WORKFOLDER      upgrades it; prints the seconds until the rows stand in the new file,
+//   until
 //                                         they have been compared, and until the end
 #include <chrono>
 #include <cstdio>

@@ -260,9 +260,10 @@ protected:
         learnWhatIsExpected(*undisturbed);
         const CallRecord& record = undisturbed->record;
         ASSERT_LT(record.calls, CallRecord::kMost);
-        for (long long at = GetParam() ? record.calls - kLastChanges : 1; at <= record.calls && !HasFailure();
-             ++at) {
-            if (record.takesRoom[static_cast<size_t>(at)] || !onlyThoseThatTakeRoom) action(at);
+        for (long long at = 1; at <= record.calls && !HasFailure(); ++at) {
+            const bool isLast = at > record.calls - kLastChanges;
+            const bool isMet = isLast || (!GetParam() && at % OMBREL_KILL_EVERY == 1 % OMBREL_KILL_EVERY);
+            if (isMet && (record.takesRoom[static_cast<size_t>(at)] || !onlyThoseThatTakeRoom)) action(at);
         }
         RecordProperty("changes", static_cast<int>(record.calls));
     }
