@@ -39,6 +39,13 @@ std::string scratchFolderFor(const std::string& path) {
     return PostProcessor().TranTempDirGet(path);
 }
 
+// Whoever is not root may find a scratch folder, or a work folder in it, that is root's.
+bool isOurs(const std::string& scratch) {
+    struct stat work {};
+    if (::access(scratch.c_str(), W_OK | X_OK) != 0) return false;
+    return ::lstat((scratch + kName).c_str(), &work) != 0 || work.st_uid == ::geteuid();
+}
+
 std::string wrong(const std::string& folder, const std::string& why) {
     return "cannot use the folder " + folder + ": " + why;
 }
@@ -47,7 +54,7 @@ std::string wrong(const std::string& folder, const std::string& why) {
 
 std::string workFolderFor(const std::string& path) {
     const std::string scratch = scratchFolderFor(path);
-    if (!scratch.empty() && isOnSameFileSystem(scratch, folderOf(path))) return scratch + kName;
+    if (!scratch.empty() && isOnSameFileSystem(scratch, folderOf(path)) && isOurs(scratch)) return scratch + kName;
     return folderOf(path) + "/." + kName;
 }
 
