@@ -124,6 +124,7 @@ public:
     [[nodiscard]] FakeDatabase* database(const std::string& path);
     /// Rows of statements that are not among those the fake knows.
     std::map<std::string, std::vector<std::map<std::string, std::string>>> sqlRows;
+    int firstRow = 0;  ///< the index of the first row of each result
 
     // Shares.
     void addShare(const std::string& name, ShareKind kind = ShareKind::kLocal);

@@ -63,7 +63,7 @@ int VESKDBFetchRow(VESKDBRESULT* result, int* row) {
     if (platform.calls.enter("VESKDBFetchRow")) return -1;
     if (!platform.live.contains("result", result)) return -1;
     if (result->next >= static_cast<int>(result->rows.size())) return -1;
-    *row = result->next++;
+    *row = platform.firstRow + result->next++;
     return 0;
 }
 
@@ -78,8 +78,9 @@ const char* VESKDBFetchField(VESKDBRESULT* result, int row, const char* column) 
     FakePlatform& platform = FakePlatform::current();
     if (platform.calls.enter("VESKDBFetchField", row, column)) return nullptr;
     if (!platform.live.contains("result", result)) return nullptr;
-    if (row < 0 || row >= static_cast<int>(result->rows.size())) return nullptr;
-    const auto& fields = result->rows[static_cast<std::size_t>(row)];
+    const int index = row - platform.firstRow;
+    if (index < 0 || index >= static_cast<int>(result->rows.size())) return nullptr;
+    const auto& fields = result->rows[static_cast<std::size_t>(index)];
     const auto found = fields.find(column);
     return found == fields.end() ? nullptr : found->second.c_str();
 }

@@ -42,7 +42,7 @@ protected:
         return make(name, [](const std::string& path, const auto&) { writeBytes(path, "this is text\n"); });
     }
     std::string damaged(const std::string& name) {
-        const std::string path = old(name);
+        std::string path = old(name);
         fs::resize_file(path, 1000);
         return path;
     }
@@ -50,6 +50,7 @@ protected:
     /// The paths found, without the folder of the test.
     std::vector<std::string> names(const std::vector<FoundDatabase>& files) const {
         std::vector<std::string> found;
+        found.reserve(files.size());
         for (const FoundDatabase& file : files)
             found.push_back(fs::relative(file.path, folder_.path()));
         return found;
@@ -72,7 +73,7 @@ protected:
 private:
     template <typename Maker>
     std::string make(const std::string& name, Maker maker) {
-        const std::string path = folder_.at(name);
+        std::string path = folder_.at(name);
         fs::create_directories(fs::path(path).parent_path());
         maker(path, kThreeRows);
         return path;
@@ -222,8 +223,8 @@ TEST_F(DatabaseFinderTest, KnowsHowFarAnEarlierRunCame) {
     (void)old("a.DB");
     (void)old("b.DB");
     (void)old("c.DB");
-    const std::string work = current("work");
-    const std::string noWork = text("no work");
+    std::string work = current("work");
+    std::string noWork = text("no work");
     const auto placeOf = [&](const std::string& path) {
         if (path.ends_with("a.DB")) return work;
         return path.ends_with("b.DB") ? noWork : folder_.at("nothing");

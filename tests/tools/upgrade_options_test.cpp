@@ -15,6 +15,7 @@ using ::testing::HasSubstr;
 std::string read(std::vector<std::string> words, UpgradeOptions& options) {
     words.insert(words.begin(), "ombrel-upgrade");
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (std::string& word : words)
         pointers.push_back(word.data());
     pointers.push_back(nullptr);

@@ -44,7 +44,7 @@ protected:
         steps_.freeBytes = [](const std::string&) { return 5'000'000'000ULL; };
     }
     std::string old(const std::string& name) {
-        const std::string path = folder_.at(name);
+        std::string path = folder_.at(name);
         makeLinuxVersion1Database(path, {Row{1'709'424'000, 6, "alpha", "auth", "sshd", "hello"}});
         options_.paths.push_back(path);
         return path;

@@ -116,6 +116,23 @@ TEST_F(RefusedZip, HasADatabaseThatIsLongerOrShorterThanItSays) {
     }
 }
 
+TEST_F(RefusedZip, IsNoneWhoseOtherEntriesAreDamaged) {
+    for (const char* way : {"-0", "-9"}) {
+        makeOld("srv/logs/a.DB");
+        writeBytes(root + "/other", "0123456789 and on, and on, and on, and on, and on, and on, and on");
+        pack({"srv/logs/a.DB", "other"}, {way});
+        const ZipEntry other = entriesOf(zip)[1];
+        patch(littleEndian(other.crc), littleEndian(other.crc ^ 1U));
+        const UpgradeOutcome outcome = upgrade();
+        EXPECT_EQ(outcome.end, UpgradeEnd::kDone) << outcome.error;
+        EXPECT_TRUE(entriesOf(zip)[1] == entriesOf(zip + ".v1")[1]);
+        EXPECT_EQ(oldDatabasesInZip(zip).oldDatabases, 0);
+        EXPECT_EQ(runIn(root, {"/usr/bin/unzip", "-tq", zip, "srv/logs/a.DB"}), 0);
+        fs::remove(zip);
+        fs::remove(zip + ".v1");
+    }
+}
+
 TEST_F(RefusedZip, HasEntriesThatShareTheirBytes) {
     const std::string bytes = packedBytes("srv/logs/a.DB", {"-X"});
     const std::size_t head = centralHead(bytes);

@@ -92,6 +92,19 @@ TEST_F(ZippedDatabases, KeepTheOldFileWhenItAloneHoldsSomething) {
     EXPECT_TRUE(fs::exists(zip + ".v1"));
 }
 
+// Logs are packed to a tenth and less: what counts is how much of them has been read.
+TEST_F(ZippedDatabases, TellEveryQuarterMebibyteThatIsPackedAndReadBack) {
+    packArchive(10'000);
+    std::vector<long long> packing;
+    watch.onCall = [&](UpgradeStage stage) {
+        if (stage == UpgradeStage::kPacking) packing.push_back(watch.last);
+    };
+    upgradeWell(10'000);
+    ASSERT_GT(packing.size(), 10U);
+    for (std::size_t i = 1; i < packing.size(); ++i)
+        EXPECT_LE(packing[i] - packing[i - 1], 600'000) << i;
+}
+
 TEST_F(ZippedDatabases, OfTwoArchivesAreBothConverted) {
     makeOld("srv/logs/a.DB", 70, 1);
     makeOld("srv/logs/b.DB", 30, 2);
@@ -199,6 +212,20 @@ TEST_F(ZippedDatabases, ThatAreEncryptedAreLeftAsTheyAre) {
     EXPECT_EQ(outcome.notice, contents.notice);
     expectTheRestAsBefore();
     EXPECT_EQ(runIn(root, {"/usr/bin/unzip", "-tq", "-P", "password", zip}), 0);
+}
+
+TEST_F(ZippedDatabases, ThatArePackedByAnUnknownMethodAreLeftAsTheyAre) {
+    makeOld("srv/logs/a.DB");
+    makeOld("srv/logs/b.DB");
+    pack({"srv"}, {"-r"});
+    std::string bytes = readBytes(zip);
+    bytes.replace(bytes.rfind("PK\1\2") + 10, 1, "\x09");  // Deflate64
+    writeBytes(zip, bytes);
+    const UpgradeOutcome outcome = upgrade();
+    EXPECT_EQ(outcome.end, UpgradeEnd::kDone) << outcome.error;
+    EXPECT_EQ(outcome.rows, 100);
+    EXPECT_THAT(outcome.notice, HasSubstr(".DB: it is packed by an unknown method"));
+    expectTheRestAsBefore();
 }
 
 }  // namespace

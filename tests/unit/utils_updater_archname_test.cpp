@@ -52,6 +52,11 @@ TEST_F(OldArchiveName, OfOneRowNamesItsDayTwice) {
     EXPECT_EQ(SyslogUpdaterArchNameGet(path), "2020-01-01_2020-01-01.DB");
 }
 
+TEST_F(OldArchiveName, ReadsTheRowThatWasFetchedWhateverItsIndex) {
+    platform.firstRow = 3;
+    EXPECT_EQ(SyslogUpdaterArchNameGet(path), "2019-04-30_2019-05-02.DB");
+}
+
 TEST_F(OldArchiveName, IsEmptyWithoutADatabase) {
     std::string none = "/volume1/none %s.DB";
     EXPECT_EQ(SyslogUpdaterArchNameGet(none), "");

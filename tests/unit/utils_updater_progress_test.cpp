@@ -58,6 +58,12 @@ TEST_F(UpgradeProgress, TheTotalIsAskedForInThisOrder) {
                     "VESKDBFetchField(0, \"COUNT(*)\")", "VESKDBFreeResult()", "VESKDBClose()"));
 }
 
+TEST_F(UpgradeProgress, TheTotalIsTakenFromTheRowThatWasFetchedWhateverItsIndex) {
+    platform.firstRow = 3;
+    EXPECT_EQ(SyslogUpdaterOldDbTotalGet(oldPath), 3);
+    EXPECT_THAT(platform.calls.linesOf({"VESKDBFetchField"}), ElementsAre("VESKDBFetchField(3, \"COUNT(*)\")"));
+}
+
 struct BadPath {
     std::string name;
     std::string path;
@@ -246,6 +252,13 @@ TEST_F(UpgradeProgress, ADatabaseThatTheHandleCannotOpenIsOldAndTheProbeSaysWhy)
     old().opens = false;
     EXPECT_TRUE(SyslogUpdaterOldDbCheck(oldPath));
     EXPECT_THAT(platform.syslogLines, ElementsAre(kNoConnection));
+}
+
+TEST_F(UpgradeProgress, ADatabaseIsOldWhateverTheNegativeCount) {
+    for (const long long count : {-7LL, 2147483648LL}) {
+        fresh().count = count;
+        EXPECT_TRUE(SyslogUpdaterOldDbCheck(newPath)) << count;
+    }
 }
 
 TEST_F(UpgradeProgress, AMissingFileIsNoOldDatabaseAndNothingIsSaid) {

@@ -133,10 +133,10 @@ int ZipFile::writeTo(const std::string& target, std::string& error) {
         return error.empty() ? ZIP_ER_OK : ZIP_ER_READ;
     }
     zip_error_t* reason = zip_get_error(archive_);
-    const bool isSystem = zip_error_system_type(reason) == ZIP_ET_SYS;
     const int code = zip_error_code_zip(reason);
+    const bool isWriting = code == ZIP_ER_WRITE || code == ZIP_ER_TMPOPEN;
     error = escapeForLine(path_) + ": cannot pack it anew: " + zip_error_strerror(reason) + "; " +
-            adviceFor(isSystem ? zip_error_code_system(reason) : 0);
+            (isWriting ? adviceFor(zip_error_code_system(reason)) : kTestZip);
     (void)zip_unchange_all(archive_);  // keeps what was read
     return code;
 }
@@ -204,6 +204,7 @@ zip_int64_t ZipFile::readSome(void* data, zip_uint64_t length) noexcept {
     } while (count < 0 && errno == EINTR);
     if (count < 0) return refuse(ZIP_ER_READ, errno);
     readAt_ += count;
+    if (onBytes_) onBytes_(count);
     return count;
 }
 

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <zip.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -62,6 +63,8 @@ public:
     [[nodiscard]] std::string wrong(const char* what, const ZipEntry& entry, const std::string& why,
                                     const char* advice) const;
 
+    /// Is told the bytes of each read, until nobody is named; must not throw.
+    void tellReads(std::function<void(long long)> onBytes) { onBytes_ = std::move(onBytes); }
     /// Writes the archive with its changes to `target` and on the disk. 0, or a code of libzip with `error` set
     /// and without a file at `target`. Either way the object then stands for the file as it is.
     int writeTo(const std::string& target, std::string& error);
@@ -87,6 +90,7 @@ private:
     Fd to_;
     off_t writeAt_ = 0;
     off_t written_ = 0;
+    std::function<void(long long)> onBytes_;
     zip_error_t error_{};
     zip_t* archive_ = nullptr;
     std::vector<ZipEntry> entries_;

@@ -11,37 +11,37 @@
 #include <ctime>
 
 #include "linux/common/text_escape.h"
+#include "tools/ombrel-upgrade/counted_source.h"
 
 namespace ombrel {
 
 namespace {
 
+constexpr zip_uint32_t kLevel = 6;  // of zip, by which the archiver packs; libzip would take twice the time
+
 UpgradeOutcome failed(std::string error) {
     return {UpgradeEnd::kFailed, std::move(error), {}, 0};
 }
 
-/// What each entry is worth in bytes, for the progress of packing and of reading back.
+/// The bytes that are packed or copied, and then read back.
 class PackProgress {
 public:
     PackProgress(const ZipFile& zip, const std::vector<ZipReplacement>& replacements, UpgradeWatch& watch)
         : watch_(watch) {
         for (const ZipEntry& entry : zip.entries())
-            weights_.push_back(static_cast<long long>(entry.packedSize));
+            half_ += static_cast<long long>(entry.packedSize);
         for (const ZipReplacement& one : replacements) {
             struct stat status {};
-            if (::stat(one.file.c_str(), &status) == 0) weights_[one.entry.index] = status.st_size;
+            if (::stat(one.file.c_str(), &status) == 0) half_ += status.st_size;
+            half_ -= static_cast<long long>(one.entry.packedSize);
         }
-        for (const long long weight : weights_)
-            half_ += weight;
         watch_.progress(UpgradeStage::kPacking, 0, total());
     }
 
-    static void packed(zip_t* /*archive*/, double share, void* self) noexcept {
-        static_cast<PackProgress*>(self)->tellShare(share);
-    }
     static int cancelled(zip_t* /*archive*/, void* self) noexcept {
         return static_cast<PackProgress*>(self)->stopWanted() ? 1 : 0;
     }
+    void packed(long long bytes) { tell(std::min(done_ + bytes, half_)); }
     void beginReadingBack() { tell(half_); }
     void readBack(long long bytes) { tell(done_ + bytes); }
     void end() { watch_.progress(UpgradeStage::kPacking, total(), total()); }
@@ -50,16 +50,6 @@ public:
 private:
     [[nodiscard]] long long total() const { return 2 * half_; }
 
-    // libzip takes all entries for equally long.
-    void tellShare(double share) {
-        const double place = share * static_cast<double>(weights_.size());
-        const auto whole = std::min(static_cast<std::size_t>(std::max(place, 0.0)), weights_.size());
-        for (; entry_ < whole; ++entry_)
-            before_ += weights_[entry_];
-        const double rest = entry_ < weights_.size() ? place - static_cast<double>(entry_) : 0;
-        const double part = rest * (rest > 0 ? static_cast<double>(weights_[entry_]) : 0);
-        tell(before_ + static_cast<long long>(part));
-    }
     void tell(long long bytes) {
         done_ = std::clamp(bytes, done_, total());
         if (done_ - told_ < static_cast<long long>(kZipBufferBytes)) return;
@@ -68,9 +58,6 @@ private:
     }
 
     UpgradeWatch& watch_;
-    std::vector<long long> weights_;
-    std::size_t entry_ = 0;
-    long long before_ = 0;
     long long half_ = 0;
     long long done_ = 0;
     long long told_ = 0;
@@ -79,53 +66,50 @@ private:
 /// Where bytes come from that are compared: a file, or an entry of a ZIP file.
 class ByteSource {
 public:
-    ByteSource(const ZipFile& zip, const ZipEntry& entry, zip_flags_t flags)
-        : stream_(zip.read(entry, flags, error_)), buffer_(kZipBufferBytes, '\0') {}
-    explicit ByteSource(const std::string& file)
-        : fd_(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)), buffer_(kZipBufferBytes, '\0') {
-        if (!fd_) error_ = "cannot read " + file + ": " + std::strerror(errno);
+    ByteSource(const ZipFile& zip, const ZipEntry& entry, zip_flags_t flags) : buffer_(kZipBufferBytes, '\0') {
+        std::string error;
+        stream_ = zip.read(entry, flags, error);
+        isBroken_ = !stream_;
     }
+    explicit ByteSource(const std::string& file)
+        : fd_(::open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC)),
+          buffer_(kZipBufferBytes, '\0'),
+          isBroken_(!fd_) {}
 
-    /// The next bytes, fewer than a buffer only at the end.
+    /// The next bytes, fewer than a buffer only at the end, whatever has brought that about.
     std::string_view next() {
         std::size_t have = 0;
-        while (error_.empty() && have < buffer_.size()) {
+        while (!isBroken_ && have < buffer_.size()) {
             const long long count = readSome(buffer_.data() + have, buffer_.size() - have);
-            if (count == 0) break;
-            if (count < 0) return {};
+            isBroken_ = count < 0;
+            if (count <= 0) break;
             have += static_cast<std::size_t>(count);
         }
         return std::string_view(buffer_).substr(0, have);
     }
-    [[nodiscard]] const std::string& error() const { return error_; }
+    [[nodiscard]] bool isBroken() const { return isBroken_; }
 
 private:
     long long readSome(char* data, std::size_t length) {
-        if (stream_) {
-            const zip_int64_t count = zip_fread(stream_.get(), data, length);
-            if (count < 0) error_ = zip_file_strerror(stream_.get());
-            return count;
-        }
-        const ssize_t count = ::read(fd_.get(), data, length);
-        if (count < 0) error_ = std::strerror(errno);
-        return count;
+        return stream_ ? zip_fread(stream_.get(), data, length) : ::read(fd_.get(), data, length);
     }
 
-    std::string error_;
     ZipStream stream_;
     Fd fd_;
     std::string buffer_;
+    bool isBroken_ = false;
 };
 
 enum class Comparison { kEqual, kDifferent, kStopped };
 
-Comparison compareBytes(ByteSource& a, ByteSource& b, PackProgress& progress) {
+Comparison compareBytes(ByteSource& a, ByteSource& b, bool mayBeBroken, PackProgress& progress) {
     while (true) {
         if (progress.stopWanted()) return Comparison::kStopped;
         const std::string_view first = a.next();
         const std::string_view second = b.next();
-        if (!a.error().empty() || !b.error().empty() || first != second) return Comparison::kDifferent;
-        if (first.empty()) return Comparison::kEqual;
+        if (first != second || a.isBroken() != b.isBroken()) return Comparison::kDifferent;
+        if (a.isBroken() && !mayBeBroken) return Comparison::kDifferent;
+        if (first.empty() || a.isBroken()) return Comparison::kEqual;
         progress.readBack(static_cast<long long>(first.size()));
     }
 }
@@ -163,12 +147,13 @@ Comparison compareEntry(const ZipFile& before, const ZipFile& after, const ZipEn
     if (replacement != nullptr) {
         ByteSource file(replacement->file);
         ByteSource packed(after, other, 0);
-        return compareBytes(file, packed, progress);
+        return compareBytes(file, packed, false, progress);
     }
     const zip_flags_t raw = entry.encryption != ZIP_EM_NONE ? ZIP_FL_ENCRYPTED : ZIP_FL_COMPRESSED;
     ByteSource old(before, entry, raw);
     ByteSource packed(after, other, raw);
-    return compareBytes(old, packed, progress);
+    // Somebody else's damage, which libzip finds in what is not packed, comes over as it is.
+    return compareBytes(old, packed, true, progress);
 }
 
 UpgradeOutcome compareZips(const ZipFile& before, const std::string& target,
@@ -193,13 +178,16 @@ UpgradeOutcome compareZips(const ZipFile& before, const std::string& target,
 }
 
 /// Has libzip take `one.file` for the entry. Empty, or what is wrong.
-std::string replace(const ZipFile& zip, const ZipReplacement& one) {
+std::string replace(const ZipFile& zip, const ZipReplacement& one, PackProgress& progress) {
     zip_t* archive = zip.handle();
     const zip_uint64_t index = one.entry.index;
-    zip_source_t* source = zip_source_file(archive, one.file.c_str(), 0, -1);
-    if (source == nullptr || zip_file_replace(archive, index, source, 0) != 0) {
+    std::string error;
+    zip_source_t* source = makeCountedSource(
+        one.file, [&progress](long long bytes) { progress.packed(bytes); }, error);
+    if (source == nullptr) return zip.wrong("replace", one.entry, error, "run ombrel-upgrade again");
+    if (zip_file_replace(archive, index, source, 0) != 0) {
         zip_source_free(source);
-    } else if (zip_set_file_compression(archive, index, ZIP_CM_DEFLATE, 0) == 0 &&
+    } else if (zip_set_file_compression(archive, index, ZIP_CM_DEFLATE, kLevel) == 0 &&
                zip_file_set_mtime(archive, index, one.entry.changed, 0) == 0 &&
                zip_file_set_external_attributes(archive, index, 0, one.entry.system, one.entry.attributes) == 0) {
         return {};
@@ -207,26 +195,32 @@ std::string replace(const ZipFile& zip, const ZipReplacement& one) {
     return zip.wrong("replace", one.entry, zip_strerror(archive), "run ombrel-upgrade again");
 }
 
+/// Writes what packZip() then compares.
+UpgradeOutcome writeZip(ZipFile& zip, const std::vector<ZipReplacement>& replacements, const std::string& target,
+                        PackProgress& progress) {
+    for (const ZipReplacement& one : replacements) {
+        if (std::string error = replace(zip, one, progress); !error.empty()) return failed(std::move(error));
+    }
+    if (zip_register_cancel_callback_with_state(zip.handle(), PackProgress::cancelled, nullptr, &progress) != 0) {
+        return failed(escapeForLine(zip.path()) + ": cannot pack it anew: out of memory");
+    }
+    zip.tellReads([&progress](long long bytes) { progress.packed(bytes); });
+    std::string error;
+    const int code = zip.writeTo(target, error);
+    zip.tellReads(nullptr);
+    if (code == ZIP_ER_CANCELLED) return {UpgradeEnd::kStopped, {}, {}, 0};
+    return code == ZIP_ER_OK ? UpgradeOutcome{UpgradeEnd::kDone, {}, {}, 0} : failed(std::move(error));
+}
+
 }  // namespace
 
 UpgradeOutcome packZip(ZipFile& zip, const std::vector<ZipReplacement>& replacements, const std::string& target,
                        UpgradeWatch& watch) {
-    for (const ZipReplacement& one : replacements) {
-        if (std::string error = replace(zip, one); !error.empty()) return failed(std::move(error));
-    }
     PackProgress progress(zip, replacements, watch);
-    // Asked at each buffer, told when there is something to tell.
-    if (zip_register_progress_callback_with_state(zip.handle(), 0.0, PackProgress::packed, nullptr, &progress) !=
-            0 ||
-        zip_register_cancel_callback_with_state(zip.handle(), PackProgress::cancelled, nullptr, &progress) != 0) {
-        return failed(escapeForLine(zip.path()) + ": cannot pack it anew: out of memory");
-    }
-    std::string error;
-    const int code = zip.writeTo(target, error);
-    if (code == ZIP_ER_CANCELLED) return {UpgradeEnd::kStopped, {}, {}, 0};
-    if (code != ZIP_ER_OK) return failed(std::move(error));
+    UpgradeOutcome outcome = writeZip(zip, replacements, target, progress);
+    if (outcome.end != UpgradeEnd::kDone) return outcome;
     progress.beginReadingBack();
-    UpgradeOutcome outcome = compareZips(zip, target, replacements, progress);
+    outcome = compareZips(zip, target, replacements, progress);
     if (outcome.end == UpgradeEnd::kDone) {
         progress.end();
     } else {
