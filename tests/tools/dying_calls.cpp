@@ -110,6 +110,7 @@ void disarmCalls() {
 using namespace ombrel::test;
 
 // Where they are hidden the shared libraries do not find them.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): the C library's own names are reserved
 #pragma GCC visibility push(default)
 extern "C" {
 
@@ -174,3 +175,4 @@ ssize_t pwrite64(int fd, const void* bytes, size_t size, off64_t offset) {
 
 }  // extern "C"
 #pragma GCC visibility pop
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)
