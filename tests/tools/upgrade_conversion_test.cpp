@@ -4,7 +4,9 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
+#include <utility>
 
 #include "tests/receiver/in_zone.h"
 #include "tests/support/old_database.h"
@@ -163,6 +165,46 @@ TEST_F(UpgradeConversion, ComparesAllAgainWhenTheOldFileWasTouchedMeanwhile) {
     makeOld();
     stopAndGoOn(UpgradeStage::kVerifying, 200);
     runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+    expectDone(convert());
+    EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
+    expectEqual();
+}
+
+// The run that noticed is over, and the new file is the younger one.
+TEST_F(UpgradeConversion, ForgetsWhatItComparedBeforeARowChanged) {
+    makeOld();
+    bool isChanged = false;
+    watch.atStep = [&](const Step& step) {
+        if (step.stage != UpgradeStage::kVerifying) return;
+        if (step.done == 200 && !std::exchange(isChanged, true)) {
+            runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+        }
+        watch.stop = step.done == 300;
+    };
+    EXPECT_EQ(convert().outcome.end, UpgradeEnd::kStopped);
+    watch.forget();
+    expectDone(convert());
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, ComparesAllAgainWhenAnotherFileWasPutInThePlaceOfTheOldOne) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+    std::filesystem::last_write_time(oldPath, std::filesystem::file_time_type{} - std::chrono::hours(24));
+    expectDone(convert());
+    EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, ComparesAllAgainWhenRowsAreInAWriteAheadLog) {
+    makeOld();
+    runSql(oldPath, "PRAGMA journal_mode=WAL");
+    Connection other;
+    ASSERT_EQ(other.open(oldPath, OpenMode::kReadWrite), 0);
+    ASSERT_EQ(other.execute("SELECT * FROM logs LIMIT 1"), 0);
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    ASSERT_EQ(other.execute("UPDATE logs SET msg = 'changed' WHERE id = 50"), 0);
     expectDone(convert());
     EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
     expectEqual();
