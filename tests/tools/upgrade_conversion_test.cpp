@@ -379,6 +379,11 @@ TEST_P(UpgradeForeignContents, AreNamed) {
     EXPECT_EQ(old.foreignContents(), GetParam().named);
 }
 
+std::string logsWithId(const std::string& type, const std::string& key = {}) {
+    return "DROP TABLE logs; CREATE TABLE logs (id " + type +
+           ", host, facility, prio, ldate, ltime, program, msg" + key + ")";
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Things, UpgradeForeignContents,
     testing::Values(Foreign{"None", "SELECT 1", ""}, Foreign{"Index", "CREATE INDEX i ON logs (host)", ""},
@@ -388,6 +393,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Foreign{"View", "CREATE VIEW v AS SELECT * FROM logs", "view v"},
                     Foreign{"Trigger", "CREATE TRIGGER t AFTER INSERT ON logs BEGIN SELECT 1; END", "trigger t"},
                     Foreign{"Column", "ALTER TABLE logs ADD COLUMN tag", "column tag"},
+                    Foreign{"Generated", "ALTER TABLE logs ADD COLUMN tag AS (upper(host))", "column tag"},
+                    Foreign{"IdOfItsOwn", logsWithId("INT PRIMARY KEY"), "column id"},
+                    Foreign{"IdThatIsNoKey", logsWithId("INTEGER"), "column id"},
+                    Foreign{"IdInAKey", logsWithId("INTEGER", ", PRIMARY KEY (id, host)"), "column id"},
+                    Foreign{"IdInLowerCase", logsWithId("integer primary key"), ""},
                     Foreign{"Escapes", "CREATE TABLE \"a\x1b[2J\" (a)", "table a\\x1b[2J"},
                     Foreign{"Several", "CREATE TABLE a (b); CREATE TABLE c (d)", "table a, table c"}),
     [](const auto& row) { return row.param.name; });
