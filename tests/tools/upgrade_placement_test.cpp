@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <climits>
 #include <filesystem>
 
 #include "tests/tools/upgrade_world.h"
@@ -77,6 +78,13 @@ TEST_F(UpgradePlacement, LeavesAnotherFileOfThatNameAlone) {
     EXPECT_EQ(readText(path), "old");
     EXPECT_EQ(readText(kept), "somebody's");
     EXPECT_EQ(readText(newPath), "new");
+}
+
+TEST_F(UpgradePlacement, SaysBeforeItBeginsThatTheKeptNameIsTooLong) {
+    const std::string longName = folder / (std::string(NAME_MAX - 2, 'x'));
+    writeText(longName, "old");
+    EXPECT_THAT(checkReplaceable(longName, false), HasSubstr("File name too long"));
+    EXPECT_THAT(checkReplaceable(longName, true), IsEmpty());
 }
 
 TEST_F(UpgradePlacement, ReplacesNoLink) {
