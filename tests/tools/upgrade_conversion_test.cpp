@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <utility>
 
 #include "tests/receiver/in_zone.h"
@@ -108,6 +109,19 @@ TEST_F(UpgradeConversion, KeepsTheTextsThatTheLayoutCannotShow) {
     expectEqual();
 }
 
+TEST_F(UpgradeConversion, TakesTimesInTheOrderOfTheRows) {
+    const InZone inZone("Europe/Berlin");
+    runSql(oldPath, std::string(kOldSchema) +
+                        "INSERT INTO logs(id, ldate, ltime) VALUES (1, '', ''),"
+                        " (2, '2024-10-27', '01:59:00'), (3, '2024-10-27', '02:30:00'), (4, '?', '?'),"
+                        " (5, '2024-10-27', '03:30:00'), (6, '2024-10-27', '02:30:00')");
+    expectDone(convert(2));
+    EXPECT_THAT(query(newPath, "SELECT id, utcsec, utcoff FROM logs"),
+                ElementsAre("1|1729987140|7200", "2|1729987140|7200", "3|1729989000|7200", "4|1729989000|7200",
+                            "5|1729996200|3600", "6|1729992600|3600"));
+    expectEqual();
+}
+
 TEST_F(UpgradeConversion, GivesRowsWithoutAnyTimeThatOfTheFile) {
     runSql(oldPath, std::string(kOldSchema) + "INSERT INTO logs VALUES (1, 'a', 'user', '6', '?', '?', 'p', 'm')");
     const timespec times[2] = {{1'700'000'000, 0}, {1'700'000'000, 0}};
@@ -183,6 +197,8 @@ TEST_F(UpgradeConversion, ForgetsWhatItComparedBeforeARowChanged) {
     };
     EXPECT_EQ(convert().outcome.end, UpgradeEnd::kStopped);
     watch.forget();
+    std::filesystem::last_write_time(newPath,
+                                     std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
     expectDone(convert());
     expectEqual();
 }
@@ -191,7 +207,8 @@ TEST_F(UpgradeConversion, ComparesAllAgainWhenAnotherFileWasPutInThePlaceOfTheOl
     makeOld();
     stopAndGoOn(UpgradeStage::kVerifying, 200);
     runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
-    std::filesystem::last_write_time(oldPath, std::filesystem::file_time_type{} - std::chrono::hours(24));
+    std::filesystem::last_write_time(oldPath,
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(24));
     expectDone(convert());
     EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
     expectEqual();
@@ -345,6 +362,31 @@ TEST_F(UpgradeConversion, SaysWhereADamagedDatabaseEnds) {
     EXPECT_THAT(conversion.outcome.error, StartsWith("cannot "));
     EXPECT_THAT(conversion.outcome.error, HasSubstr(oldPath));
     EXPECT_EQ(std::filesystem::file_size(oldPath), size);
+}
+
+TEST_F(UpgradeConversion, KeepsWhatItMadeWhenTheOldFileCannotBeReadAgain) {
+    makeOld(20000);
+    watch.atStep = [this](const Step& step) {
+        if (step.stage != UpgradeStage::kVerifying || step.done != 0) return;
+        std::fstream file(oldPath, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(static_cast<std::streamoff>(std::filesystem::file_size(oldPath) / 2));
+        file << std::string(400'000, '\xff');
+    };
+    const Conversion conversion = convert(1000);
+    EXPECT_EQ(conversion.outcome.end, UpgradeEnd::kFailed);
+    EXPECT_THAT(conversion.outcome.error, StartsWith("cannot read " + oldPath));
+    EXPECT_THAT(query(newPath, "SELECT row_count FROM loginfo"), ElementsAre("20000"));
+}
+
+TEST_F(UpgradeConversion, EndsATransactionOfLongMessagesEarly) {
+    constexpr const char* kLong = "printf('%.*c', 4194304, 'x')";  // four of them are 16 MiB
+    runSql(oldPath, std::string(kOldSchema) +
+                        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 6)"
+                        " INSERT INTO logs(id, ldate, ltime, msg) SELECT i, '2024-03-03', '00:00:00', " +
+                        kLong + " FROM n");
+    expectDone(convert());
+    EXPECT_THAT(watch.steps, testing::Contains(Step{UpgradeStage::kConverting, 4, 6}));
+    EXPECT_THAT(query(newPath, std::string("SELECT COUNT(*) FROM logs WHERE msg = ") + kLong), ElementsAre("6"));
 }
 
 TEST_F(UpgradeConversion, NamesALayoutThatIsMissing) {
