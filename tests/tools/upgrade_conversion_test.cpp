@@ -45,6 +45,8 @@ protected:
                   query(newPath,
                         "SELECT COUNT(*), MIN(utcsec), MAX(utcsec), MIN(date(utcsec + utcoff, 'unixepoch')),"
                         " MAX(date(utcsec + utcoff, 'unixepoch')) FROM logs"));
+        EXPECT_THAT(query(newPath, "SELECT name FROM senders WHERE id IN (SELECT sender FROM logs)"),
+                    ElementsAre(""));
         EXPECT_THAT(query(newPath, "PRAGMA integrity_check"), ElementsAre("ok"));
         EXPECT_THAT(query(newPath, "PRAGMA user_version"), ElementsAre("0"));
         EXPECT_FALSE(std::filesystem::exists(newPath + "-journal"));
@@ -90,7 +92,10 @@ TEST_F(UpgradeConversion, NamesWhatARowHolds) {
                 ElementsAre("7|1720002896|1720002896||7200|alpha||auth|3|sshd||||hello"));
     EXPECT_THAT(query(newPath, "SELECT * FROM loginfo"),
                 ElementsAre("2|1|1720002896|1720002896|2024-07-03|2024-07-03"));
-    EXPECT_THAT(query(newPath, "SELECT name FROM sqlite_schema WHERE name LIKE 'original%'"), IsEmpty());
+    EXPECT_THAT(query(newPath,
+                      "SELECT name FROM sqlite_schema WHERE name LIKE 'original%' OR type = 'index' AND"
+                      " tbl_name = 'logs'"),
+                IsEmpty());
 }
 
 TEST_F(UpgradeConversion, KeepsTheTextsThatTheLayoutCannotShow) {
@@ -120,6 +125,14 @@ TEST_F(UpgradeConversion, TakesTimesInTheOrderOfTheRows) {
                 ElementsAre("1|1729987140|7200", "2|1729987140|7200", "3|1729989000|7200", "4|1729989000|7200",
                             "5|1729996200|3600", "6|1729992600|3600"));
     expectEqual();
+}
+
+TEST_F(UpgradeConversion, RecordsTheDaysOfTheClockOnTheWall) {
+    const InZone inZone("Europe/Berlin");
+    runSql(oldPath,
+           std::string(kOldSchema) + "INSERT INTO logs(id, ldate, ltime) VALUES (1, '2024-07-04', '00:30:00')");
+    expectDone(convert());
+    EXPECT_THAT(query(newPath, "SELECT first_day, last_day FROM loginfo"), ElementsAre("2024-07-04|2024-07-04"));
 }
 
 TEST_F(UpgradeConversion, GivesRowsWithoutAnyTimeThatOfTheFile) {
@@ -284,6 +297,17 @@ TEST_F(UpgradeConversion, NoticesAChangeOfARowThatWasCompared) {
     expectEqual();
 }
 
+TEST_F(UpgradeConversion, NoticesAChangeOnceAllIsCompared) {
+    makeOld();
+    watch.atStep = [this](const Step& step) {
+        if (step != Step{UpgradeStage::kVerifying, 350, 350}) return;
+        watch.atStep = nullptr;
+        runSql(oldPath, "UPDATE logs SET msg = 'other' WHERE id = 1");
+    };
+    expectDone(convert());
+    expectEqual();
+}
+
 TEST_F(UpgradeConversion, GivesUpOnADatabaseThatIsWrittenToAllTheTime) {
     makeOld();
     int next = 351;
@@ -301,6 +325,7 @@ TEST_F(UpgradeConversion, GivesUpOnADatabaseThatIsWrittenToAllTheTime) {
 TEST_F(UpgradeConversion, KeepsTheIndexOfHosts) {
     makeOld();
     runSql(oldPath, "CREATE INDEX logs_host_idx ON logs (host)");
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
     expectDone(convert());
     EXPECT_THAT(query(newPath, "SELECT tbl_name FROM sqlite_schema WHERE name = 'logs_host_idx'"),
                 ElementsAre("logs"));

@@ -5,9 +5,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <filesystem>
+#include <thread>
 
+#include "linux/common/turnstile.h"
 #include "tests/tools/upgrade_world.h"
 #include "tools/ombrel-upgrade/placement.h"
 #include "tools/ombrel-upgrade/upgrade_database.h"
@@ -92,6 +96,14 @@ TEST_F(UpgradePlacement, ReplacesNoLink) {
     fs::create_symlink(folder / "b.DB", path);
     EXPECT_THAT(placeFile(path, newPath, false), HasSubstr("no regular file"));
     EXPECT_TRUE(fs::is_symlink(path));
+}
+
+TEST_F(UpgradePlacement, PutsNoLinkThere) {
+    fs::rename(newPath, folder / "other");
+    fs::create_symlink(folder / "other", newPath);
+    EXPECT_THAT(placeFile(path, newPath, false), StartsWith("cannot finish " + newPath));
+    EXPECT_EQ(readText(path), "old");
+    EXPECT_FALSE(fs::exists(kept));
 }
 
 TEST_F(UpgradePlacement, NeedsBothFiles) {
@@ -217,6 +229,57 @@ TEST_F(UpgradeDatabase, TakesADatabaseOutOfWalModeBeforeItIsReplaced) {
     EXPECT_FALSE(fs::exists(path + "-wal"));
     EXPECT_EQ(exported(path), before);
     EXPECT_EQ(exported(path + ".v1"), before);
+}
+
+TEST_F(UpgradeDatabase, IsNotReplacedWhileSomebodyReadsOrWritesIt) {
+    const std::string newPath = folder / "new";
+    writeText(newPath, "new");
+    OldDatabase old;
+    ASSERT_EQ(old.open(path), "");
+    old.connection().setBusyTimeout(10);
+    const auto version = old.version();
+    ASSERT_TRUE(version);
+    for (const char* const doing : {"BEGIN; SELECT * FROM logs", "BEGIN IMMEDIATE"}) {
+        Connection other;
+        ASSERT_EQ(other.open(path, OpenMode::kReadWrite), 0);
+        ASSERT_EQ(other.execute(doing), 0);
+        std::string error;
+        EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kFailed) << doing;
+        EXPECT_THAT(error, HasSubstr("another program has it")) << doing;
+        other.close();
+        expectUntouched();
+    }
+    EXPECT_EQ(readText(newPath), "new");
+}
+
+TEST_F(UpgradeDatabase, ReplacesNoOtherFileThatHasTheNameByNow) {
+    const std::string newPath = folder / "new";
+    writeText(newPath, "new");
+    OldDatabase old;
+    ASSERT_EQ(old.open(path), "");
+    const auto version = old.version();
+    ASSERT_TRUE(version);
+    fs::rename(path, folder / "moved.DB");
+    writeText(path, "another");
+    std::string error;
+    EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kFailed);
+    EXPECT_THAT(error, StartsWith(path + " was moved meanwhile"));
+    EXPECT_EQ(readText(path), "another");
+}
+
+TEST_F(UpgradeDatabase, IsPlacedWhenWhoeverMovesDatabasesHasDone) {
+    Turnstile mover;
+    ASSERT_TRUE(mover.open(path));
+    ASSERT_EQ(mover.hold(std::chrono::seconds(1)), TurnstileResult::kEntered);
+    std::atomic<bool> isMoving = true;
+    std::thread end([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));  // less than anybody's patience
+        isMoving = false;
+        mover.leave();
+    });
+    EXPECT_EQ(upgrade().end, UpgradeEnd::kDone);
+    EXPECT_FALSE(isMoving);
+    end.join();
 }
 
 TEST_F(UpgradeDatabase, StopsAndGoesOn) {
