@@ -16,9 +16,11 @@
 namespace ombrel {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 using Step = TestWatch::Step;
 
@@ -185,6 +187,25 @@ TEST_F(UpgradeConversion, GoesOnComparingBehindTheLastComparison) {
     stopAndGoOn(UpgradeStage::kVerifying, 200);
     expectDone(convert());
     EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 200);
+    EXPECT_THAT(watch.steps, Not(Contains(Step{UpgradeStage::kConverting, 0, 350})));  // not begun again
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, BeginsAgainWhenTheOldFileHasLostRows) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kConverting, 350);
+    runSql(oldPath, "DELETE FROM logs WHERE id > 270");
+    const Conversion conversion = convert();
+    expectDone(conversion);
+    EXPECT_EQ(conversion.outcome.rows, 270);
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, BeginsAgainWhenItsOwnFileHasLostARow) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kConverting, 350);
+    runSql(newPath, "DELETE FROM logs WHERE id = 350");
+    expectDone(convert());
     expectEqual();
 }
 
@@ -410,7 +431,7 @@ TEST_F(UpgradeConversion, EndsATransactionOfLongMessagesEarly) {
                         " INSERT INTO logs(id, ldate, ltime, msg) SELECT i, '2024-03-03', '00:00:00', " +
                         kLong + " FROM n");
     expectDone(convert());
-    EXPECT_THAT(watch.steps, testing::Contains(Step{UpgradeStage::kConverting, 4, 6}));
+    EXPECT_THAT(watch.steps, Contains(Step{UpgradeStage::kConverting, 4, 6}));
     EXPECT_THAT(query(newPath, std::string("SELECT COUNT(*) FROM logs WHERE msg = ") + kLong), ElementsAre("6"));
 }
 

@@ -10,6 +10,7 @@
 #include <climits>
 #include <filesystem>
 #include <thread>
+#include <utility>
 
 #include "linux/common/turnstile.h"
 #include "tests/tools/upgrade_world.h"
@@ -335,14 +336,27 @@ TEST(UpgradeWorkFolder, IsForOneProgramAtATime) {
 
 TEST(UpgradeWorkFolder, IsRefusedWhereOthersCanWrite) {
     TempFolder folder;
-    ASSERT_EQ(::mkdir((folder / "open").c_str(), 0700), 0);
-    ASSERT_EQ(::chmod((folder / "open").c_str(), 0777), 0);
-    fs::create_directory_symlink(folder / "open", folder / "link");
+    for (const auto& [name, mode] : {std::pair{"open", 0777}, {"group", 0770}, {"good", 0700}, {"other", 0700}}) {
+        ASSERT_EQ(::mkdir((folder / name).c_str(), 0700), 0);
+        ASSERT_EQ(::chmod((folder / name).c_str(), static_cast<mode_t>(mode)), 0);
+    }
+    const bool hasOther = ::chown((folder / "other").c_str(), 65534, 65534) == 0;  // root's right
+    fs::create_directory_symlink(folder / "good", folder / "link");
     writeText(folder / "file", "");
-    for (const char* const name : {"open", "link", "file", "none/work"}) {
+    for (const std::string name : {"open", "group", "other", "link", "file", "none/work"}) {
+        if (name == "other" && !hasOther) continue;
         WorkFolder work;
         EXPECT_THAT(work.open(folder / name), HasSubstr(folder / name)) << name;
     }
+    WorkFolder work;
+    EXPECT_EQ(work.open(folder / "good"), "");
+}
+
+TEST(UpgradeWorkFolder, StaysWhenItWasOnlyAskedFor) {
+    TempFolder folder;
+    ASSERT_EQ(::mkdir((folder / "work").c_str(), 0700), 0);
+    { const WorkFolder asked(folder / "work"); }
+    EXPECT_TRUE(fs::exists(folder / "work"));
 }
 
 TEST(UpgradeWorkFolder, KnowsAFileByMoreThanItsName) {
