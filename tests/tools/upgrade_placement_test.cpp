@@ -268,6 +268,21 @@ TEST_F(UpgradeDatabase, ReplacesNoOtherFileThatHasTheNameByNow) {
     EXPECT_EQ(readText(path), "another");
 }
 
+TEST_F(UpgradeDatabase, IsNotReplacedOnceSomebodyHasWrittenToIt) {
+    const std::string newPath = folder / "new";
+    writeText(newPath, "new");
+    OldDatabase old;
+    ASSERT_EQ(old.open(path), "");
+    const auto version = old.version();
+    ASSERT_TRUE(version);
+    runSql(path, oldRowsSql(1, 351));
+    std::string error;
+    EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kChanged);
+    EXPECT_THAT(error, HasSubstr("is being written to"));
+    EXPECT_EQ(SyslogDBVersionGet(path), 1);
+}
+
+// A row that comes in meanwhile is converted, too.
 TEST_F(UpgradeDatabase, IsPlacedWhenWhoeverMovesDatabasesHasDone) {
     Turnstile mover;
     ASSERT_TRUE(mover.open(path));
@@ -275,12 +290,15 @@ TEST_F(UpgradeDatabase, IsPlacedWhenWhoeverMovesDatabasesHasDone) {
     std::atomic<bool> isMoving = true;
     std::thread end([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));  // less than anybody's patience
+        runSql(path, oldRowsSql(1, 351));
         isMoving = false;
         mover.leave();
     });
-    EXPECT_EQ(upgrade().end, UpgradeEnd::kDone);
+    const UpgradeOutcome outcome = upgrade();
     EXPECT_FALSE(isMoving);
     end.join();
+    EXPECT_EQ(outcome.end, UpgradeEnd::kDone) << outcome.error;
+    EXPECT_EQ(outcome.rows, 351);
 }
 
 TEST_F(UpgradeDatabase, StopsAndGoesOn) {
