@@ -248,6 +248,49 @@ TEST_F(UpgradeConversion, ComparesAllAgainWhenAnotherFileWasPutInThePlaceOfTheOl
     expectEqual();
 }
 
+// The row that came makes the new file the younger one.
+TEST_F(UpgradeConversion, ComparesAllAgainWhenARowChangedAndAnotherCame) {
+    const auto makeYounger = [this](const Step& step) {
+        if (step != Step{UpgradeStage::kConverting, 351, 351}) return;
+        std::filesystem::last_write_time(newPath,
+                                         std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+    };
+    makeOld();
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50; " + oldRowsSql(1, 351));
+    watch.atStep = makeYounger;
+    expectDone(convert());
+    EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, ForgetsWhatItComparedWhenARowChangedAndAnotherCame) {
+    makeOld();
+    watch.atStep = [this](const Step& step) {
+        if (step == Step{UpgradeStage::kVerifying, 300, 350}) {
+            runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50; " + oldRowsSql(1, 351));
+        }
+        if (step == Step{UpgradeStage::kConverting, 351, 351}) {
+            std::filesystem::last_write_time(
+                newPath, std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+        }
+    };
+    expectDone(convert());
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, NoticesAChangeOfAComparedRowWhileRowsAreCopied) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    watch.atStep = [this](const Step& step) {
+        if (step != Step{UpgradeStage::kConverting, 350, 350}) return;
+        watch.atStep = nullptr;
+        runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+    };
+    expectDone(convert());
+    expectEqual();
+}
+
 TEST_F(UpgradeConversion, ComparesAllAgainWhenRowsAreInAWriteAheadLog) {
     makeOld();
     runSql(oldPath, "PRAGMA journal_mode=WAL");

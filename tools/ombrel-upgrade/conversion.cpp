@@ -207,7 +207,7 @@ Step Converter::compareRows(long long version) {
     long long verified = 0;
     if (const int code = new_.readVerified(verified)) return cannotWrite(code);
     Verification verification(old_, newPath_);
-    Comparison found = verification.begin(comparedBefore() && verified <= at_.rows ? verified : 0);
+    Comparison found = verification.begin(verified <= at_.rows ? verified : 0);
     while (found == Comparison::kEqual && verification.compared() < at_.rows) {
         watch_.progress(UpgradeStage::kVerifying, verification.compared(), total_);
         if (watch_.stopWanted()) return Step::kStopped;
@@ -248,13 +248,18 @@ Step Converter::round() {
     if (total_ < 0) {
         return failed("cannot count the rows of " + oldPath + ", or there are more than 2,147,483,647 of them");
     }
+    // Asked before anything is written to the new file, which would make it the younger of the two.
+    const auto before = old_.version();
+    const bool holds = comparedBefore();
     if (const Step step = openNew(); step != Step::kDone) return step;
+    if (const int code = holds ? SQLITE_OK : new_.writeVerified(0)) return cannotWrite(code);
     if (const Step step = copyRows(); step != Step::kDone) return step;
     if (old_.hasHostIndex()) {
         if (const int code = new_.addHostIndex()) return cannotWrite(code);
     }
     const auto version = old_.version();
     if (!version) return cannotRead(SQLITE_IOERR);
+    if (const int code = version == before ? SQLITE_OK : new_.writeVerified(0)) return cannotWrite(code);
     if (const Step step = compareRows(*version); step != Step::kDone) return step;
     if (old_.version() != version || !SyslogUpdaterUpdCompete(oldPath, newPath)) return changedMeanwhile();
     result_.oldVersion = *version;
