@@ -4,7 +4,10 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <utility>
 
 #include "tests/receiver/in_zone.h"
 #include "tests/support/old_database.h"
@@ -13,9 +16,11 @@
 namespace ombrel {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::Not;
 using testing::StartsWith;
 using Step = TestWatch::Step;
 
@@ -42,6 +47,8 @@ protected:
                   query(newPath,
                         "SELECT COUNT(*), MIN(utcsec), MAX(utcsec), MIN(date(utcsec + utcoff, 'unixepoch')),"
                         " MAX(date(utcsec + utcoff, 'unixepoch')) FROM logs"));
+        EXPECT_THAT(query(newPath, "SELECT name FROM senders WHERE id IN (SELECT sender FROM logs)"),
+                    ElementsAre(""));
         EXPECT_THAT(query(newPath, "PRAGMA integrity_check"), ElementsAre("ok"));
         EXPECT_THAT(query(newPath, "PRAGMA user_version"), ElementsAre("0"));
         EXPECT_FALSE(std::filesystem::exists(newPath + "-journal"));
@@ -87,7 +94,10 @@ TEST_F(UpgradeConversion, NamesWhatARowHolds) {
                 ElementsAre("7|1720002896|1720002896||7200|alpha||auth|3|sshd||||hello"));
     EXPECT_THAT(query(newPath, "SELECT * FROM loginfo"),
                 ElementsAre("2|1|1720002896|1720002896|2024-07-03|2024-07-03"));
-    EXPECT_THAT(query(newPath, "SELECT name FROM sqlite_schema WHERE name LIKE 'original%'"), IsEmpty());
+    EXPECT_THAT(query(newPath,
+                      "SELECT name FROM sqlite_schema WHERE name LIKE 'original%' OR type = 'index' AND"
+                      " tbl_name = 'logs'"),
+                IsEmpty());
 }
 
 TEST_F(UpgradeConversion, KeepsTheTextsThatTheLayoutCannotShow) {
@@ -104,6 +114,27 @@ TEST_F(UpgradeConversion, KeepsTheTextsThatTheLayoutCannotShow) {
     EXPECT_THAT(query(newPath, "SELECT log_id, quote(ldate), quote(ltime), quote(prio) FROM original_texts"),
                 ElementsAre("1|''|''|NULL", "3|NULL|NULL|'loud'", "4|'2024-3-4'|'1:00'|''"));
     expectEqual();
+}
+
+TEST_F(UpgradeConversion, TakesTimesInTheOrderOfTheRows) {
+    const InZone inZone("Europe/Berlin");
+    runSql(oldPath, std::string(kOldSchema) +
+                        "INSERT INTO logs(id, ldate, ltime) VALUES (1, '', ''),"
+                        " (2, '2024-10-27', '01:59:00'), (3, '2024-10-27', '02:30:00'), (4, '?', '?'),"
+                        " (5, '2024-10-27', '03:30:00'), (6, '2024-10-27', '02:30:00')");
+    expectDone(convert(2));
+    EXPECT_THAT(query(newPath, "SELECT id, utcsec, utcoff FROM logs"),
+                ElementsAre("1|1729987140|7200", "2|1729987140|7200", "3|1729989000|7200", "4|1729989000|7200",
+                            "5|1729996200|3600", "6|1729992600|3600"));
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, RecordsTheDaysOfTheClockOnTheWall) {
+    const InZone inZone("Europe/Berlin");
+    runSql(oldPath,
+           std::string(kOldSchema) + "INSERT INTO logs(id, ldate, ltime) VALUES (1, '2024-07-04', '00:30:00')");
+    expectDone(convert());
+    EXPECT_THAT(query(newPath, "SELECT first_day, last_day FROM loginfo"), ElementsAre("2024-07-04|2024-07-04"));
 }
 
 TEST_F(UpgradeConversion, GivesRowsWithoutAnyTimeThatOfTheFile) {
@@ -156,6 +187,25 @@ TEST_F(UpgradeConversion, GoesOnComparingBehindTheLastComparison) {
     stopAndGoOn(UpgradeStage::kVerifying, 200);
     expectDone(convert());
     EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 200);
+    EXPECT_THAT(watch.steps, Not(Contains(Step{UpgradeStage::kConverting, 0, 350})));  // not begun again
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, BeginsAgainWhenTheOldFileHasLostRows) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kConverting, 350);
+    runSql(oldPath, "DELETE FROM logs WHERE id > 270");
+    const Conversion conversion = convert();
+    expectDone(conversion);
+    EXPECT_EQ(conversion.outcome.rows, 270);
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, BeginsAgainWhenItsOwnFileHasLostARow) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kConverting, 350);
+    runSql(newPath, "DELETE FROM logs WHERE id = 350");
+    expectDone(convert());
     expectEqual();
 }
 
@@ -163,6 +213,92 @@ TEST_F(UpgradeConversion, ComparesAllAgainWhenTheOldFileWasTouchedMeanwhile) {
     makeOld();
     stopAndGoOn(UpgradeStage::kVerifying, 200);
     runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+    expectDone(convert());
+    EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
+    expectEqual();
+}
+
+// The run that noticed is over, and the new file is the younger one.
+TEST_F(UpgradeConversion, ForgetsWhatItComparedBeforeARowChanged) {
+    makeOld();
+    bool isChanged = false;
+    watch.atStep = [&](const Step& step) {
+        if (step.stage != UpgradeStage::kVerifying) return;
+        if (step.done == 200 && !std::exchange(isChanged, true)) {
+            runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+        }
+        watch.stop = step.done == 300;
+    };
+    EXPECT_EQ(convert().outcome.end, UpgradeEnd::kStopped);
+    watch.forget();
+    std::filesystem::last_write_time(newPath,
+                                     std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+    expectDone(convert());
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, ComparesAllAgainWhenAnotherFileWasPutInThePlaceOfTheOldOne) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+    std::filesystem::last_write_time(oldPath,
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(24));
+    expectDone(convert());
+    EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
+    expectEqual();
+}
+
+// The row that came makes the new file the younger one.
+TEST_F(UpgradeConversion, ComparesAllAgainWhenARowChangedAndAnotherCame) {
+    const auto makeYounger = [this](const Step& step) {
+        if (step != Step{UpgradeStage::kConverting, 351, 351}) return;
+        std::filesystem::last_write_time(newPath,
+                                         std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+    };
+    makeOld();
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50; " + oldRowsSql(1, 351));
+    watch.atStep = makeYounger;
+    expectDone(convert());
+    EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, ForgetsWhatItComparedWhenARowChangedAndAnotherCame) {
+    makeOld();
+    watch.atStep = [this](const Step& step) {
+        if (step == Step{UpgradeStage::kVerifying, 300, 350}) {
+            runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50; " + oldRowsSql(1, 351));
+        }
+        if (step == Step{UpgradeStage::kConverting, 351, 351}) {
+            std::filesystem::last_write_time(
+                newPath, std::filesystem::file_time_type::clock::now() + std::chrono::hours(1));
+        }
+    };
+    expectDone(convert());
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, NoticesAChangeOfAComparedRowWhileRowsAreCopied) {
+    makeOld();
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    watch.atStep = [this](const Step& step) {
+        if (step != Step{UpgradeStage::kConverting, 350, 350}) return;
+        watch.atStep = nullptr;
+        runSql(oldPath, "UPDATE logs SET msg = 'changed' WHERE id = 50");
+    };
+    expectDone(convert());
+    expectEqual();
+}
+
+TEST_F(UpgradeConversion, ComparesAllAgainWhenRowsAreInAWriteAheadLog) {
+    makeOld();
+    runSql(oldPath, "PRAGMA journal_mode=WAL");
+    Connection other;
+    ASSERT_EQ(other.open(oldPath, OpenMode::kReadWrite), 0);
+    ASSERT_EQ(other.execute("SELECT * FROM logs LIMIT 1"), 0);
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
+    ASSERT_EQ(other.execute("UPDATE logs SET msg = 'changed' WHERE id = 50"), 0);
     expectDone(convert());
     EXPECT_EQ(watch.beganAt(UpgradeStage::kVerifying), 0);
     expectEqual();
@@ -225,6 +361,17 @@ TEST_F(UpgradeConversion, NoticesAChangeOfARowThatWasCompared) {
     expectEqual();
 }
 
+TEST_F(UpgradeConversion, NoticesAChangeOnceAllIsCompared) {
+    makeOld();
+    watch.atStep = [this](const Step& step) {
+        if (step != Step{UpgradeStage::kVerifying, 350, 350}) return;
+        watch.atStep = nullptr;
+        runSql(oldPath, "UPDATE logs SET msg = 'other' WHERE id = 1");
+    };
+    expectDone(convert());
+    expectEqual();
+}
+
 TEST_F(UpgradeConversion, GivesUpOnADatabaseThatIsWrittenToAllTheTime) {
     makeOld();
     int next = 351;
@@ -242,6 +389,7 @@ TEST_F(UpgradeConversion, GivesUpOnADatabaseThatIsWrittenToAllTheTime) {
 TEST_F(UpgradeConversion, KeepsTheIndexOfHosts) {
     makeOld();
     runSql(oldPath, "CREATE INDEX logs_host_idx ON logs (host)");
+    stopAndGoOn(UpgradeStage::kVerifying, 200);
     expectDone(convert());
     EXPECT_THAT(query(newPath, "SELECT tbl_name FROM sqlite_schema WHERE name = 'logs_host_idx'"),
                 ElementsAre("logs"));
@@ -305,6 +453,31 @@ TEST_F(UpgradeConversion, SaysWhereADamagedDatabaseEnds) {
     EXPECT_EQ(std::filesystem::file_size(oldPath), size);
 }
 
+TEST_F(UpgradeConversion, KeepsWhatItMadeWhenTheOldFileCannotBeReadAgain) {
+    makeOld(20000);
+    watch.atStep = [this](const Step& step) {
+        if (step.stage != UpgradeStage::kVerifying || step.done != 0) return;
+        std::fstream file(oldPath, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(static_cast<std::streamoff>(std::filesystem::file_size(oldPath) / 2));
+        file << std::string(400'000, '\xff');
+    };
+    const Conversion conversion = convert(1000);
+    EXPECT_EQ(conversion.outcome.end, UpgradeEnd::kFailed);
+    EXPECT_THAT(conversion.outcome.error, StartsWith("cannot read " + oldPath));
+    EXPECT_THAT(query(newPath, "SELECT row_count FROM loginfo"), ElementsAre("20000"));
+}
+
+TEST_F(UpgradeConversion, EndsATransactionOfLongMessagesEarly) {
+    constexpr const char* kLong = "printf('%.*c', 4194304, 'x')";  // four of them are 16 MiB
+    runSql(oldPath, std::string(kOldSchema) +
+                        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 6)"
+                        " INSERT INTO logs(id, ldate, ltime, msg) SELECT i, '2024-03-03', '00:00:00', " +
+                        kLong + " FROM n");
+    expectDone(convert());
+    EXPECT_THAT(watch.steps, Contains(Step{UpgradeStage::kConverting, 4, 6}));
+    EXPECT_THAT(query(newPath, std::string("SELECT COUNT(*) FROM logs WHERE msg = ") + kLong), ElementsAre("6"));
+}
+
 TEST_F(UpgradeConversion, NamesALayoutThatIsMissing) {
     makeOld();
     OldDatabase old;
@@ -337,6 +510,11 @@ TEST_P(UpgradeForeignContents, AreNamed) {
     EXPECT_EQ(old.foreignContents(), GetParam().named);
 }
 
+std::string logsWithId(const std::string& type, const std::string& key = {}) {
+    return "DROP TABLE logs; CREATE TABLE logs (id " + type +
+           ", host, facility, prio, ldate, ltime, program, msg" + key + ")";
+}
+
 INSTANTIATE_TEST_SUITE_P(
     Things, UpgradeForeignContents,
     testing::Values(Foreign{"None", "SELECT 1", ""}, Foreign{"Index", "CREATE INDEX i ON logs (host)", ""},
@@ -346,6 +524,11 @@ INSTANTIATE_TEST_SUITE_P(
                     Foreign{"View", "CREATE VIEW v AS SELECT * FROM logs", "view v"},
                     Foreign{"Trigger", "CREATE TRIGGER t AFTER INSERT ON logs BEGIN SELECT 1; END", "trigger t"},
                     Foreign{"Column", "ALTER TABLE logs ADD COLUMN tag", "column tag"},
+                    Foreign{"Generated", "ALTER TABLE logs ADD COLUMN tag AS (upper(host))", "column tag"},
+                    Foreign{"IdOfItsOwn", logsWithId("INT PRIMARY KEY"), "column id"},
+                    Foreign{"IdThatIsNoKey", logsWithId("INTEGER"), "column id"},
+                    Foreign{"IdInAKey", logsWithId("INTEGER", ", PRIMARY KEY (id, host)"), "column id"},
+                    Foreign{"IdInLowerCase", logsWithId("integer primary key"), ""},
                     Foreign{"Escapes", "CREATE TABLE \"a\x1b[2J\" (a)", "table a\\x1b[2J"},
                     Foreign{"Several", "CREATE TABLE a (b); CREATE TABLE c (d)", "table a, table c"}),
     [](const auto& row) { return row.param.name; });

@@ -5,8 +5,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
+#include <climits>
 #include <filesystem>
+#include <thread>
+#include <utility>
 
+#include "linux/common/turnstile.h"
 #include "tests/tools/upgrade_world.h"
 #include "tools/ombrel-upgrade/placement.h"
 #include "tools/ombrel-upgrade/upgrade_database.h"
@@ -79,11 +85,26 @@ TEST_F(UpgradePlacement, LeavesAnotherFileOfThatNameAlone) {
     EXPECT_EQ(readText(newPath), "new");
 }
 
+TEST_F(UpgradePlacement, SaysBeforeItBeginsThatTheKeptNameIsTooLong) {
+    const std::string longName = folder / (std::string(NAME_MAX - 2, 'x'));
+    writeText(longName, "old");
+    EXPECT_THAT(checkReplaceable(longName, false), HasSubstr("File name too long"));
+    EXPECT_THAT(checkReplaceable(longName, true), IsEmpty());
+}
+
 TEST_F(UpgradePlacement, ReplacesNoLink) {
     fs::rename(path, folder / "b.DB");
     fs::create_symlink(folder / "b.DB", path);
     EXPECT_THAT(placeFile(path, newPath, false), HasSubstr("no regular file"));
     EXPECT_TRUE(fs::is_symlink(path));
+}
+
+TEST_F(UpgradePlacement, PutsNoLinkThere) {
+    fs::rename(newPath, folder / "other");
+    fs::create_symlink(folder / "other", newPath);
+    EXPECT_THAT(placeFile(path, newPath, false), StartsWith("cannot finish " + newPath));
+    EXPECT_EQ(readText(path), "old");
+    EXPECT_FALSE(fs::exists(kept));
 }
 
 TEST_F(UpgradePlacement, NeedsBothFiles) {
@@ -211,6 +232,75 @@ TEST_F(UpgradeDatabase, TakesADatabaseOutOfWalModeBeforeItIsReplaced) {
     EXPECT_EQ(exported(path + ".v1"), before);
 }
 
+TEST_F(UpgradeDatabase, IsNotReplacedWhileSomebodyReadsOrWritesIt) {
+    const std::string newPath = folder / "new";
+    writeText(newPath, "new");
+    OldDatabase old;
+    ASSERT_EQ(old.open(path), "");
+    old.connection().setBusyTimeout(10);
+    const auto version = old.version();
+    ASSERT_TRUE(version);
+    for (const char* const doing : {"BEGIN; SELECT * FROM logs", "BEGIN IMMEDIATE"}) {
+        Connection other;
+        ASSERT_EQ(other.open(path, OpenMode::kReadWrite), 0);
+        ASSERT_EQ(other.execute(doing), 0);
+        std::string error;
+        EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kFailed) << doing;
+        EXPECT_THAT(error, HasSubstr("another program has it")) << doing;
+        other.close();
+        expectUntouched();
+    }
+    EXPECT_EQ(readText(newPath), "new");
+}
+
+TEST_F(UpgradeDatabase, ReplacesNoOtherFileThatHasTheNameByNow) {
+    const std::string newPath = folder / "new";
+    writeText(newPath, "new");
+    OldDatabase old;
+    ASSERT_EQ(old.open(path), "");
+    const auto version = old.version();
+    ASSERT_TRUE(version);
+    fs::rename(path, folder / "moved.DB");
+    writeText(path, "another");
+    std::string error;
+    EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kFailed);
+    EXPECT_THAT(error, StartsWith(path + " was moved meanwhile"));
+    EXPECT_EQ(readText(path), "another");
+}
+
+TEST_F(UpgradeDatabase, IsNotReplacedOnceSomebodyHasWrittenToIt) {
+    const std::string newPath = folder / "new";
+    writeText(newPath, "new");
+    OldDatabase old;
+    ASSERT_EQ(old.open(path), "");
+    const auto version = old.version();
+    ASSERT_TRUE(version);
+    runSql(path, oldRowsSql(1, 351));
+    std::string error;
+    EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kChanged);
+    EXPECT_THAT(error, HasSubstr("is being written to"));
+    EXPECT_EQ(SyslogDBVersionGet(path), 1);
+}
+
+// A row that comes in meanwhile is converted, too.
+TEST_F(UpgradeDatabase, IsPlacedWhenWhoeverMovesDatabasesHasDone) {
+    Turnstile mover;
+    ASSERT_TRUE(mover.open(path));
+    ASSERT_EQ(mover.hold(std::chrono::seconds(1)), TurnstileResult::kEntered);
+    std::atomic<bool> isMoving = true;
+    std::thread end([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));  // less than anybody's patience
+        runSql(path, oldRowsSql(1, 351));
+        isMoving = false;
+        mover.leave();
+    });
+    const UpgradeOutcome outcome = upgrade();
+    EXPECT_FALSE(isMoving);
+    end.join();
+    EXPECT_EQ(outcome.end, UpgradeEnd::kDone) << outcome.error;
+    EXPECT_EQ(outcome.rows, 351);
+}
+
 TEST_F(UpgradeDatabase, StopsAndGoesOn) {
     watch.stopAt(UpgradeStage::kConverting, 100);
     EXPECT_EQ(upgrade().end, UpgradeEnd::kStopped);
@@ -264,14 +354,27 @@ TEST(UpgradeWorkFolder, IsForOneProgramAtATime) {
 
 TEST(UpgradeWorkFolder, IsRefusedWhereOthersCanWrite) {
     TempFolder folder;
-    ASSERT_EQ(::mkdir((folder / "open").c_str(), 0700), 0);
-    ASSERT_EQ(::chmod((folder / "open").c_str(), 0777), 0);
-    fs::create_directory_symlink(folder / "open", folder / "link");
+    for (const auto& [name, mode] : {std::pair{"open", 0777}, {"group", 0770}, {"good", 0700}, {"other", 0700}}) {
+        ASSERT_EQ(::mkdir((folder / name).c_str(), 0700), 0);
+        ASSERT_EQ(::chmod((folder / name).c_str(), static_cast<mode_t>(mode)), 0);
+    }
+    const bool hasOther = ::chown((folder / "other").c_str(), 65534, 65534) == 0;  // root's right
+    fs::create_directory_symlink(folder / "good", folder / "link");
     writeText(folder / "file", "");
-    for (const char* const name : {"open", "link", "file", "none/work"}) {
+    for (const std::string name : {"open", "group", "other", "link", "file", "none/work"}) {
+        if (name == "other" && !hasOther) continue;
         WorkFolder work;
         EXPECT_THAT(work.open(folder / name), HasSubstr(folder / name)) << name;
     }
+    WorkFolder work;
+    EXPECT_EQ(work.open(folder / "good"), "");
+}
+
+TEST(UpgradeWorkFolder, StaysWhenItWasOnlyAskedFor) {
+    TempFolder folder;
+    ASSERT_EQ(::mkdir((folder / "work").c_str(), 0700), 0);
+    { const WorkFolder asked(folder / "work"); }
+    EXPECT_TRUE(fs::exists(folder / "work"));
 }
 
 TEST(UpgradeWorkFolder, KnowsAFileByMoreThanItsName) {

@@ -54,7 +54,10 @@ private:
     Step copyPage(long long& rows);
     int copyRow(const OldRow& row);
     Step findFirstTime();
-    Step compareRows();
+    Step compareRows(long long version);
+    bool comparedBefore();
+    Step remember(long long version, long long compared);
+    Step changedMeanwhile();
     Step settle();
 
     Step failed(std::string error);
@@ -172,24 +175,45 @@ Step Converter::copyRows() {
     }
 }
 
-// What an earlier run has compared holds as long as nobody has touched the old file since.
-Step Converter::compareRows() {
-    long long verified = 0;
+// What an earlier run has compared holds as long as nobody has touched the old file since. Whoever puts another
+// file's contents and times in it changes the time of its last change; rows in a write-ahead log change none.
+bool Converter::comparedBefore() {
     struct stat old {};
     struct stat made {};
+    struct stat log {};
+    if (::stat(old_.path().c_str(), &old) != 0 || ::stat(newPath_.c_str(), &made) != 0) return false;
+    if (::stat((old_.path() + "-wal").c_str(), &log) == 0 && log.st_size > 0) return false;
+    return old.st_ctim.tv_sec < made.st_mtim.tv_sec ||
+           (old.st_ctim.tv_sec == made.st_mtim.tv_sec && old.st_ctim.tv_nsec < made.st_mtim.tv_nsec);
+}
+
+Step Converter::changedMeanwhile() {
+    result_.outcome.error = old_.path() + " is being written to; stop whoever does and run this again";
+    const int code = new_.writeVerified(0);
+    return code == 0 ? Step::kAgain : cannotWrite(code);
+}
+
+// The old file is locked meanwhile: were it written to just before, the new one would be the younger of the two,
+// and the next run would take its word for rows that are others now.
+Step Converter::remember(long long version, long long compared) {
+    Transaction reading(old_.connection());
+    if (const int code = reading.beginDeferred()) return cannotRead(code);
+    if (old_.version() != version) return changedMeanwhile();
+    const int code = new_.writeVerified(compared);
+    return code == 0 ? Step::kDone : cannotWrite(code);
+}
+
+Step Converter::compareRows(long long version) {
+    long long verified = 0;
     if (const int code = new_.readVerified(verified)) return cannotWrite(code);
-    if (::stat(old_.path().c_str(), &old) != 0 || ::stat(newPath_.c_str(), &made) != 0)
-        return cannotRead(SQLITE_IOERR);
-    const bool isOlder = old.st_mtim.tv_sec < made.st_mtim.tv_sec ||
-                         (old.st_mtim.tv_sec == made.st_mtim.tv_sec && old.st_mtim.tv_nsec < made.st_mtim.tv_nsec);
     Verification verification(old_, newPath_);
-    Comparison found = verification.begin(isOlder && verified <= at_.rows ? verified : 0);
+    Comparison found = verification.begin(verified <= at_.rows ? verified : 0);
     while (found == Comparison::kEqual && verification.compared() < at_.rows) {
         watch_.progress(UpgradeStage::kVerifying, verification.compared(), total_);
         if (watch_.stopWanted()) return Step::kStopped;
         found = verification.next(std::min(options_.pageRows, at_.rows - verification.compared()));
         if (found != Comparison::kEqual) break;
-        if (const int code = new_.writeVerified(verification.compared())) return cannotWrite(code);
+        if (const Step step = remember(version, verification.compared()); step != Step::kDone) return step;
     }
     watch_.progress(UpgradeStage::kVerifying, verification.compared(), total_);
     if (found == Comparison::kEqual) return Step::kDone;
@@ -224,19 +248,20 @@ Step Converter::round() {
     if (total_ < 0) {
         return failed("cannot count the rows of " + oldPath + ", or there are more than 2,147,483,647 of them");
     }
+    // Asked before anything is written to the new file, which would make it the younger of the two.
+    const auto before = old_.version();
+    const bool holds = comparedBefore();
     if (const Step step = openNew(); step != Step::kDone) return step;
+    if (const int code = holds ? SQLITE_OK : new_.writeVerified(0)) return cannotWrite(code);
     if (const Step step = copyRows(); step != Step::kDone) return step;
     if (old_.hasHostIndex()) {
         if (const int code = new_.addHostIndex()) return cannotWrite(code);
     }
     const auto version = old_.version();
     if (!version) return cannotRead(SQLITE_IOERR);
-    if (const Step step = compareRows(); step != Step::kDone) return step;
-    if (old_.version() != version || !SyslogUpdaterUpdCompete(oldPath, newPath)) {
-        result_.outcome.error = old_.path() + " is being written to; stop whoever does and run this again";
-        const int code = new_.writeVerified(0);
-        return code == 0 ? Step::kAgain : cannotWrite(code);
-    }
+    if (const int code = version == before ? SQLITE_OK : new_.writeVerified(0)) return cannotWrite(code);
+    if (const Step step = compareRows(*version); step != Step::kDone) return step;
+    if (old_.version() != version || !SyslogUpdaterUpdCompete(oldPath, newPath)) return changedMeanwhile();
     result_.oldVersion = *version;
     result_.outcome.rows = at_.rows;
     return settle();

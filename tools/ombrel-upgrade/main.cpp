@@ -40,9 +40,10 @@ bool stopOn(int signal) {
     return ::sigaction(signal, &action, nullptr) == 0;
 }
 
-/// An output that is closed early ends nothing.
+/// An output that is closed early ends nothing, and a file that may grow no further is told of like a full disk.
 bool takeSignals() {
-    return stopOn(SIGINT) && stopOn(SIGTERM) && stopOn(SIGHUP) && std::signal(SIGPIPE, SIG_IGN) != SIG_ERR;
+    return stopOn(SIGINT) && stopOn(SIGTERM) && stopOn(SIGHUP) && std::signal(SIGPIPE, SIG_IGN) != SIG_ERR &&
+           std::signal(SIGXFSZ, SIG_IGN) != SIG_ERR;
 }
 
 /// Where the standard descriptors are closed, the next file that is opened would get what is written to them.

@@ -13,12 +13,15 @@ namespace {
 
 constexpr const char* kColumns = "SELECT rowid, host, facility, prio, ldate, ltime, program, msg FROM logs";
 
-// Everything that is neither the rows nor made of them by SQLite or the archiver.
+// Everything that is neither the rows nor made of them by SQLite or the archiver. An `id` that is not the number
+// of its row in the file is lost with it.
 constexpr const char* kOthers =
     "SELECT type || ' ' || name FROM sqlite_schema WHERE name NOT LIKE 'sqlite\\_%' ESCAPE '\\' AND name <> 'logs'"
     " AND (type <> 'index' OR tbl_name <> 'logs')"
-    " UNION ALL SELECT 'column ' || name FROM pragma_table_info('logs')"
-    " WHERE name NOT IN ('id', 'host', 'facility', 'prio', 'ldate', 'ltime', 'program', 'msg')";
+    " UNION ALL SELECT 'column ' || name FROM pragma_table_xinfo('logs')"
+    " WHERE name NOT IN ('id', 'host', 'facility', 'prio', 'ldate', 'ltime', 'program', 'msg')"
+    " OR name = 'id' AND (type <> 'INTEGER' COLLATE NOCASE OR pk = 0"
+    " OR (SELECT max(pk) FROM pragma_table_info('logs')) > 1)";
 
 std::string cannotRead(const std::string& path, int code) {
     std::string text = "cannot read " + path + ": " + sqlite3_errstr(code);

@@ -28,6 +28,7 @@ namespace ombrel {
 namespace {
 
 constexpr std::chrono::seconds kPatience{10};
+constexpr const char* kNoKeeping = "; without --remove-old it has to be kept";
 
 std::string systemError(const std::string& doing) {
     return doing + ": " + std::strerror(errno);
@@ -52,7 +53,11 @@ std::string dress(const std::string& newPath, const struct stat& like) {
 std::string checkKeptName(const std::string& path) {
     const std::string kept = keptNameOf(path);
     struct stat status {};
-    if (::lstat(kept.c_str(), &status) != 0 || isSameFile(path, kept)) return {};
+    if (::lstat(kept.c_str(), &status) != 0) {
+        return errno != ENAMETOOLONG ? std::string()
+                                     : systemError("cannot keep " + path + " as " + kept) + kNoKeeping;
+    }
+    if (isSameFile(path, kept)) return {};
     return kept + " is there already; move it away, or run this with --remove-old";
 }
 
@@ -60,7 +65,7 @@ std::string keep(const std::string& path) {
     const std::string kept = keptNameOf(path);
     if (::link(path.c_str(), kept.c_str()) == 0) return {};
     if (errno == EEXIST) return checkKeptName(path);
-    return systemError("cannot keep " + path + " as " + kept) + "; without --remove-old it has to be kept";
+    return systemError("cannot keep " + path + " as " + kept) + kNoKeeping;
 }
 
 std::string lockedByOthers(const std::string& path, int code) {

@@ -52,6 +52,8 @@ UpgradeOutcome upgradeDatabase(const std::string& path, const WorkFolder& work, 
     }
     OldDatabase old;
     if (std::string error = old.open(path); !error.empty()) return failed(std::move(error));
+    // An immutable file, or one without the right to write: locked against others it could not be in the end.
+    if (old.connection().isReadOnly()) return failed("cannot replace " + path + ": it may only be read");
     const bool keepsOld = !removeOld || !old.foreignContents().empty();
     if (std::string error = checkReplaceable(path, !keepsOld); !error.empty()) return failed(std::move(error));
     const std::string newPath = newDatabaseFor(path, work);

@@ -22,10 +22,15 @@ namespace {
 
 constexpr const char* kName = "ombrel-upgrade";
 
+// By the same mount, too: where a folder is mounted a second time, a rename from one to the other is refused.
 bool isOnSameFileSystem(const std::string& a, const std::string& b) {
-    struct stat first {};
-    struct stat second {};
-    return ::stat(a.c_str(), &first) == 0 && ::stat(b.c_str(), &second) == 0 && first.st_dev == second.st_dev;
+    struct statx first {};
+    struct statx second {};
+    if (::statx(AT_FDCWD, a.c_str(), 0, STATX_INO | STATX_MNT_ID, &first) != 0) return false;
+    if (::statx(AT_FDCWD, b.c_str(), 0, STATX_INO | STATX_MNT_ID, &second) != 0) return false;
+    const bool knowsMounts = (first.stx_mask & second.stx_mask & STATX_MNT_ID) != 0;
+    return first.stx_dev_major == second.stx_dev_major && first.stx_dev_minor == second.stx_dev_minor &&
+           (!knowsMounts || first.stx_mnt_id == second.stx_mnt_id);
 }
 
 /// The scratch folder of the log databases' volume, or that of the volume that `path` names.
@@ -39,10 +44,14 @@ std::string scratchFolderFor(const std::string& path) {
     return PostProcessor().TranTempDirGet(path);
 }
 
-// Whoever is not root may find a scratch folder, or a work folder in it, that is root's.
+// Whoever is not root may find a scratch folder, or a work folder in it, that is root's. Where others can rename
+// what is in it, they could put another work folder in the place of ours.
 bool isOurs(const std::string& scratch) {
     struct stat work {};
-    if (::access(scratch.c_str(), W_OK | X_OK) != 0) return false;
+    struct stat above {};
+    if (::access(scratch.c_str(), W_OK | X_OK) != 0 || ::stat(scratch.c_str(), &above) != 0) return false;
+    if (above.st_uid != 0 && above.st_uid != ::geteuid()) return false;
+    if ((above.st_mode & 022) != 0 && (above.st_mode & S_ISVTX) == 0) return false;
     return ::lstat((scratch + kName).c_str(), &work) != 0 || work.st_uid == ::geteuid();
 }
 
@@ -73,6 +82,11 @@ std::string WorkFolder::open(const std::string& folder) {
     }
     if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
         return wrong(folder, "another ombrel-upgrade is at work there; wait until it has ended");
+    }
+    // It may have been taken away, by the program that had it, before it was locked.
+    struct stat now {};
+    if (::lstat(folder.c_str(), &now) != 0 || now.st_dev != status.st_dev || now.st_ino != status.st_ino) {
+        return wrong(folder, "another ombrel-upgrade was at work there; run this again");
     }
     path_ = folder;
     lock_ = std::move(lock);
