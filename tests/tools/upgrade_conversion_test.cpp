@@ -146,6 +146,16 @@ TEST_F(UpgradeConversion, GivesRowsWithoutAnyTimeThatOfTheFile) {
     expectEqual();
 }
 
+TEST_F(UpgradeConversion, StopsAlsoWhileItLooksForATime) {
+    runSql(oldPath, std::string(kOldSchema) + "INSERT INTO logs VALUES (1, 'a', 'user', '6', '?', '?', 'p', 'm')");
+    watch.stop = true;
+    EXPECT_EQ(convert().outcome.end, UpgradeEnd::kStopped);
+    EXPECT_THAT(watch.steps, IsEmpty()) << "it had not begun to copy";
+    watch.forget();
+    expectDone(convert());
+    expectEqual();
+}
+
 TEST_F(UpgradeConversion, KeepsIdsOfEveryKind) {
     runSql(oldPath, std::string(kOldSchema) +
                         "INSERT INTO logs(id, ldate, ltime, msg) VALUES"

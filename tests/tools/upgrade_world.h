@@ -71,7 +71,7 @@ public:
     };
     void progress(UpgradeStage stage, long long done, long long total) override {
         steps.push_back({stage, done, total});
-        if (atStep) atStep(steps.back());
+        if (const auto act = atStep) act(steps.back());  // a copy, since it may take itself away
     }
     [[nodiscard]] bool stopWanted() const override { return stop; }
     void stopAt(UpgradeStage stage, long long done) {

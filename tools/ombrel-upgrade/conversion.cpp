@@ -117,6 +117,7 @@ Step Converter::findFirstTime() {
     if (code == 0) code = old_.next(row);
     for (; code == Statement::kRow; code = old_.next(row)) {
         const auto wall = wallTime_.of(row.day, row.time);
+        if (!wall && watch_.stopWanted()) return Step::kStopped;
         if (!wall) continue;
         at_.lastTime = rowTimeOf(clock_, *wall, *wall).utc;
         old_.rest();
