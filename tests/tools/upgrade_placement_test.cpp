@@ -9,6 +9,7 @@
 #include <chrono>
 #include <climits>
 #include <filesystem>
+#include <future>
 #include <thread>
 #include <utility>
 
@@ -288,8 +289,10 @@ TEST_F(UpgradeDatabase, IsPlacedWhenWhoeverMovesDatabasesHasDone) {
     ASSERT_TRUE(mover.open(path));
     ASSERT_EQ(mover.hold(std::chrono::seconds(1)), TurnstileResult::kEntered);
     std::atomic<bool> isMoving = true;
+    std::promise<void> isCompared;
+    atTheEnd([&] { isCompared.set_value(); });
     std::thread end([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(300));  // less than anybody's patience
+        (void)isCompared.get_future().wait_for(std::chrono::seconds(30));  // longer than it ever takes
         runSql(path, oldRowsSql(1, 351));
         isMoving = false;
         mover.leave();
