@@ -15,8 +15,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <list>
-#include <map>
 #include <new>
 #include <set>
 #include <string>
@@ -27,6 +25,7 @@
 #include "tests/linux/child_process.h"
 #include "tests/support/old_database.h"
 #include "tests/tools/dying_calls.h"
+#include "tests/tools/upgrade_world.h"
 #include "tools/ombrel-upgrade/upgrade_database.h"
 
 namespace ombrel::test {
@@ -46,38 +45,6 @@ std::vector<std::string> namesIn(const fs::path& folder) {
         names.push_back(entry.path().filename());
     std::sort(names.begin(), names.end());
     return names;
-}
-
-/// The rows as readers see them.
-struct ShownRows {
-    using Keys = std::map<unsigned long long, std::string>;
-    Keys hosts;
-    Keys facilities;
-    Keys programs;
-    std::vector<std::string> rows;
-};
-
-/// The old layout has no keys: its texts stand in the rows.
-std::string shown(const ShownRows::Keys& keys, const std::string& stored) {
-    return keys.empty() ? stored : keys.at(std::stoull(stored));
-}
-
-int showRow(_SYSLOG_LOG_DATA_tag& row, void* context) {
-    auto& all = *static_cast<ShownRows*>(context);
-    all.rows.push_back(row.rowId + '\t' + row.date + '\t' + row.time + '\t' + PriorTypeToStr(row.priority) + '\t' +
-                       shown(all.hosts, row.hostId) + '\t' + shown(all.facilities, row.facilityId) + '\t' +
-                       shown(all.programs, row.programId) + '\t' + row.message);
-    return 0;
-}
-
-std::vector<std::string> rowsShownOf(std::string database) {
-    ShownRows all;
-    (void)SyslogDBExtkeyMapGet(database, SYSLOG_EXTKEY_HOST, all.hosts);
-    (void)SyslogDBExtkeyMapGet(database, SYSLOG_EXTKEY_FACILITY, all.facilities);
-    (void)SyslogDBExtkeyMapGet(database, SYSLOG_EXTKEY_PROGRAM, all.programs);
-    std::list<_SYSLOG_SQL_COND_tag> none;
-    EXPECT_EQ(SyslogDBSelect(database, none, nullptr, nullptr, showRow, &all, false), 0) << database;
-    return all.rows;
 }
 
 /// What a run tells while it lasts; in memory that outlives it.
@@ -226,9 +193,9 @@ protected:
         EXPECT_EQ(run.end, UpgradeEnd::kDone) << run.error.data();
         EXPECT_GT(run.record.calls, 50);
         expectedContents = contentsOf(path);
-        const std::vector<std::string> rows = rowsShownOf(original);
+        const std::vector<std::string> rows = exported(original);
         EXPECT_EQ(rows.size(), static_cast<size_t>(kRows));
-        EXPECT_EQ(rowsShownOf(path), rows);
+        EXPECT_EQ(exported(path), rows);
         expectUpgraded();
         restore();
     }
