@@ -8,6 +8,8 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 
@@ -33,10 +35,19 @@ bool isStreamOn(const Fd& socket, const std::set<std::uint16_t>& ports) {
     return isInternet && ports.contains(ntohs(address.sin6_port));
 }
 
-// Closed it would wake its owner, who would ask it for connections again and again.
+// Closed it would wake its owner, who would ask it for connections again and again. Only what begins a connection
+// is passed over (RFC 9293 section 3.1: the flags are in the 14th byte of the header): a sender whose attempt has
+// been answered takes its connection for made, and would be alone in it with what it writes.
 void passOverAttempts(const Fd& listener) {
-    sock_filter nothing = BPF_STMT(BPF_RET | BPF_K, 0);
-    const sock_fprog program{1, &nothing};
+    constexpr std::uint32_t kFlags = 13;
+    constexpr std::uint32_t kSyn = 0x02;
+    constexpr std::uint32_t kAck = 0x10;
+    constexpr std::uint32_t kAll = 0xffffffff;
+    std::array<sock_filter, 5> attempts{{BPF_STMT(BPF_LD | BPF_B | BPF_ABS, kFlags),
+                                         BPF_STMT(BPF_ALU | BPF_AND | BPF_K, kSyn | kAck),
+                                         BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kSyn, 0, 1),
+                                         BPF_STMT(BPF_RET | BPF_K, 0), BPF_STMT(BPF_RET | BPF_K, kAll)}};
+    const sock_fprog program{attempts.size(), attempts.data()};
     (void)::setsockopt(listener.get(), SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
 }
 

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -82,6 +83,20 @@ TEST_F(Goodbye, PassesOverNewConnectionsAndWakesNobody) {
     EXPECT_EQ(errno, EINPROGRESS);
     std::array<pollfd, 2> both{{{late.get(), POLLOUT, 0}, {listener_.get(), POLLIN, 0}}};
     EXPECT_EQ(::poll(both.data(), both.size(), 100), 0) << "refused, or taken, or the listener is woken";
+}
+
+// With this option the listener sees the end of the handshake only with the first bytes, here after the goodbye.
+TEST_F(Goodbye, LetsAConnectionBeMadeThatHadBegun) {
+    const int seconds = 30;
+    ASSERT_EQ(::setsockopt(listener_.get(), IPPROTO_TCP, TCP_DEFER_ACCEPT, &seconds, sizeof seconds), 0);
+    const Fd begun = newSender();
+    ASSERT_EQ(::connect(begun.get(), reinterpret_cast<const sockaddr*>(&address_), sizeof address_), 0);
+    EXPECT_EQ(sayGoodbye(*receiver_, {port()}), 1);
+    ASSERT_EQ(::send(begun.get(), "begun", 5, 0), 5);
+    pollfd one{listener_.get(), POLLIN, 0};
+    ASSERT_EQ(::poll(&one, 1, 10'000), 1) << "the sender is alone in this connection";
+    const Fd made(::accept(listener_.get(), nullptr, nullptr));
+    EXPECT_EQ(read(made), "begun");
 }
 
 TEST_F(Goodbye, MayBeSaidAgain) {
