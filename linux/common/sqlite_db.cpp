@@ -7,6 +7,7 @@
 #include <climits>
 #include <new>
 
+#include "linux/common/column_bytes.h"
 #include "linux/common/journal_guard.h"
 
 namespace ombrel {
@@ -212,11 +213,7 @@ std::string_view Statement::columnBlob(int index) const noexcept {
 }
 
 std::string_view Statement::columnBytes(int index) const noexcept {
-    // Asked for first, the size makes a UTF-8 text of whatever it is. The bytes of a blob are where they lie in
-    // the page.
-    const auto size = static_cast<size_t>(sqlite3_column_bytes(statement_, index));
-    const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(statement_, index));
-    return bytes == nullptr ? std::string_view() : std::string_view(bytes, size);
+    return columnBytesOf(statement_, index);
 }
 
 Transaction::~Transaction() {

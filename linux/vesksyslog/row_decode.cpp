@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <new>
 
+#include "linux/common/column_bytes.h"
+
 namespace ombrel {
 
 namespace {
@@ -19,15 +21,7 @@ void setNumber(std::string& text, long long value) {
 }
 
 void setText(std::string& text, sqlite3_stmt* row, int column) {
-    // Asked for first, the size makes a UTF-8 text of whatever it is. The bytes of a blob are where they lie in
-    // the page; those of a text would be copied there for a NUL behind them.
-    const auto size = static_cast<size_t>(sqlite3_column_bytes(row, column));
-    const auto* const bytes = static_cast<const char*>(sqlite3_column_blob(row, column));
-    if (bytes == nullptr) {
-        text.clear();
-    } else {
-        text.assign(bytes, size);
-    }
+    text.assign(columnBytesOf(row, column));
 }
 
 void setDigits(char* two, std::int64_t value) {

@@ -132,6 +132,17 @@ protected:
         EXPECT_EQ(SyslogDBVersionGet(path), 1);
         EXPECT_EQ(exported(path), before);
     }
+    /// Places another file after something else was done with the old one.
+    Placed placeAfter(const std::function<void()>& act, std::string& error) {
+        const std::string newPath = folder / "new";
+        writeText(newPath, "new");
+        OldDatabase old;
+        EXPECT_EQ(old.open(path), "");
+        const auto version = old.version();
+        EXPECT_TRUE(version);
+        act();
+        return placeDatabase(old, version.value_or(0), newPath, true, error);
+    }
     /// Once everything is made and compared.
     void atTheEnd(const std::function<void()>& act) {
         watch.atStep = [this, act](const TestWatch::Step& step) {
@@ -255,30 +266,21 @@ TEST_F(UpgradeDatabase, IsNotReplacedWhileSomebodyReadsOrWritesIt) {
 }
 
 TEST_F(UpgradeDatabase, ReplacesNoOtherFileThatHasTheNameByNow) {
-    const std::string newPath = folder / "new";
-    writeText(newPath, "new");
-    OldDatabase old;
-    ASSERT_EQ(old.open(path), "");
-    const auto version = old.version();
-    ASSERT_TRUE(version);
-    fs::rename(path, folder / "moved.DB");
-    writeText(path, "another");
     std::string error;
-    EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kFailed);
+    EXPECT_EQ(placeAfter(
+                  [this] {
+                      fs::rename(path, folder / "moved.DB");
+                      writeText(path, "another");
+                  },
+                  error),
+              Placed::kFailed);
     EXPECT_THAT(error, StartsWith(path + " was moved meanwhile"));
     EXPECT_EQ(readText(path), "another");
 }
 
 TEST_F(UpgradeDatabase, IsNotReplacedOnceSomebodyHasWrittenToIt) {
-    const std::string newPath = folder / "new";
-    writeText(newPath, "new");
-    OldDatabase old;
-    ASSERT_EQ(old.open(path), "");
-    const auto version = old.version();
-    ASSERT_TRUE(version);
-    runSql(path, oldRowsSql(1, 351));
     std::string error;
-    EXPECT_EQ(placeDatabase(old, *version, newPath, true, error), Placed::kChanged);
+    EXPECT_EQ(placeAfter([this] { runSql(path, oldRowsSql(1, 351)); }, error), Placed::kChanged);
     EXPECT_THAT(error, HasSubstr("is being written to"));
     EXPECT_EQ(SyslogDBVersionGet(path), 1);
 }
