@@ -5,13 +5,14 @@
 
 # What builds and runs the product.
 PACKAGES_RUN="g++ cmake ninja-build pkg-config libsqlite3-dev libmount-dev libmicrohttpd-dev libssl-dev
-  libsystemd-dev libnftables-dev libzip-dev libxxhash-dev
+  libsystemd-dev libnftables-dev libzip-dev libxxhash-dev libcli11-dev libre2-dev scdoc
   syslog-ng-core syslog-ng-mod-http s6 execline samba-common-bin zip util-linux iproute2"
 # What the demo shows things with.
 PACKAGES_SHOW="sqlite3 unzip tree"
 # What the tests need besides.
 PACKAGES_TEST="libgtest-dev libgmock-dev clang-14 libclang-rt-14-dev clang-format-14 clang-tidy-14 binutils sqlite3 unzip
-  e2fsprogs procps openssl nftables systemd dbus"
+  e2fsprogs procps openssl nftables systemd dbus
+  mandoc zsh fish tmux"
 # What the measurements need besides.
 PACKAGES_BENCH="libbenchmark-dev syslog-ng-mod-sql libdbd-sqlite3 sqlite3 unzip"
 

@@ -1,25 +1,43 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// The sub-commands of `ombrel`, one file each. Each takes the words behind its name and returns the exit code.
+// The sub-commands of `ombrel`, one file each (cmd_NAME.cpp). Each adds itself to the tree.
 #pragma once
 
 #include <span>
-#include <string>
+
+#include "tools/ombrel/answer.h"
+#include "tools/ombrel/command.h"
 
 namespace ombrel {
 
+void addArchiveCommand(Command& root);
+void addDoctorCommand(Command& root);
+void addEventsCommand(Command& root);
+void addExportCommand(Command& root);
+void addImportCommand(Command& root);
+void addJobCommand(Command& root);
+void addRetentionCommand(Command& root);
+void addRuleCommand(Command& root);
+void addScheduleCommand(Command& root);
+void addSearchCommand(Command& root);
+void addSettingsCommand(Command& root);
+void addStatsCommand(Command& root);
+void addStatusCommand(Command& root);
+void addStorageCommand(Command& root);
+void addTailCommand(Command& root);
+void addUpgradeCommand(Command& root);
+
+// Those that read their words by themselves.
 int cmdArchive(std::span<char* const> words);
 int cmdJob(std::span<char* const> words);
 int cmdRule(std::span<char* const> words);
 int cmdSettings(std::span<char* const> words);
 
-/// Whether the only word is --help.
 bool asksForHelp(std::span<char* const> words);
-/// Prints lines on stdout; exit code.
 int showHelp(const char* usage);
 
-/// Prints one line on stderr and returns `exitCode`.
-int complain(int exitCode, const std::string& what);
+/// The whole tree.
+Command ombrelCommands();
 
 }  // namespace ombrel

@@ -8,11 +8,6 @@
 #include "linux/common/text_escape.h"
 #include "tools/ombrel/commands.h"
 
-int ombrel::complain(int exitCode, const std::string& what) {
-    (void)fprintf(stderr, "ombrel: %s\n", escapeForLine(what).c_str());
-    return exitCode;
-}
-
 bool ombrel::asksForHelp(std::span<char* const> words) {
     return words.size() == 1 && std::string_view(words[0]) == "--help";
 }

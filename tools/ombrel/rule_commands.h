@@ -33,7 +33,4 @@ int complainNoRules();
 std::optional<int> readOrRefuse(const std::string& name, RuleRecord& rule);
 /// Prints all values of a rule, a line each; exit code.
 int printRule(const RuleRecord& rule);
-/// Exit code of a program whose output went out or did not (said).
-int endOfOutput(bool written);
-
 }  // namespace ombrel

@@ -88,10 +88,6 @@ std::optional<int> ombrel::readOrRefuse(const std::string& name, RuleRecord& rul
     return std::nullopt;
 }
 
-int ombrel::endOfOutput(bool written) {
-    return written && fflush(stdout) == 0 ? EX_OK : complain(1, "the answer could not be written out");
-}
-
 int ombrel::printRule(const RuleRecord& rule) {
     bool written = puts(nameLine(rule).c_str()) >= 0;
     for (const auto& field : ruleFields())
