@@ -5,11 +5,14 @@
 // recording platform.
 #pragma once
 
+#include "tests/unit/fake_machine_checks.h"
+
 namespace ombrel::test {
 
 struct FakeMachine {
     int turnResult = 0;  ///< what Turn::take() answers
     int turnsTaken = 0;
+    CheckedMachine checked{};
 };
 
 /// The same object for everybody; a CommandLineRun begins with a fresh one.

@@ -31,8 +31,6 @@ void addUpgradeCommand(Command& root);
 // Those that read their words by themselves.
 int cmdArchive(std::span<char* const> words);
 int cmdJob(std::span<char* const> words);
-int cmdRule(std::span<char* const> words);
-int cmdSettings(std::span<char* const> words);
 
 bool asksForHelp(std::span<char* const> words);
 int showHelp(const char* usage);
