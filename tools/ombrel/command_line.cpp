@@ -21,7 +21,6 @@ using Words = std::vector<std::string>;
 
 /// The options that every command takes.
 struct Common {
-    bool help = false;
     bool json = false;
     std::string color = "auto";
 };
@@ -146,11 +145,16 @@ std::string extraWords(const CLI::App& app) {
     return (extras[0].starts_with("-") ? "no option \"" : "one word too many: \"") + extras[0] + "\"";
 }
 
+/// An option without its value, or with one too many: "--host: 1 required NAME missing".
+std::string valuesOf(std::string_view complaint) {
+    const std::string name(complaint.substr(0, complaint.find(':')));
+    return name + (complaint.ends_with("missing") ? ": its value is missing" : " is given twice");
+}
+
 /// Reads the words of one command; what is wrong with them, or nothing.
 std::string readWords(const Command& command, Words words, Common& common) {
     CLI::App app;
     app.set_help_flag();
-    app.add_flag_function("--help,-h", [&common](std::int64_t) { common.help = true; });
     app.add_flag_function("--json", [&common](std::int64_t) { common.json = true; });
     const CommandOption color{"--color", 0, "", "", ChoicePlace{&common.color, {"auto", "always", "never"}}};
     addOption(app, color);
@@ -162,13 +166,13 @@ std::string readWords(const Command& command, Words words, Common& common) {
     try {
         app.parse(std::move(words));
     } catch (const CLI::ExtrasError&) {
-        return common.help ? "" : extraWords(app);
+        return extraWords(app);
     } catch (const CLI::ArgumentMismatch& error) {
-        return std::string(error.what());
+        return valuesOf(error.what());
     } catch (const CLI::ParseError& error) {
         return error.what();
     }
-    return common.help ? "" : placeWords(command, found);
+    return placeWords(command, found);
 }
 
 /// What is wrong with words that name a group of commands and not one of them.
@@ -180,6 +184,12 @@ std::string whatCommand(const Command& group, const Words& words) {
         std::find_if(words.begin(), words.end(), [](const auto& each) { return !each.starts_with("-"); });
     return (word == words.end() ? "expected a command: " : "no command \"" + *word + "\"; expected ") +
            listOf(names);
+}
+
+/// Wherever it stands, whatever is wrong with the other words.
+bool asksForHelp(const Words& words) {
+    const auto end = std::find(words.begin(), words.end(), "--");
+    return std::find(words.begin(), end, "--help") != end;
 }
 
 int runCommand(const Command& command, const Common& common) {
@@ -200,18 +210,10 @@ int runCommandLine(const Command& root, const std::vector<std::string>& given) {
         *std::get<Words*>(command.wordPlaces().front().place) = std::move(words);
         return runCommand(command, common);
     }
-    const bool isGroup = !command.action();
-    const bool asksForHelp = std::find(words.begin(), words.end(), "--help") != words.end();
-    std::string wrong;
-    if (!isGroup) {
-        wrong = readWords(command, std::move(words), common);
-    } else if (asksForHelp) {
-        common.help = true;
-    } else {
-        wrong = whatCommand(command, words);
-    }
+    if (asksForHelp(words)) return endOfOutput(say(commandHelp(path)));
+    const std::string wrong =
+        command.action() ? readWords(command, std::move(words), common) : whatCommand(command, words);
     if (!wrong.empty()) return complain(EX_USAGE, wrong + "; " + fullName(path) + " --help says more");
-    if (common.help) return endOfOutput(say(commandHelp(path)));
     return runCommand(command, common);
 }
 

@@ -2,13 +2,15 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // The databases that there are: working ones, archives, archives in ZIP files. Only names and sizes are looked at,
-// nothing is opened.
+// no database is opened.
 #pragma once
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "ombrel/logarchiver.h"
 
 namespace ombrel {
 
@@ -30,8 +32,10 @@ struct LogFiles {
 
 enum class LogPlaces { kWorking, kArchives, kAll };
 
-/// Looks through the archive folder and its sub-folders (one level; no hidden ones, no symbolic links).
-LogFiles findLogFiles(const std::string& archiveFolder, LogPlaces places);
+/// Looks through the archiver's folder and its sub-folders (one level; no hidden ones, no symbolic links), and
+/// asks it for the working databases. A file of such a name that it does not know (any more) is a working one as
+/// well.
+LogFiles findLogFiles(LogArchiver& archiver, LogPlaces places);
 
 /// One file that is named, whatever its name; nothing when it cannot be looked at.
 std::optional<LogFile> logFileAt(const std::string& path);

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "tests/unit/fake_machine.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "tests/fake/fake_platform.h"
+#include "tools/ombrel/answer.h"
+#include "tools/ombrel/folder_listing.h"
+#include "tools/ombrel/turn.h"
+
+namespace ombrel {
+
+namespace {
+
+std::optional<FolderEntry> entryOf(const std::filesystem::path& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) return std::nullopt;
+    FolderEntry entry;
+    entry.name = path.filename();
+    entry.isFolder = S_ISDIR(status.st_mode);
+    entry.bytes = static_cast<unsigned long long>(status.st_size);
+    entry.changed = status.st_mtim.tv_sec;
+    return entry;
+}
+
+}  // namespace
+
+std::optional<std::vector<FolderEntry>> listFolder(const std::string& path) {
+    std::error_code code;
+    std::vector<FolderEntry> entries;
+    for (const auto& found : std::filesystem::directory_iterator(test::FakePlatform::current().real(path), code)) {
+        if (const auto entry = entryOf(found.path()); entry && entry->name[0] != '.') entries.push_back(*entry);
+    }
+    errno = code.value();
+    if (code) return std::nullopt;
+    return entries;
+}
+
+std::optional<FolderEntry> fileEntry(const std::string& path) {
+    auto entry = entryOf(test::FakePlatform::current().real(path));
+    if (!entry || !entry->isFolder) return entry;
+    errno = EISDIR;
+    return std::nullopt;
+}
+
+int Turn::take() {
+    ++test::fakeMachine().turnsTaken;
+    const int result = test::fakeMachine().turnResult;
+    return result == 0 ? 0 : complain(result, "no turn");
+}
+
+namespace test {
+
+FakeMachine& fakeMachine() {
+    static FakeMachine machine;
+    return machine;
+}
+
+}  // namespace test
+
+}  // namespace ombrel

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+//
+// What the commands ask of the machine itself beside the platform, as a test wants it. Folders are those of the
+// recording platform.
+#pragma once
+
+namespace ombrel::test {
+
+struct FakeMachine {
+    int turnResult = 0;  ///< what Turn::take() answers
+    int turnsTaken = 0;
+};
+
+/// The same object for everybody; a CommandLineRun begins with a fresh one.
+FakeMachine& fakeMachine();
+
+}  // namespace ombrel::test
