@@ -13,7 +13,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr const char* kCount = "SELECT COUNT(*) FROM logs";
+constexpr const char* kCountRows = "SELECT COUNT(*) FROM logs";
 constexpr const char* kNoConnection = "err utils_updater:182 Fail to connect to database";
 constexpr const char* kNoCount = "err utils_updater:187 Fail to get log count";
 constexpr const char* kNoTotal = "err utils_updater:203 Fail to get old database total count";
@@ -54,7 +54,7 @@ TEST_F(UpgradeProgress, TheTotalIsAskedForInThisOrder) {
     EXPECT_THAT(
         platform.calls.lines(),
         ElementsAre("VESKDBConnect(null, null, null, \"/volume1/old.DB\")",
-                    std::string("VESKDBExecute(\"") + kCount + "\")", "VESKDBFetchRow()", "VESKDBNumRows()",
+                    std::string("VESKDBExecute(\"") + kCountRows + "\")", "VESKDBFetchRow()", "VESKDBNumRows()",
                     "VESKDBFetchField(0, \"COUNT(*)\")", "VESKDBFreeResult()", "VESKDBClose()"));
 }
 
@@ -86,14 +86,14 @@ INSTANTIATE_TEST_SUITE_P(Paths, UpgradeTotalBadPath,
                                            BadPath{"Blank", " /volume1/old.DB"}),
                          CaseName());
 
-struct FailedStep {
+struct FailedCopyStep {
     std::string name;
     std::string call;
     int result;
     Lines lines;
 };
 
-class UpgradeTotalFailure : public UpgradeProgress, public ::testing::WithParamInterface<FailedStep> {
+class UpgradeTotalFailure : public UpgradeProgress, public ::testing::WithParamInterface<FailedCopyStep> {
 protected:
     void expectFailure() {
         platform.failCall(GetParam().call);
@@ -113,11 +113,11 @@ TEST_P(UpgradeTotalFailure, ReleasesAlsoWhatAFailedStatementHandedOut) {
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, UpgradeTotalFailure,
-    ::testing::Values(FailedStep{"Connect", "VESKDBConnect", -1, {"err Fail to connect syslog log database"}},
-                      FailedStep{"Statement", "VESKDBExecute", -1, {"err Fail to select syslog log database"}},
-                      FailedStep{"Row", "VESKDBFetchRow", -1, {kNotFetched}},
-                      FailedStep{"NumberOfRows", "VESKDBNumRows", -2, {}},
-                      FailedStep{"Field", "VESKDBFetchField", 0, {}}),
+    ::testing::Values(FailedCopyStep{"Connect", "VESKDBConnect", -1, {"err Fail to connect syslog log database"}},
+                      FailedCopyStep{"Statement", "VESKDBExecute", -1, {"err Fail to select syslog log database"}},
+                      FailedCopyStep{"Row", "VESKDBFetchRow", -1, {kNotFetched}},
+                      FailedCopyStep{"NumberOfRows", "VESKDBNumRows", -2, {}},
+                      FailedCopyStep{"Field", "VESKDBFetchField", 0, {}}),
     CaseName());
 
 struct Answer {
@@ -130,7 +130,7 @@ struct Answer {
 class UpgradeTotalAnswer : public UpgradeProgress, public ::testing::WithParamInterface<Answer> {};
 
 TEST_P(UpgradeTotalAnswer, IsReadFromItsOneRow) {
-    platform.sqlRows[kCount] = GetParam().rows;
+    platform.sqlRows[kCountRows] = GetParam().rows;
     EXPECT_EQ(SyslogUpdaterOldDbTotalGet(oldPath), GetParam().total);
     EXPECT_EQ(platform.syslogLines, GetParam().lines);
 }
@@ -315,7 +315,7 @@ TEST_F(UpgradeProgress, WithoutATotalTheNewDatabaseIsNotOpened) {
 }
 
 TEST_F(UpgradeProgress, ATotalOfMoreThanOneRowIsNoTotal) {
-    platform.sqlRows[kCount] = {{{"COUNT(*)", "2"}}, {{"COUNT(*)", "2"}}};
+    platform.sqlRows[kCountRows] = {{{"COUNT(*)", "2"}}, {{"COUNT(*)", "2"}}};
     EXPECT_FALSE(SyslogUpdaterUpdCompete(oldPath, newPath));
     EXPECT_THAT(platform.syslogLines, ElementsAre(kNoTotal));
 }
