@@ -56,7 +56,8 @@ need_packages() {
 build() {
   local preset=$1
   shift
-  cmake --preset "$preset" ${CMAKE_OPTIONS:-} >"$TOP/build/$preset.log" 2>&1 || { cat "$TOP/build/$preset.log" >&2; return 1; }
+  cmake --preset "$preset" ${CMAKE_OPTIONS:-} >"$TOP/build/$preset.log" 2>&1 ||
+    { cat "$TOP/build/$preset.log" >&2; return 1; }
   cmake --build --preset "$preset" ${1:+--target "$@"} >"$TOP/build/$preset.log" 2>&1 ||
     { tail -n 60 "$TOP/build/$preset.log" >&2; return 1; }
 }

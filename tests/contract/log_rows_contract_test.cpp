@@ -22,7 +22,7 @@ using ::testing::IsEmpty;
 using Condition = _SYSLOG_SQL_COND_tag;
 using Conditions = std::list<Condition>;
 
-constexpr long long kFirstNoon = 1709467200;  // 2024-03-03 12:00 UTC
+constexpr long long kNoon = 1709467200;  // 2024-03-03 12:00 UTC
 constexpr _SYSLOG_SQL_ORDER_tag kArrival = {0, 7};
 
 int collect(_SYSLOG_LOG_DATA_tag& row, void* context) {
@@ -52,14 +52,13 @@ protected:
 };
 
 TEST_F(LogRows, CarryEveryMember) {
-    make({{kFirstNoon, 3, "host7", "local0", "sshd", "Accepted publickey", "4711", "LOGIN", "192.0.2.7",
-           kFirstNoon + 2}});
+    make({{kNoon, 3, "host7", "local0", "sshd", "Accepted publickey", "4711", "LOGIN", "192.0.2.7", kNoon + 2}});
     const auto rows = select({}, {10, 0}, kArrival);
     ASSERT_EQ(rows.size(), 1U);
     const _SYSLOG_LOG_DATA_tag& row = rows.front();
     EXPECT_EQ(row.rowId, "1");
-    EXPECT_EQ(row.timestamp, std::to_string(kFirstNoon));
-    EXPECT_EQ(row.receiveTime, std::to_string(kFirstNoon + 2));
+    EXPECT_EQ(row.timestamp, std::to_string(kNoon));
+    EXPECT_EQ(row.receiveTime, std::to_string(kNoon + 2));
     EXPECT_EQ(row.priority, SYSLOG_DB_PRIORITY_ERR);
     EXPECT_EQ(row.senderId, "1");
     EXPECT_EQ(row.hostId, "1");
@@ -73,7 +72,7 @@ TEST_F(LogRows, CarryEveryMember) {
 }
 
 TEST_F(LogRows, OfTheOldLayoutCarryTextsInPlaceOfIds) {
-    ASSERT_TRUE(world->makeVersion1Database(path, {{kFirstNoon, 3, "host7", "local0", "sshd", "old"}}))
+    ASSERT_TRUE(world->makeVersion1Database(path, {{kNoon, 3, "host7", "local0", "sshd", "old"}}))
         << world->whyNot();
     const auto rows = select({}, {10, 0}, kArrival);
     ASSERT_EQ(rows.size(), 1U);
@@ -86,11 +85,22 @@ TEST_F(LogRows, OfTheOldLayoutCarryTextsInPlaceOfIds) {
     EXPECT_EQ(count({}), 1);
 }
 
+TEST_F(LogRows, OfTheOldLayoutAreFoundByTheirIdsToo) {
+    ASSERT_TRUE(world->makeVersion1Database(
+        path,
+        {{kNoon, 3, "h", "user", "p", "a"}, {kNoon, 3, "h", "user", "p", "b"}, {kNoon, 3, "h", "user", "p", "c"}}))
+        << world->whyNot();
+    const Conditions between = {{SYSLOG_SQL_FIELD_ROW, SYSLOG_SQL_AT_LEAST, "", 2},
+                                {SYSLOG_SQL_FIELD_ROW, SYSLOG_SQL_AT_MOST, "", 3}};
+    EXPECT_THAT(messages(between, {-1, 0}, {1, 7}), ElementsAre("c", "b"));
+    EXPECT_EQ(count(between), 2);
+}
+
 TEST_F(LogRows, ComeInTheOrderAskedFor) {
-    make({{kFirstNoon + 5, 6, "h", "user", "p", "a"},
-          {kFirstNoon, 6, "h", "user", "p", "b"},
-          {kFirstNoon + 5, 6, "h", "user", "p", "c"},
-          {kFirstNoon + 1, 6, "h", "user", "p", "d"}});
+    make({{kNoon + 5, 6, "h", "user", "p", "a"},
+          {kNoon, 6, "h", "user", "p", "b"},
+          {kNoon + 5, 6, "h", "user", "p", "c"},
+          {kNoon + 1, 6, "h", "user", "p", "d"}});
     EXPECT_THAT(messages({}, {-1, 0}, {0, 7}), ElementsAre("a", "b", "c", "d"));
     EXPECT_THAT(messages({}, {-1, 0}, {0, 0}), ElementsAre("a", "b", "c", "d"));
     EXPECT_THAT(messages({}, {-1, 0}, {1, 7}), ElementsAre("d", "c", "b", "a"));
@@ -99,7 +109,7 @@ TEST_F(LogRows, ComeInTheOrderAskedFor) {
 }
 
 TEST_F(LogRows, ComeInTheOrderOfArrivalWithoutAnOrder) {
-    make({{kFirstNoon + 5, 6, "h", "user", "p", "a"}, {kFirstNoon, 6, "h", "user", "p", "b"}});
+    make({{kNoon + 5, 6, "h", "user", "p", "a"}, {kNoon, 6, "h", "user", "p", "b"}});
     Conditions all;
     std::vector<_SYSLOG_LOG_DATA_tag> rows;
     ASSERT_EQ(SyslogDBSelect(path, all, nullptr, nullptr, collect, &rows, true), 0);
@@ -111,7 +121,7 @@ TEST_F(LogRows, ComeInPages) {
     for (const long long total : {10'000LL, 10'001LL, 20'000LL}) {
         std::vector<Row> rows(static_cast<size_t>(total));
         for (size_t i = 0; i < rows.size(); ++i)
-            rows[i] = {kFirstNoon, 6, "h", "user", "p", std::to_string(i)};
+            rows[i] = {kNoon, 6, "h", "user", "p", std::to_string(i)};
         make(rows);
         ASSERT_EQ(count({}), total);
         std::vector<std::string> read;
@@ -127,7 +137,7 @@ TEST_F(LogRows, ComeInPages) {
 }
 
 TEST_F(LogRows, EndBehindTheLastOne) {
-    make({{kFirstNoon, 6, "h", "user", "p", "a"}, {kFirstNoon, 6, "h", "user", "p", "b"}});
+    make({{kNoon, 6, "h", "user", "p", "a"}, {kNoon, 6, "h", "user", "p", "b"}});
     EXPECT_THAT(messages({}, {10, 1}), ElementsAre("b"));
     EXPECT_THAT(messages({}, {10, 2}), IsEmpty());
     EXPECT_THAT(messages({}, {10, 1'000'000'000'000}), IsEmpty());
@@ -135,7 +145,7 @@ TEST_F(LogRows, EndBehindTheLastOne) {
 }
 
 TEST_F(LogRows, EndWhenTheCallbackHasHadEnough) {
-    make({{kFirstNoon, 6, "h", "user", "p", "a"}, {kFirstNoon, 6, "h", "user", "p", "b"}});
+    make({{kNoon, 6, "h", "user", "p", "a"}, {kNoon, 6, "h", "user", "p", "b"}});
     Conditions all;
     int calls = 0;
     const auto refuse = [](_SYSLOG_LOG_DATA_tag& /*row*/, void* context) {
@@ -168,7 +178,7 @@ TEST_F(LogRows, KeepTheBytesOfTheirTexts) {
                                             ""};
     std::vector<Row> rows;
     for (const std::string& text : texts)
-        rows.push_back({kFirstNoon, 6, "h", "user", "p", text});
+        rows.push_back({kNoon, 6, "h", "user", "p", text});
     make(rows);
     EXPECT_THAT(messages({}), ElementsAreArray(texts));
 }
@@ -182,10 +192,10 @@ struct ConditionCase {
 class ConditionsOnLogRows : public LogRows, public ::testing::WithParamInterface<ConditionCase> {};
 
 TEST_P(ConditionsOnLogRows, SelectAndCount) {
-    make({{kFirstNoon, 0, "host7", "kern", "kernel", "Panic at 100%", "", "", "192.0.2.7"},
-          {kFirstNoon + 1, 3, "HOST8", "local0", "sshd", "o'Neil failed_login", "", "", "192.0.2.8"},
-          {kFirstNoon + 2, 6, "host7", "local0", "sshd", "failed login", "", "", "192.0.2.7"},
-          {kFirstNoon + 3, 7, "x' OR '1'='1", "user", "cron", "panic \xff", "", "", "2001:db8::1"}});
+    make({{kNoon, 0, "host7", "kern", "kernel", "Panic at 100%", "", "", "192.0.2.7"},
+          {kNoon + 1, 3, "HOST8", "local0", "sshd", "o'Neil failed_login", "", "", "192.0.2.8"},
+          {kNoon + 2, 6, "host7", "local0", "sshd", "failed login", "", "", "192.0.2.7"},
+          {kNoon + 3, 7, "x' OR '1'='1", "user", "cron", "panic \xff", "", "", "2001:db8::1"}});
     EXPECT_EQ(messages(GetParam().conditions), GetParam().expected);
     EXPECT_EQ(count(GetParam().conditions), static_cast<int>(GetParam().expected.size()));
 }
@@ -194,6 +204,7 @@ constexpr auto kHost = SYSLOG_SQL_FIELD_HOST;
 constexpr auto kMessage = SYSLOG_SQL_FIELD_MESSAGE;
 constexpr auto kSeverity = SYSLOG_SQL_FIELD_SEVERITY;
 constexpr auto kTime = SYSLOG_SQL_FIELD_TIME;
+constexpr auto kRow = SYSLOG_SQL_FIELD_ROW;
 constexpr auto kEqual = SYSLOG_SQL_EQUAL;
 constexpr auto kNotEqual = SYSLOG_SQL_NOT_EQUAL;
 constexpr auto kContains = SYSLOG_SQL_CONTAINS;
@@ -217,11 +228,18 @@ INSTANTIATE_TEST_SUITE_P(
         ConditionCase{"SeverityIs", {{kSeverity, kEqual, "", 6}}, {kLogin}},
         ConditionCase{"SeverityIsNot", {{kSeverity, kNotEqual, "", 6}}, {kPercent, kNeil, kBytes}},
         ConditionCase{"SeverityAtMost", {{kSeverity, SYSLOG_SQL_AT_MOST, "", 3}}, {kPercent, kNeil}},
-        ConditionCase{"TimeAtLeast", {{kTime, SYSLOG_SQL_AT_LEAST, "", kFirstNoon + 2}}, {kLogin, kBytes}},
+        ConditionCase{"TimeAtLeast", {{kTime, SYSLOG_SQL_AT_LEAST, "", kNoon + 2}}, {kLogin, kBytes}},
+        ConditionCase{"TimeBetween",
+                      {{kTime, SYSLOG_SQL_AT_LEAST, "", kNoon + 1}, {kTime, SYSLOG_SQL_AT_MOST, "", kNoon + 2}},
+                      {kNeil, kLogin}},
+        ConditionCase{"RowIs", {{kRow, kEqual, "", 2}}, {kNeil}},
+        ConditionCase{"RowIsNot", {{kRow, kNotEqual, "", 2}}, {kPercent, kLogin, kBytes}},
+        ConditionCase{"RowAtLeast", {{kRow, SYSLOG_SQL_AT_LEAST, "", 3}}, {kLogin, kBytes}},
         ConditionCase{
-            "TimeBetween",
-            {{kTime, SYSLOG_SQL_AT_LEAST, "", kFirstNoon + 1}, {kTime, SYSLOG_SQL_AT_MOST, "", kFirstNoon + 2}},
-            {kNeil, kLogin}},
+            "RowBetween",
+            {{kRow, SYSLOG_SQL_AT_LEAST, "", 2}, {kRow, SYSLOG_SQL_AT_MOST, "", 3}, {kHost, kEqual, "host7", 0}},
+            {kLogin}},
+        ConditionCase{"NoRowIsSoFar", {{kRow, SYSLOG_SQL_AT_LEAST, "", 5}}, {}},
         ConditionCase{"MessageIs", {{kMessage, kEqual, "failed login", 0}}, {kLogin}},
         ConditionCase{"MessageIsNot", {{kMessage, kNotEqual, "failed login", 0}}, {kPercent, kNeil, kBytes}},
         ConditionCase{"MessageContainsInAnyCase", {{kMessage, kContains, "pANIC", 0}}, {kPercent, kBytes}},

@@ -271,7 +271,7 @@ TEST_F(UpgradeProgress, AMissingFileIsNoOldDatabaseAndNothingIsSaid) {
 
 // ---- is it complete
 
-struct Completion {
+struct CompletionCase {
     std::string name;
     long long total;
     long long progress;
@@ -279,7 +279,7 @@ struct Completion {
     Lines lines;
 };
 
-class UpgradeCompletion : public UpgradeProgress, public ::testing::WithParamInterface<Completion> {};
+class UpgradeCompletion : public UpgradeProgress, public ::testing::WithParamInterface<CompletionCase> {};
 
 TEST_P(UpgradeCompletion, ComparesTheTwoCounts) {
     old().count = GetParam().total;
@@ -290,14 +290,15 @@ TEST_P(UpgradeCompletion, ComparesTheTwoCounts) {
 
 INSTANTIATE_TEST_SUITE_P(
     Counts, UpgradeCompletion,
-    ::testing::Values(Completion{"AllThere", 3, 3, true, {}}, Completion{"BothEmpty", 0, 0, true, {}},
-                      Completion{"NoneYet", 3, 0, false, {}}, Completion{"OneMissing", 3, 2, false, {}},
-                      Completion{"OneTooMany", 3, 4, false, {}}, Completion{"RowsOfNothing", 0, 1, false, {}},
-                      Completion{"GreatestTotal", 2147483647LL, 2147483647LL, true, {}},
-                      Completion{"TotalTooLarge", 2147483648LL, 2147483648LL, false, {kNoTotal}},
-                      Completion{"ProgressTooLarge", 3, 2147483648LL, false, {kNoCount, kNoProgress}},
-                      Completion{"BothFail", -1, -1, false, {kNoTotal}},
-                      Completion{"NoProgress", 3, -1, false, {kNoCount, kNoProgress}}),
+    ::testing::Values(CompletionCase{"AllThere", 3, 3, true, {}}, CompletionCase{"BothEmpty", 0, 0, true, {}},
+                      CompletionCase{"NoneYet", 3, 0, false, {}}, CompletionCase{"OneMissing", 3, 2, false, {}},
+                      CompletionCase{"OneTooMany", 3, 4, false, {}},
+                      CompletionCase{"RowsOfNothing", 0, 1, false, {}},
+                      CompletionCase{"GreatestTotal", 2147483647LL, 2147483647LL, true, {}},
+                      CompletionCase{"TotalTooLarge", 2147483648LL, 2147483648LL, false, {kNoTotal}},
+                      CompletionCase{"ProgressTooLarge", 3, 2147483648LL, false, {kNoCount, kNoProgress}},
+                      CompletionCase{"BothFail", -1, -1, false, {kNoTotal}},
+                      CompletionCase{"NoProgress", 3, -1, false, {kNoCount, kNoProgress}}),
     CaseName());
 
 TEST_F(UpgradeProgress, CompletionAsksForTheTotalFirst) {
