@@ -12,6 +12,7 @@
 namespace ombrel {
 
 void addArchiveCommand(Command& root);
+void addCompleteCommand(Command& root);
 void addDoctorCommand(Command& root);
 void addEventsCommand(Command& root);
 void addExportCommand(Command& root);
