@@ -192,9 +192,9 @@ std::optional<long long> secondsOfEvent(std::string_view time) {
     for (std::size_t i = 0; i < parts.size(); ++i) {
         if (!readDigits(time.substr(kAt[i], i == 0 ? 4 : 2), parts[i])) return std::nullopt;
     }
-    const std::chrono::year_month_day day(std::chrono::year(parts[0]),
+    const std::chrono::year_month_day day{std::chrono::year(parts[0]),
                                           std::chrono::month(static_cast<unsigned>(parts[1])),
-                                          std::chrono::day(static_cast<unsigned>(parts[2])));
+                                          std::chrono::day(static_cast<unsigned>(parts[2]))};
     long long offset = 0;
     if (!day.ok() || parts[3] > 23 || parts[4] > 59 || parts[5] > 60) return std::nullopt;
     if (!readOffset(time.substr(kForm.size()), offset)) return std::nullopt;
