@@ -24,10 +24,12 @@ Command ombrelCommands() {
     Command root("ombrel", "The management of the log receiver.");
     addArchiveCommand(root);
     addCompleteCommand(root);
+    addEventsCommand(root);
     addImportCommand(root);
     addJobCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
     addOld(root, "settings", "show and change the settings", cmdSettings);
+    addStatusCommand(root);
     addUpgradeCommand(root);
     return root;
 }
