@@ -57,6 +57,7 @@ enum _SYSLOG_SQL_FIELD_tag : int {
     SYSLOG_SQL_FIELD_SEVERITY = 4,  ///< `number`, 0..7
     SYSLOG_SQL_FIELD_TIME = 5,      ///< `number`, the row's own time in seconds since the epoch
     SYSLOG_SQL_FIELD_MESSAGE = 6,   ///< `text`
+    SYSLOG_SQL_FIELD_ROW = 7,       ///< `number`, the id of the row
 };
 
 /// How it is compared. The numeric fields take the first four, the text fields equal, not equal and contains.

@@ -23,7 +23,7 @@ struct FieldSql {
 
 constexpr const char* kVersion1Time = "CAST(strftime('%s', ldate || ' ' || ltime, 'utc') AS INTEGER)";
 
-constexpr std::array<FieldSql, 7> kFields = {{
+constexpr std::array<FieldSql, 8> kFields = {{
     {"host", "host", "hosts", false},
     {"program", "program", "programs", false},
     {nullptr, "sender", "senders", false},
@@ -31,6 +31,7 @@ constexpr std::array<FieldSql, 7> kFields = {{
     {"ombrel_severity(prio)", "severity", nullptr, true},
     {kVersion1Time, "utcsec", nullptr, true},
     {"msg", "msg", nullptr, false},
+    {"rowid", "id", nullptr, true},
 }};
 
 std::string comparison(const std::string& expression, _SYSLOG_SQL_COMPARE_tag compare) {

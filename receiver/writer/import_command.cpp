@@ -17,6 +17,7 @@
 #include <utility>
 
 #include "linux/common/fd.h"
+#include "linux/common/text_escape.h"
 #include "receiver/store/database_pool.h"
 #include "receiver/store/row_builder.h"
 #include "receiver/visible_log.h"
@@ -83,10 +84,19 @@ int guessFirstYear(const Source& source) {
     return ::lseek(source.fd, 0, SEEK_SET) == 0 ? lastYear - tracker.year() : lastYear;
 }
 
+struct ImportResult {
+    int exitCode = EX_OK;
+    unsigned long long rows = 0;
+    unsigned long long splitLines = 0;
+    double seconds = 0;
+    std::string error;
+};
+
 class Import {
 public:
-    Import(const ImportOptions& options, Source& source, DatabasePool& pool)
+    Import(const ImportOptions& options, const std::string& file, Source& source, DatabasePool& pool)
         : options_(options),
+          file_(file),
           source_(source),
           pool_(pool),
           progress_(source.size),
@@ -97,7 +107,7 @@ public:
         (void)!::getrandom(&importId_, sizeof importId_, 0);
     }
 
-    int run() {
+    ImportResult run() {
         FileLines lines(source_.fd);
         std::string_view line;
         bool stored = true;
@@ -108,7 +118,7 @@ public:
         }
         if (stored) stored = store();
         progress_.end();
-        return report(lines, stored);
+        return result(lines, stored);
     }
 
 private:
@@ -145,26 +155,19 @@ private:
         return true;
     }
 
-    int report(const FileLines& lines, bool stored) {
+    ImportResult result(const FileLines& lines, bool stored) {
+        ImportResult result{EX_OK, rows_, lines.splitLines(), progress_.seconds(), {}};
         if (!stored) {
-            logLine("ombrel-logwriter: " + error_ + "; stopped after " + std::to_string(rows_) + " messages");
-            return EX_IOERR;
+            result.error = error_;
+        } else if (lines.error() != 0) {
+            result.error = "cannot read " + file_ + ": " + std::strerror(lines.error());
         }
-        if (lines.error() != 0) {
-            logLine("ombrel-logwriter: cannot read " + options_.file + ": " + std::strerror(lines.error()) +
-                    "; stopped after " + std::to_string(rows_) + " messages");
-            return EX_IOERR;
-        }
-        if (lines.splitLines() > 0) {
-            logLine(std::to_string(lines.splitLines()) + " lines of more than 1 MiB were split");
-        }
-        std::array<char, 64> duration{};
-        (void)std::snprintf(duration.data(), duration.size(), " messages imported in %.1f s", progress_.seconds());
-        logLine(std::to_string(rows_) + duration.data());
-        return EX_OK;
+        if (!result.error.empty()) result.exitCode = EX_IOERR;
+        return result;
     }
 
     const ImportOptions& options_;
+    const std::string& file_;
     Source& source_;
     DatabasePool& pool_;
     LocalClock clock_;
@@ -182,6 +185,52 @@ private:
     std::string error_;
 };
 
+std::string secondsText(double seconds, const char* format) {
+    std::array<char, 64> text{};
+    (void)std::snprintf(text.data(), text.size(), format, seconds);
+    return text.data();
+}
+
+ImportResult importFile(const ImportOptions& options, const std::string& file, DatabasePool& pool) {
+    Source source;
+    if (openSource(file, source)) return Import(options, file, source, pool).run();
+    ImportResult result;
+    result.exitCode = EX_NOINPUT;
+    result.error = "cannot read " + file + ": " + std::strerror(errno);
+    return result;
+}
+
+bool sayJson(const std::string& file, const ImportResult& result) {
+    const std::string line = "{\"file\":" + quoteJson(file) +
+                             ",\"ok\":" + (result.exitCode == EX_OK ? "true" : "false") +
+                             ",\"rows\":" + std::to_string(result.rows) +
+                             ",\"split_lines\":" + std::to_string(result.splitLines) +
+                             ",\"duration_seconds\":" + secondsText(result.seconds, "%.3f") +
+                             ",\"error\":" + (result.error.empty() ? "null" : quoteJson(result.error)) + "}\n";
+    return std::fputs(line.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
+}
+
+void saySummary(const ImportOptions& options, const std::string& file, const ImportResult& result) {
+    const std::string name = options.files.size() > 1 ? file + ": " : "";
+    if (result.splitLines > 0) {
+        logLine(name + std::to_string(result.splitLines) + " lines of more than 1 MiB were split");
+    }
+    logLine(name + std::to_string(result.rows) + " messages imported in " + secondsText(result.seconds, "%.1f s"));
+}
+
+/// False when the answer cannot be written.
+bool report(const ImportOptions& options, const std::string& file, const ImportResult& result) {
+    if (result.exitCode == EX_IOERR) {
+        logLine("ombrel-logwriter: " + result.error + "; stopped after " + std::to_string(result.rows) +
+                " messages");
+    } else if (result.exitCode != EX_OK) {
+        logLine("ombrel-logwriter: " + result.error);
+    }
+    if (options.json) return sayJson(file, result);
+    if (result.exitCode == EX_OK) saySummary(options, file, result);
+    return true;
+}
+
 }  // namespace
 
 int importCommand(const ImportOptions& options) {
@@ -197,13 +246,14 @@ int importCommand(const ImportOptions& options) {
                 std::strerror(errno));
         return EX_OSFILE;
     }
-    Source source;
-    if (!openSource(options.file, source)) {
-        logLine("ombrel-logwriter: cannot read " + options.file + ": " + std::strerror(errno));
-        return EX_NOINPUT;
-    }
     DatabasePool pool(settings->archiveFolder, settings->byDevice, *schema);
-    return Import(options, source, pool).run();
+    int exitCode = EX_OK;
+    for (const std::string& file : options.files) {
+        const ImportResult result = importFile(options, file, pool);
+        const bool isSaid = report(options, file, result);
+        if (exitCode == EX_OK) exitCode = isSaid ? result.exitCode : EX_IOERR;
+    }
+    return exitCode;
 }
 
 }  // namespace ombrel

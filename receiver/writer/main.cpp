@@ -20,19 +20,21 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: ombrel-logwriter [--listen=127.0.0.1:PORT] [--notify-fd=N]\n"
-    "       ombrel-logwriter --import FILE [--year=YYYY] [--host=NAME]\n"
+    "       ombrel-logwriter --import FILE [FILE...] [--year=YYYY] [--host=NAME] [--json]\n"
     "\n"
     "Without --import: takes batches of messages from the receivers and commits them to the working\n"
     "databases that the settings name, until SIGTERM.\n"
     "  --listen=127.0.0.1:PORT  the port of the receivers (5615)\n"
     "  --notify-fd=N            write a line break to descriptor N when batches are taken (with\n"
     "                           $NOTIFY_SOCKET: READY=1 there instead)\n"
-    "With --import: stores the messages of a file, one a line (\"-\" is standard input), in the same place.\n"
-    "  --year=YYYY              the year of the first line whose time has none (guessed from the file)\n"
+    "With --import: stores the messages of files, one a line (\"-\" is standard input), in the same place.\n"
+    "  --year=YYYY              the year of the first line whose time has none (guessed from each file)\n"
     "  --host=NAME              the host of lines that name none (\"localhost\")\n"
+    "  --json                   say what became of each file in a line of JSON on standard output, with the\n"
+    "                           members file, ok, rows, split_lines, duration_seconds and error (null when ok)\n"
     "Exit codes: 0 done, 64 wrong options, 66 the file cannot be opened, 69 the port is taken, 70 out of memory,\n"
     "71 no signals, 72 the layout file is missing, 74 cannot read or store, 77 the token cannot be used,\n"
-    "78 wrong settings\n";
+    "78 wrong settings. Of several files that of the first that failed; the others are imported all the same.\n";
 
 struct Arguments {
     ombrel::LogWriterOptions writer{ombrel::kSettingsFile, ombrel::kSchemaFile, ombrel::kRunFolder,
@@ -40,6 +42,7 @@ struct Arguments {
     std::optional<ombrel::ImportOptions> import{};
     std::optional<int> year{};
     std::optional<std::string> host{};
+    bool json = false;
     bool daemonOption = false;
     bool help = false;
 };
@@ -66,7 +69,8 @@ const char* takeOption(int option, const char* value, Arguments& arguments) {
             return readNumber(value, 3, 1 << 20, arguments.writer.notifyFd) ? nullptr
                                                                             : "--notify-fd takes a number from 3";
         case 'i':
-            arguments.import.emplace().file = value;
+            if (!arguments.import) arguments.import.emplace();
+            arguments.import->files.emplace_back(value);
             return *value != '\0' ? nullptr : "--import takes a file";
         case 'y':
             return readNumber(value, 1970, 9999, arguments.year.emplace()) ? nullptr
@@ -74,6 +78,9 @@ const char* takeOption(int option, const char* value, Arguments& arguments) {
         case 'H':
             arguments.host = value;
             return *value != '\0' ? nullptr : "--host takes a name";
+        case 'j':
+            arguments.json = true;
+            return nullptr;
         case 'h':
             arguments.help = true;
             return nullptr;
@@ -82,12 +89,31 @@ const char* takeOption(int option, const char* value, Arguments& arguments) {
     }
 }
 
+const char* checkArguments(int argc, char** argv, Arguments& arguments) {
+    if (!arguments.import) {
+        if (arguments.year || arguments.host || arguments.json) {
+            return "--year, --host and --json belong to --import";
+        }
+        return optind < argc ? "too many arguments" : nullptr;
+    }
+    if (arguments.daemonOption) return "--import takes neither --listen nor --notify-fd";
+    arguments.import->year = arguments.year;
+    if (arguments.host) arguments.import->host = *arguments.host;
+    arguments.import->json = arguments.json;
+    for (int i = optind; i < argc; ++i) {
+        if (*argv[i] == '\0') return "a file has no name";
+        arguments.import->files.emplace_back(argv[i]);
+    }
+    return nullptr;
+}
+
 const char* readArguments(int argc, char** argv, Arguments& arguments) {
-    static const std::array<option, 7> kOptions = {{{"listen", required_argument, nullptr, 'l'},
+    static const std::array<option, 8> kOptions = {{{"listen", required_argument, nullptr, 'l'},
                                                     {"notify-fd", required_argument, nullptr, 'n'},
                                                     {"import", required_argument, nullptr, 'i'},
                                                     {"year", required_argument, nullptr, 'y'},
                                                     {"host", required_argument, nullptr, 'H'},
+                                                    {"json", no_argument, nullptr, 'j'},
                                                     {"help", no_argument, nullptr, 'h'},
                                                     {nullptr, 0, nullptr, 0}}};
     ::opterr = 0;  // it would say a line of its own
@@ -96,14 +122,7 @@ const char* readArguments(int argc, char** argv, Arguments& arguments) {
         if (option == -1) break;
         if (const char* const wrong = takeOption(option, optarg, arguments)) return wrong;
     }
-    if (optind < argc) return "too many arguments";
-    if (!arguments.import) {
-        return arguments.year || arguments.host ? "--year and --host belong to --import" : nullptr;
-    }
-    if (arguments.daemonOption) return "--import takes neither --listen nor --notify-fd";
-    arguments.import->year = arguments.year;
-    if (arguments.host) arguments.import->host = *arguments.host;
-    return nullptr;
+    return checkArguments(argc, argv, arguments);
 }
 
 }  // namespace

@@ -85,6 +85,17 @@ TEST_F(LogRows, OfTheOldLayoutCarryTextsInPlaceOfIds) {
     EXPECT_EQ(count({}), 1);
 }
 
+TEST_F(LogRows, OfTheOldLayoutAreFoundByTheirIdsToo) {
+    ASSERT_TRUE(world->makeVersion1Database(
+        path,
+        {{kNoon, 3, "h", "user", "p", "a"}, {kNoon, 3, "h", "user", "p", "b"}, {kNoon, 3, "h", "user", "p", "c"}}))
+        << world->whyNot();
+    const Conditions between = {{SYSLOG_SQL_FIELD_ROW, SYSLOG_SQL_AT_LEAST, "", 2},
+                                {SYSLOG_SQL_FIELD_ROW, SYSLOG_SQL_AT_MOST, "", 3}};
+    EXPECT_THAT(messages(between, {-1, 0}, {1, 7}), ElementsAre("c", "b"));
+    EXPECT_EQ(count(between), 2);
+}
+
 TEST_F(LogRows, ComeInTheOrderAskedFor) {
     make({{kNoon + 5, 6, "h", "user", "p", "a"},
           {kNoon, 6, "h", "user", "p", "b"},
@@ -193,6 +204,7 @@ constexpr auto kHost = SYSLOG_SQL_FIELD_HOST;
 constexpr auto kMessage = SYSLOG_SQL_FIELD_MESSAGE;
 constexpr auto kSeverity = SYSLOG_SQL_FIELD_SEVERITY;
 constexpr auto kTime = SYSLOG_SQL_FIELD_TIME;
+constexpr auto kRow = SYSLOG_SQL_FIELD_ROW;
 constexpr auto kEqual = SYSLOG_SQL_EQUAL;
 constexpr auto kNotEqual = SYSLOG_SQL_NOT_EQUAL;
 constexpr auto kContains = SYSLOG_SQL_CONTAINS;
@@ -220,6 +232,14 @@ INSTANTIATE_TEST_SUITE_P(
         ConditionCase{"TimeBetween",
                       {{kTime, SYSLOG_SQL_AT_LEAST, "", kNoon + 1}, {kTime, SYSLOG_SQL_AT_MOST, "", kNoon + 2}},
                       {kNeil, kLogin}},
+        ConditionCase{"RowIs", {{kRow, kEqual, "", 2}}, {kNeil}},
+        ConditionCase{"RowIsNot", {{kRow, kNotEqual, "", 2}}, {kPercent, kLogin, kBytes}},
+        ConditionCase{"RowAtLeast", {{kRow, SYSLOG_SQL_AT_LEAST, "", 3}}, {kLogin, kBytes}},
+        ConditionCase{
+            "RowBetween",
+            {{kRow, SYSLOG_SQL_AT_LEAST, "", 2}, {kRow, SYSLOG_SQL_AT_MOST, "", 3}, {kHost, kEqual, "host7", 0}},
+            {kLogin}},
+        ConditionCase{"NoRowIsSoFar", {{kRow, SYSLOG_SQL_AT_LEAST, "", 5}}, {}},
         ConditionCase{"MessageIs", {{kMessage, kEqual, "failed login", 0}}, {kLogin}},
         ConditionCase{"MessageIsNot", {{kMessage, kNotEqual, "failed login", 0}}, {kPercent, kNeil, kBytes}},
         ConditionCase{"MessageContainsInAnyCase", {{kMessage, kContains, "pANIC", 0}}, {kPercent, kBytes}},

@@ -41,6 +41,19 @@ std::string textOf(const FakeDatabase& database, const Row& row, _SYSLOG_SQL_FIE
     }
 }
 
+std::optional<long long> numberOf(const Row& row, _SYSLOG_SQL_FIELD_tag field) {
+    switch (field) {
+        case SYSLOG_SQL_FIELD_SEVERITY:
+            return static_cast<long long>(row.priority);
+        case SYSLOG_SQL_FIELD_TIME:
+            return std::strtoll(row.timestamp.c_str(), nullptr, 10);
+        case SYSLOG_SQL_FIELD_ROW:
+            return std::strtoll(row.rowId.c_str(), nullptr, 10);
+        default:
+            return std::nullopt;
+    }
+}
+
 bool containsNoCase(const std::string& text, const std::string& part) {
     const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; };
     return std::search(text.begin(), text.end(), part.begin(), part.end(),
@@ -48,19 +61,16 @@ bool containsNoCase(const std::string& text, const std::string& part) {
 }
 
 bool meets(const FakeDatabase& database, const Row& row, const _SYSLOG_SQL_COND_tag& condition) {
-    if (condition.field == SYSLOG_SQL_FIELD_SEVERITY || condition.field == SYSLOG_SQL_FIELD_TIME) {
-        const long long number = condition.field == SYSLOG_SQL_FIELD_SEVERITY
-                                     ? static_cast<long long>(row.priority)
-                                     : std::strtoll(row.timestamp.c_str(), nullptr, 10);
+    if (const auto number = numberOf(row, condition.field)) {
         switch (condition.compare) {
             case SYSLOG_SQL_EQUAL:
-                return number == condition.number;
+                return *number == condition.number;
             case SYSLOG_SQL_NOT_EQUAL:
-                return number != condition.number;
+                return *number != condition.number;
             case SYSLOG_SQL_AT_LEAST:
-                return number >= condition.number;
+                return *number >= condition.number;
             case SYSLOG_SQL_AT_MOST:
-                return number <= condition.number;
+                return *number <= condition.number;
             default:
                 return false;
         }

@@ -22,6 +22,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 class ImportTest : public testing::Test {
 protected:
@@ -29,15 +30,17 @@ protected:
         writeSettings(folder / "server.conf", {{"arch_dest", folder / "logs"}});
         options.settingsFile = folder / "server.conf";
         options.schemaFile = OMBREL_SCHEMA_FILE;
-        options.file = folder / "input.log";
+        options.files = {folder / "input.log"};
     }
     int import(const std::string& text) {
-        writeText(options.file, text);
+        writeText(options.files[0], text);
         return run();
     }
     int run() {
+        testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
         const int code = importCommand(options);
+        answer = testing::internal::GetCapturedStdout();
         said = testing::internal::GetCapturedStderr();
         return code;
     }
@@ -47,6 +50,7 @@ protected:
     TempFolder folder;
     ImportOptions options;
     std::string said;
+    std::string answer;
 };
 
 TEST_F(ImportTest, StoresEveryLineWithItsOwnTime) {
@@ -65,9 +69,9 @@ TEST_F(ImportTest, StoresEveryLineWithItsOwnTime) {
 }
 
 TEST_F(ImportTest, GuessesTheYearOfTheFirstLineFromTheLast) {
-    writeText(options.file, "Nov 30 10:00:00 h a: x\nDec 31 10:00:00 h a: x\nJan  1 10:00:00 h a: x\n");
+    writeText(options.files[0], "Nov 30 10:00:00 h a: x\nDec 31 10:00:00 h a: x\nJan  1 10:00:00 h a: x\n");
     struct timespec times[2] = {{1106000000, 0}, {1106000000, 0}};  // January 2005
-    ASSERT_EQ(::utimensat(AT_FDCWD, options.file.c_str(), times, 0), 0);
+    ASSERT_EQ(::utimensat(AT_FDCWD, options.files[0].c_str(), times, 0), 0);
     ASSERT_EQ(run(), EX_OK);
     EXPECT_THAT(query(shared(), "SELECT date(utcsec+utcoff,'unixepoch') FROM logs ORDER BY id"),
                 ElementsAre("2004-11-30", "2004-12-31", "2005-01-01"));
@@ -117,12 +121,12 @@ TEST_F(ImportTest, TakesNoRoomForLinesWithoutText) {
 }
 
 TEST_F(ImportTest, SaysWhatIsMissing) {
-    options.file = folder / "missing.log";
+    options.files[0] = folder / "missing.log";
     EXPECT_EQ(run(), EX_NOINPUT);
     EXPECT_THAT(said, HasSubstr("missing.log: No such file"));
-    options.file = folder.path();
+    options.files[0] = folder.path();
     EXPECT_EQ(run(), EX_NOINPUT);
-    options.file = folder / "server.conf";
+    options.files[0] = folder / "server.conf";
     options.schemaFile = folder / "missing.sql";
     EXPECT_EQ(run(), EX_OSFILE);
     options.settingsFile = folder / "missing.conf";
@@ -133,6 +137,34 @@ TEST_F(ImportTest, StopsWhereItCannotStore) {
     writeText(folder / "logs", "in the way");
     EXPECT_EQ(import("Jul 20 12:00:00 h app: a\n"), EX_IOERR);
     EXPECT_THAT(said, HasSubstr("stopped after 0 messages"));
+}
+
+TEST_F(ImportTest, OneFileThatFailsDoesNotStopTheOthers) {
+    options.files = {folder / "missing.log", folder / "a.log", folder / "b.log"};
+    writeText(options.files[1], "Jul 20 12:00:00 h app: a\n");
+    writeText(options.files[2], "Jul 20 12:00:00 h app: b\nJul 20 12:00:00 h app: c\n");
+    EXPECT_EQ(run(), EX_NOINPUT);
+    EXPECT_THAT(messages(shared()), ElementsAre("a", "b", "c"));
+    EXPECT_EQ(answer, "");
+    EXPECT_THAT(said, HasSubstr("missing.log: No such file"));
+    EXPECT_THAT(said, HasSubstr(options.files[1] + ": 1 messages imported in "));
+    EXPECT_THAT(said, HasSubstr(options.files[2] + ": 2 messages imported in "));
+}
+
+TEST_F(ImportTest, SaysWhatBecameOfEachFileInJson) {
+    options.json = true;
+    options.files.push_back(folder / "\x1b[2Jmissing.log");
+    EXPECT_EQ(import("Jul 20 12:00:00 h app: a\n"), EX_NOINPUT);
+    const auto line = [this](std::size_t file, const char* rest) {
+        return "\\{\"file\":\"" + folder.path() + (file == 0 ? "/input.log" : "/.u001b.2Jmissing.log") + "\"," + rest;
+    };
+    EXPECT_THAT(
+        answer,
+        testing::MatchesRegex(
+            line(0, "\"ok\":true,\"rows\":1,\"split_lines\":0,\"duration_seconds\":[0-9]+\\.[0-9]+,\"error\":null}\n") +
+            line(1, "\"ok\":false,\"rows\":0,\"split_lines\":0,\"duration_seconds\":0\\.000,\"error\":\"cannot "
+                    "read .*: No such file or directory\"}\n")));
+    EXPECT_THAT(said, Not(HasSubstr("imported")));
 }
 
 }  // namespace

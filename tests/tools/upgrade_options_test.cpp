@@ -30,6 +30,10 @@ TEST(UpgradeOptions, TakesTheWordsInAnyOrder) {
     EXPECT_EQ(read({"a.DB", "--zip", "b.DB", "--", "--all"}, named), "");
     EXPECT_TRUE(named.zip && !named.all && !named.removeOld && !named.dryRun);
     EXPECT_EQ(named.paths, (std::vector<std::string>{"a.DB", "b.DB", "--all"}));
+    EXPECT_FALSE(named.json);
+    UpgradeOptions json;
+    EXPECT_EQ(read({"--json", "--all"}, json), "");
+    EXPECT_TRUE(json.json);
     UpgradeOptions help;
     EXPECT_EQ(read({"--help"}, help), "") << "whatever else is missing";
     EXPECT_TRUE(help.help);

@@ -9,6 +9,7 @@
 #include <sysexits.h>
 
 #include <filesystem>
+#include <regex>
 
 #include "tests/contract/linux_makers.h"
 #include "tests/linux/child_process.h"
@@ -210,6 +211,44 @@ TEST_F(UpgradeRunTest, ZipFilesGoTheirOwnWay) {
     EXPECT_EQ(run(), EX_OK);
     EXPECT_THAT(converted_, ElementsAre("a.ZIP"));
     EXPECT_THAT(out_, HasSubstr("the old file is a.ZIP.v1"));
+}
+
+TEST_F(UpgradeRunTest, SaysInJsonWhatBecameOfEachFile) {
+    options_.json = true;
+    const std::string good = old("a\x1b.DB");
+    const std::string bad = old("bad.DB");
+    const std::string shown = folder_.at("a\\u001b.DB");
+    EXPECT_EQ(run(), EX_IOERR);
+    EXPECT_EQ(std::regex_replace(out_, std::regex("(duration_seconds\":)[0-9]+\\.[0-9]{3},"), "$1T,"),
+              R"({"type":"file","file":")" + shown +
+                  R"(","state":"done","rows":1000,"duration_seconds":T,"old_file":")" + shown +
+                  R"(.v1","notice":null,"error":null})"
+                  "\n" R"({"type":"file","file":")" +
+                  bad + R"(","state":"failed","rows":null,"duration_seconds":T,"old_file":null,"notice":null,)" +
+                  R"("error":"cannot convert )" + bad +
+                  "\"}\n"
+                  R"({"type":"summary","upgraded":1,"failed":1,"left":0})"
+                  "\n");
+    EXPECT_EQ(err_, "ombrel-upgrade: cannot convert " + bad + "\n");
+}
+
+TEST_F(UpgradeRunTest, SaysInJsonWhatThereIsToDo) {
+    options_.json = true;
+    options_.dryRun = true;
+    const std::string path = old("a.DB");
+    options_.paths.push_back(folder_.at("new.DB"));
+    makeLinuxLogDatabase(folder_.at("new.DB"), {});
+    const std::string size = std::to_string(fs::file_size(path));
+    EXPECT_EQ(run(), EX_OK);
+    EXPECT_THAT(out_, StartsWith(R"({"type":"note","text":")" + folder_.at("new.DB") +
+                                 R"( has the current layout already","file":null})"
+                                 "\n" R"({"type":"plan","file":")" +
+                                 path + R"(","kind":"database","rows":1,"databases":1,"size_bytes":)" + size +
+                                 R"(,"needed_bytes":)"));
+    EXPECT_THAT(out_, HasSubstr(R"(,"done_rows":0,"new_file":")" + path + "\"}\n" R"({"type":"volume","folder":")" +
+                                folder_.path() + R"(","needed_bytes":)"));
+    EXPECT_THAT(out_, EndsWith(R"(,"free_bytes":5000000000,"enough":true})"
+                               "\n"));
 }
 
 }  // namespace

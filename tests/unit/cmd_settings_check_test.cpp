@@ -282,10 +282,11 @@ std::string outcome(const Lines& words) {
 /// Each key of the settings is asked for once, then once more where the working databases are looked for.
 std::map<std::string, std::string> checkOutcomes() {
     std::map<std::string, std::string> outcomes = {
-        {"VESKGetFSType#1", "0 cannot tell\tarch_dest"}, {"VESKFSIsRemoteFS#1", "1 wrong\tarch_dest"},
-        {"VESKFSIsImageFS#1", "1 wrong\tarch_dest"},     {"statfs64", "1 wrong\tarch_dest"},
-        {"VESKShareGet", "1 wrong\tserver_db_loc"},      {"VESKGetFSType#2", "1 wrong\tserver_db_loc"},
-        {"VESKFSIsImageFS#2", "1 wrong\tserver_db_loc"}, {"VESKFSIsRemoteFS#2", "1 wrong\tserver_db_loc"}};
+        {"VLIBIsPortConflict#1", "1 wrong\tserver_port"}, {"VLIBIsPortConflict#2", "1 wrong\tserver_ietf_port"},
+        {"VESKGetFSType#1", "0 cannot tell\tarch_dest"},  {"VESKFSIsRemoteFS#1", "1 wrong\tarch_dest"},
+        {"VESKFSIsImageFS#1", "1 wrong\tarch_dest"},      {"statfs64", "1 wrong\tarch_dest"},
+        {"VESKShareGet", "1 wrong\tserver_db_loc"},       {"VESKGetFSType#2", "1 wrong\tserver_db_loc"},
+        {"VESKFSIsImageFS#2", "1 wrong\tserver_db_loc"},  {"VESKFSIsRemoteFS#2", "1 wrong\tserver_db_loc"}};
     for (int n = 1; n <= 23; ++n)
         outcomes["VLIBCFileGetKeyValue#" + std::to_string(n)] = "78 ombrel";
     // The keys of the IETF receiver may be missing; it is one for datagrams then.

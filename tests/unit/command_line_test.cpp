@@ -6,6 +6,7 @@
 
 #include "tests/fake/platform_test.h"
 #include "tests/unit/command_line_run.h"
+#include "tools/ombrel/completion.h"
 #include "tools/ombrel/json_writer.h"
 #include "tools/ombrel/table.h"
 
@@ -198,6 +199,48 @@ TEST_F(CommandLine, HelpsWithAGroup) {
             line.out.substr(0, line.out.find("\nOptions")),
             "usage: ombrel box COMMAND ...\nBoxes.\n\nCommands:\n  list  List them.\n  put   Put things in.\n");
     }
+}
+
+class Completions : public CommandLine {
+protected:
+    Lines candidates(const Lines& words) {
+        const Completion completion = completionOf(root, words, [](WordKind kind) {
+            return kind == WordKind::kRule ? Lines{"printers", "edge"} : Lines();
+        });
+        Lines found;
+        for (const Candidate& candidate : completion.candidates)
+            found.push_back(candidate.word);
+        if (completion.files) found.emplace_back("FILES");
+        return found;
+    }
+};
+
+TEST_F(Completions, AreWhatMayFollow) {
+    root.add("hidden", "For programs.").hide();
+    root.add("rule", "Rules.")
+        .word("RULE", text, "", WordKind::kRule)
+        .word("KEY=VALUE", host, "", WordKind::kRule);
+    const std::vector<std::pair<Lines, Lines>> cases = {
+        {{}, {"find", "box", "other", "rule"}},
+        {{"f"}, {"find"}},
+        {{"box", ""}, {"list", "put"}},
+        {{"--color", "a"}, {"auto", "always"}},
+        {{"--color", "never", "b"}, {"box"}},
+        {{"find", "--f"}, {"--follow", "--format"}},
+        {{"find", "--format", ""}, {"table", "json", "csv"}},
+        {{"find", "--format=t"}, {"--format=table"}},
+        {{"find", "--format", "csv", "--fo"}, {"--follow"}},
+        {{"find", "--tag", "x", "--t"}, {"--tag"}},
+        {{"find", "--limit", ""}, {}},
+        {{"find", ""}, {}},
+        {{"rule", "p"}, {"printers"}},
+        {{"rule", "printers", ""}, {"printers=", "edge="}},
+        {{"rule", "--json", "printers", "e"}, {"edge="}},
+        {{"other", "find", ""}, {"FILES"}},
+        {{"nothing", ""}, {"find", "box", "other", "rule"}},
+    };
+    for (const auto& [words, expected] : cases)
+        EXPECT_EQ(candidates(words), expected) << (words.empty() ? "" : words.back());
 }
 
 TEST(CommandTree, OffersAnExampleAndHelpForEverything) {

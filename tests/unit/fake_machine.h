@@ -6,6 +6,8 @@
 #pragma once
 
 #include "tests/unit/fake_machine_checks.h"
+#include <string>
+#include <vector>
 
 namespace ombrel::test {
 
@@ -13,6 +15,9 @@ struct FakeMachine {
     int turnResult = 0;  ///< what Turn::take() answers
     int turnsTaken = 0;
     CheckedMachine checked{};
+
+    std::vector<std::vector<std::string>> executed;  ///< path and words of the programs that took over
+    int execResult = 0;                              ///< the exit code of such a program
 };
 
 /// The same object for everybody; a CommandLineRun begins with a fresh one.

@@ -9,7 +9,7 @@
 namespace ombrel {
 
 const char* const kUpgradeUsage =
-    "usage: ombrel-upgrade [--dry-run] [--remove-old] [--zip] (--all | PATH...)\n"
+    "usage: ombrel-upgrade [--dry-run] [--remove-old] [--zip] [--json] (--all | PATH...)\n"
     "\n"
     "Converts log databases of the old layout (version 1) to the current one, row by row. The old file stays\n"
     "beside the new one as NAME.v1. May be ended at any moment: run again, it goes on where it was.\n"
@@ -19,6 +19,14 @@ const char* const kUpgradeUsage =
     "  --dry-run     only show what there is to do and the space it takes; nothing is changed\n"
     "  --remove-old  do not keep the old files\n"
     "  --zip         look into ZIP files (*.ZIP) too\n"
+    "  --json        answer in JSON, an object a line; its member \"type\" is one of\n"
+    "                file     with file, state (\"done\", \"failed\" or \"stopped\"), rows, duration_seconds, old_file,\n"
+    "                         notice and error\n"
+    "                plan     of --dry-run: with file, kind (\"database\", \"set_aside\" or \"zip\"), rows, databases,\n"
+    "                         size_bytes, needed_bytes, done_rows and new_file\n"
+    "                volume   of --dry-run: with folder, needed_bytes, free_bytes and enough\n"
+    "                note     with text and file\n"
+    "                summary  with upgraded, failed and left\n"
     "A database that the log writer has set aside (NAME.DB.old-N) gets an archive name first.\n"
     "Examples:\n"
     "  ombrel-upgrade --all --zip --dry-run\n"
@@ -53,6 +61,9 @@ bool takeOption(int option, UpgradeOptions& options) {
         case 'z':
             options.zip = true;
             return true;
+        case 'j':
+            options.json = true;
+            return true;
         case 'h':
             options.help = true;
             return true;
@@ -64,10 +75,11 @@ bool takeOption(int option, UpgradeOptions& options) {
 }  // namespace
 
 std::string readUpgradeOptions(int argc, char** argv, UpgradeOptions& options) {
-    static const std::array<option, 6> kOptions = {{{"all", no_argument, nullptr, 'a'},
+    static const std::array<option, 7> kOptions = {{{"all", no_argument, nullptr, 'a'},
                                                     {"dry-run", no_argument, nullptr, 'd'},
                                                     {"remove-old", no_argument, nullptr, 'r'},
                                                     {"zip", no_argument, nullptr, 'z'},
+                                                    {"json", no_argument, nullptr, 'j'},
                                                     {"help", no_argument, nullptr, 'h'},
                                                     {nullptr, 0, nullptr, 0}}};
     ::opterr = 0;  // it would say a line of its own

@@ -16,6 +16,7 @@ struct UpgradeOptions {
     bool dryRun = false;
     bool removeOld = false;
     bool zip = false;
+    bool json = false;
     bool help = false;
     std::vector<std::string> paths{};  ///< as they were given
 };

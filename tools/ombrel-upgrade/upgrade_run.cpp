@@ -21,6 +21,7 @@
 #include "tools/ombrel-upgrade/adoption.h"
 #include "tools/ombrel-upgrade/placement.h"
 #include "tools/ombrel-upgrade/progress_display.h"
+#include "tools/ombrel-upgrade/upgrade_json.h"
 
 namespace ombrel {
 
@@ -29,8 +30,8 @@ namespace {
 constexpr const char* kSettingsFile = "/var/packages/Ombrel/target/service/conf/server.conf";
 
 // Each line at once: on a terminal it stands between those of the progress.
-void say(const std::string& line) {
-    (void)std::fprintf(stdout, "%s\n", escapeForLine(line).c_str());
+void sayAsItIs(const std::string& text) {
+    (void)std::fputs(text.c_str(), stdout);
     (void)std::fflush(stdout);
 }
 
@@ -96,6 +97,9 @@ private:
     bool adopt(FoundDatabase& file);
     const WorkFolder* workFolderOf(const std::string& path);
     UpgradeEnd upgradeOne(FoundDatabase file, size_t number);
+    /// What the user is to know, about a file or none.
+    void say(const std::string& line, const std::string& path = {});
+    void sayOutcome(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds);
     void sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds);
     void saySummary(size_t done, size_t failed, size_t left);
 
@@ -107,6 +111,10 @@ private:
     std::vector<FoundDatabase> files_;
     std::map<std::string, WorkFolder> workFolders_;  // locked until the end of the run
 };
+
+void Run::say(const std::string& line, const std::string& path) {
+    sayAsItIs(options_.json ? noteJson(line, path) : escapeForLine(line) + "\n");
+}
 
 bool Run::settingsCanBeRead() {
     _SYSLOG_CONF_SETTINGS_tag settings;
@@ -177,7 +185,10 @@ int Run::showPlan(const std::vector<VolumeNeed>& volumes) {
         say("nothing to upgrade");
         return complaints_.code();
     }
-    const std::string text = planText(files_, volumes, options_.removeOld, archivePathFor, steps_.freeBytes);
+    const std::string text =
+        options_.json
+            ? planJson(files_, volumes, options_.removeOld, archivePathFor, steps_.isEnough, steps_.freeBytes)
+            : planText(files_, volumes, options_.removeOld, archivePathFor, steps_.freeBytes);
     if (std::fputs(text.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
         complaints_.say(std::string("cannot write: ") + std::strerror(errno), EX_IOERR);
     }
@@ -220,7 +231,7 @@ bool Run::adopt(FoundDatabase& file) {
         complaints_.say(adoption.error, EX_IOERR);
         return false;
     }
-    say(file.path + ": is " + adoption.path + " from now on");
+    say(file.path + ": is " + adoption.path + " from now on", adoption.path);
     file.path = adoption.path;
     file.kind = OldKind::kDatabase;
     return true;
@@ -248,9 +259,16 @@ UpgradeEnd Run::upgradeOne(FoundDatabase file, size_t number) {
     const UpgradeOutcome outcome = upgrade(file.path, *work, options_.removeOld, display_);
     const double seconds = display_.seconds();
     display_.end();
+    sayOutcome(file, outcome, seconds);
+    return outcome.end;
+}
+
+void Run::sayOutcome(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds) {
+    const std::string kept = keptNameOf(file.path);
+    if (options_.json) sayAsItIs(fileJson(file.path, outcome, seconds, isFile(kept, file) ? kept : ""));
     switch (outcome.end) {
         case UpgradeEnd::kDone:
-            sayDone(file, outcome, seconds);
+            if (!options_.json) sayDone(file, outcome, seconds);
             break;
         case UpgradeEnd::kStopped:
             complaints_.say(
@@ -261,7 +279,6 @@ UpgradeEnd Run::upgradeOne(FoundDatabase file, size_t number) {
             complaints_.say(outcome.error, EX_IOERR);
             break;
     }
-    return outcome.end;
 }
 
 void Run::sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, double seconds) {
@@ -276,6 +293,7 @@ void Run::sayDone(const FoundDatabase& file, const UpgradeOutcome& outcome, doub
 }
 
 void Run::saySummary(size_t done, size_t failed, size_t left) {
+    if (options_.json) return sayAsItIs(summaryJson(done, failed, left));
     std::string line = std::to_string(done) + " upgraded, " + std::to_string(failed) + " failed";
     if (left > 0) line += ", " + std::to_string(left) + " left to do";
     say(line);

@@ -2,9 +2,20 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "tools/ombrel/command.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace ombrel {
+
+namespace {
+
+const Command* findCommand(const Command& group, const std::string& name) {
+    const auto found = std::find_if(group.commands().begin(), group.commands().end(),
+                                    [&name](const Command& command) { return command.name() == name; });
+    return found == group.commands().end() ? nullptr : &*found;
+}
+
+}  // namespace
 
 Command& Command::add(std::string name, std::string summary) {
     return commands_.emplace_back(std::move(name), std::move(summary));
@@ -79,6 +90,27 @@ Command& Command::exitCode(int code, std::string meaning) {
 Command& Command::run(CommandAction action) {
     action_ = std::move(action);
     return *this;
+}
+
+Command& Command::hide() {
+    isHidden_ = true;
+    return *this;
+}
+
+std::vector<const Command*> takeCommandPath(const Command& root, std::vector<std::string>& words) {
+    std::vector<const Command*> path = {&root};
+    auto word = words.begin();
+    while (word != words.end() && !path.back()->passesOn()) {
+        if (word->starts_with("-")) {  // an option of every command
+            word += *word == "--color" && word + 1 != words.end() ? 2 : 1;
+            continue;
+        }
+        const Command* next = findCommand(*path.back(), *word);
+        if (next == nullptr) break;
+        path.push_back(next);
+        word = words.erase(word);
+    }
+    return path;
 }
 
 }  // namespace ombrel

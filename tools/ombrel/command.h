@@ -90,6 +90,8 @@ public:
     /// What an exit code means here, where it is more than the usual.
     Command& exitCode(int code, std::string meaning);
     Command& run(CommandAction action);
+    /// For programs, not for people: neither the help nor the completions name it.
+    Command& hide();
 
     [[nodiscard]] const std::string& name() const { return name_; }
     [[nodiscard]] const std::string& summary() const { return summary_; }
@@ -101,6 +103,7 @@ public:
     [[nodiscard]] const std::vector<std::pair<int, std::string>>& exitCodes() const { return exitCodes_; }
     [[nodiscard]] const CommandAction& action() const { return action_; }
     [[nodiscard]] bool passesOn() const { return passesOn_; }
+    [[nodiscard]] bool isHidden() const { return isHidden_; }
 
 private:
     std::string name_;
@@ -113,7 +116,12 @@ private:
     std::vector<std::pair<int, std::string>> exitCodes_;
     CommandAction action_;
     bool passesOn_ = false;
+    bool isHidden_ = false;
 };
+
+/// Takes the names of commands out of the words, from the root on: the commands from the root to the one that is
+/// named. What is left belongs to that one.
+std::vector<const Command*> takeCommandPath(const Command& root, std::vector<std::string>& words);
 
 /// "usage: ..." and all that belongs to it. `path`: the commands from the root to the one in question.
 std::string commandHelp(const std::vector<const Command*>& path);

@@ -97,8 +97,9 @@ Entries optionEntries(const Command& command) {
 
 Entries commandEntries(const Command& command) {
     Entries entries;
-    for (const Command& sub : command.commands())
-        entries.emplace_back(sub.name(), sub.summary());
+    for (const Command& sub : command.commands()) {
+        if (!sub.isHidden()) entries.emplace_back(sub.name(), sub.summary());
+    }
     return entries;
 }
 

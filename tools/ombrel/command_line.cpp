@@ -39,29 +39,6 @@ std::string listOf(const Words& words) {
     return text;
 }
 
-const Command* findCommand(const Command& group, const std::string& name) {
-    const auto found = std::find_if(group.commands().begin(), group.commands().end(),
-                                    [&name](const Command& command) { return command.name() == name; });
-    return found == group.commands().end() ? nullptr : &*found;
-}
-
-/// The commands that the words name, from the root on. What is left of the words is not part of a name.
-std::vector<const Command*> takePath(const Command& root, Words& words) {
-    std::vector<const Command*> path = {&root};
-    auto word = words.begin();
-    while (word != words.end() && !path.back()->passesOn()) {
-        if (word->starts_with("-")) {  // an option of every command
-            word += *word == "--color" && word + 1 != words.end() ? 2 : 1;
-            continue;
-        }
-        const Command* next = findCommand(*path.back(), *word);
-        if (next == nullptr) break;
-        path.push_back(next);
-        word = words.erase(word);
-    }
-    return path;
-}
-
 [[noreturn]] void refuse(const std::string& name, const std::string& value, const std::string& expected) {
     throw CLI::ValidationError(name + " \"" + value + "\"", "expected " + expected);
 }
@@ -178,8 +155,9 @@ std::string readWords(const Command& command, Words words, Common& common) {
 /// What is wrong with words that name a group of commands and not one of them.
 std::string whatCommand(const Command& group, const Words& words) {
     Words names;
-    for (const Command& command : group.commands())
-        names.push_back(command.name());
+    for (const Command& command : group.commands()) {
+        if (!command.isHidden()) names.push_back(command.name());
+    }
     const auto word =
         std::find_if(words.begin(), words.end(), [](const auto& each) { return !each.starts_with("-"); });
     return (word == words.end() ? "expected a command: " : "no command \"" + *word + "\"; expected ") +
@@ -201,18 +179,18 @@ int runCommand(const Command& command, const Common& common) {
 
 }  // namespace
 
-int runCommandLine(const Command& root, const std::vector<std::string>& given) {
-    Words words = given;
-    const std::vector<const Command*> path = takePath(root, words);
+int runCommandLine(const Command& root, const std::vector<std::string>& words) {
+    Words left = words;
+    const std::vector<const Command*> path = takeCommandPath(root, left);
     const Command& command = *path.back();
     Common common;
     if (command.passesOn()) {
-        *std::get<Words*>(command.wordPlaces().front().place) = std::move(words);
+        *std::get<Words*>(command.wordPlaces().front().place) = std::move(left);
         return runCommand(command, common);
     }
-    if (asksForHelp(words)) return endOfOutput(say(commandHelp(path)));
+    if (asksForHelp(left)) return endOfOutput(say(commandHelp(path)));
     const std::string wrong =
-        command.action() ? readWords(command, std::move(words), common) : whatCommand(command, words);
+        command.action() ? readWords(command, std::move(left), common) : whatCommand(command, left);
     if (!wrong.empty()) return complain(EX_USAGE, wrong + "; " + fullName(path) + " --help says more");
     return runCommand(command, common);
 }

@@ -28,6 +28,15 @@ Command ombrelCommands() {
     addRuleCommand(root);
     addSettingsCommand(root);
     addStorageCommand(root);
+    addArchiveCommand(root);
+    addCompleteCommand(root);
+    addEventsCommand(root);
+    addImportCommand(root);
+    addJobCommand(root);
+    addOld(root, "rule", "customized receiving rules", cmdRule);
+    addOld(root, "settings", "show and change the settings", cmdSettings);
+    addStatusCommand(root);
+    addUpgradeCommand(root);
     return root;
 }
 

@@ -12,6 +12,7 @@
 namespace ombrel {
 
 void addArchiveCommand(Command& root);
+void addCompleteCommand(Command& root);
 void addDoctorCommand(Command& root);
 void addEventsCommand(Command& root);
 void addExportCommand(Command& root);
@@ -31,6 +32,8 @@ void addUpgradeCommand(Command& root);
 // Those that read their words by themselves.
 int cmdArchive(std::span<char* const> words);
 int cmdJob(std::span<char* const> words);
+int cmdRule(std::span<char* const> words);
+int cmdSettings(std::span<char* const> words);
 
 bool asksForHelp(std::span<char* const> words);
 int showHelp(const char* usage);

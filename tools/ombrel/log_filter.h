@@ -50,6 +50,10 @@ public:
 
 private:
     struct Pattern;
+    std::optional<std::string> readSeverity(const std::string& word);
+    std::optional<std::string> readTimes(const FilterWords& words, long long now);
+    std::optional<std::string> readPattern(const std::string& word);
+
     std::list<_SYSLOG_SQL_COND_tag> conditions_;
     std::shared_ptr<const Pattern> pattern_;
     std::optional<long long> since_;
