@@ -5,11 +5,21 @@
 // recording platform.
 #pragma once
 
+#include <set>
+#include <string>
+#include <vector>
+
 namespace ombrel::test {
 
 struct FakeMachine {
     int turnResult = 0;  ///< what Turn::take() answers
     int turnsTaken = 0;
+    // Of the schedule.
+    bool isTurnBusy = false;            ///< Turn::tryTake() finds somebody else
+    int beats = 0;                      ///< how often a metronome beats until it is asked to end
+    int beatSeconds = 0;                ///< between two of them
+    std::set<std::string> conversions;  ///< archives that are being converted
+    std::vector<std::string> removals;  ///< events: path, reason, bytes
 };
 
 /// The same object for everybody; a CommandLineRun begins with a fresh one.

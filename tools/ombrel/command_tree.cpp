@@ -26,7 +26,9 @@ Command ombrelCommands() {
     addCompleteCommand(root);
     addImportCommand(root);
     addJobCommand(root);
+    addRetentionCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
+    addScheduleCommand(root);
     addOld(root, "settings", "show and change the settings", cmdSettings);
     addUpgradeCommand(root);
     return root;
