@@ -20,6 +20,9 @@ struct FakeMachine {
     int beatSeconds = 0;                ///< between two of them
     std::set<std::string> conversions;  ///< archives that are being converted
     std::vector<std::string> removals;  ///< events: path, reason, bytes
+
+    std::vector<std::vector<std::string>> executed;  ///< path and words of the programs that took over
+    int execResult = 0;                              ///< the exit code of such a program
 };
 
 /// The same object for everybody; a CommandLineRun begins with a fresh one.

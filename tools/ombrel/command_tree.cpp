@@ -24,12 +24,14 @@ Command ombrelCommands() {
     Command root("ombrel", "The management of the log receiver.");
     addArchiveCommand(root);
     addCompleteCommand(root);
+    addEventsCommand(root);
     addImportCommand(root);
     addJobCommand(root);
     addRetentionCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
     addScheduleCommand(root);
     addOld(root, "settings", "show and change the settings", cmdSettings);
+    addStatusCommand(root);
     addUpgradeCommand(root);
     return root;
 }
