@@ -6,6 +6,7 @@
 #pragma once
 
 #include <set>
+#include "tests/unit/fake_machine_checks.h"
 #include <string>
 #include <vector>
 
@@ -20,6 +21,7 @@ struct FakeMachine {
     int beatSeconds = 0;                ///< between two of them
     std::set<std::string> conversions;  ///< archives that are being converted
     std::vector<std::string> removals;  ///< events: path, reason, bytes
+    CheckedMachine checked{};
 
     std::vector<std::vector<std::string>> executed;  ///< path and words of the programs that took over
     int execResult = 0;                              ///< the exit code of such a program
