@@ -24,10 +24,13 @@ Command ombrelCommands() {
     Command root("ombrel", "The management of the log receiver.");
     addOld(root, "archive", "archive the databases that are due, or all that hold rows", cmdArchive);
     addCompleteCommand(root);
+    addExportCommand(root);
     addImportCommand(root);
     addOld(root, "job", "switch a service job and wait until it is up or down", cmdJob);
     addOld(root, "rule", "customized receiving rules", cmdRule);
     addOld(root, "settings", "show and change the settings", cmdSettings);
+    addStatsCommand(root);
+    addTailCommand(root);
     addUpgradeCommand(root);
     return root;
 }
