@@ -3,7 +3,9 @@
 #include "linux/vesksyslog/event_line.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
+#include <chrono>
 #include <cstdint>
 
 namespace ombrel {
@@ -116,6 +118,16 @@ private:
     std::string_view rest_;
 };
 
+/// The place of a text that has one of its own.
+std::string* placeOf(std::string_view name, EventLine& line) {
+    return name == "time"     ? &line.time
+           : name == "event"  ? &line.event
+           : name == "text"   ? &line.text
+           : name == "job"    ? &line.job
+           : name == "signal" ? &line.signal
+                              : nullptr;
+}
+
 bool readMember(Reader& reader, EventLine& line) {
     std::string name;
     if (!reader.string(name) || !reader.take(':')) return false;
@@ -123,15 +135,36 @@ bool readMember(Reader& reader, EventLine& line) {
         long long number = 0;
         if (!reader.number(number)) return false;
         if (name == "exit_code" && number >= 0 && number <= 255) line.exitCode = static_cast<int>(number);
+        line.more.emplace_back(std::move(name), number);
         return true;
     }
-    std::string ignored;
-    std::string* const value = name == "event"    ? &line.event
-                               : name == "text"   ? &line.text
-                               : name == "job"    ? &line.job
-                               : name == "signal" ? &line.signal
-                                                  : &ignored;
-    return reader.string(*value);
+    std::string value;
+    if (!reader.string(value)) return false;
+    std::string* const place = placeOf(name, line);
+    if (place != nullptr) *place = value;
+    const bool isUsual = place == &line.time || place == &line.event || place == &line.text;
+    if (!isUsual) line.more.emplace_back(std::move(name), std::move(value));
+    return true;
+}
+
+/// Digits alone, so that there is no sign.
+bool readDigits(std::string_view text, int& value) {
+    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    if (!std::all_of(text.begin(), text.end(), isDigit)) return false;
+    return std::from_chars(text.data(), text.data() + text.size(), value).ec == std::errc();
+}
+
+/// Seconds east of Greenwich.
+bool readOffset(std::string_view text, long long& seconds) {
+    seconds = 0;
+    if (text == "Z") return true;
+    int hours = 0;
+    int minutes = 0;
+    if (text.size() != 6 || (text[0] != '+' && text[0] != '-') || text[3] != ':') return false;
+    if (!readDigits(text.substr(1, 2), hours) || !readDigits(text.substr(4, 2), minutes)) return false;
+    if (hours > 23 || minutes > 59) return false;
+    seconds = (text[0] == '-' ? -60LL : 60LL) * (hours * 60 + minutes);
+    return true;
 }
 
 }  // namespace
@@ -146,6 +179,27 @@ std::optional<EventLine> readEventLine(std::string_view line) {
     } while (reader.take(','));
     if (!reader.take('}') || !reader.atEnd() || result.event.empty()) return std::nullopt;
     return result;
+}
+
+std::optional<long long> secondsOfEvent(std::string_view time) {
+    constexpr std::string_view kForm = "0000-00-00T00:00:00";
+    if (time.size() <= kForm.size()) return std::nullopt;
+    for (std::size_t i = 0; i < kForm.size(); ++i) {
+        if (kForm[i] != '0' && time[i] != kForm[i]) return std::nullopt;
+    }
+    std::array<int, 6> parts{};  // year, month, day, hour, minute, second
+    constexpr std::array<std::size_t, 6> kAt = {0, 5, 8, 11, 14, 17};
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        if (!readDigits(time.substr(kAt[i], i == 0 ? 4 : 2), parts[i])) return std::nullopt;
+    }
+    const std::chrono::year_month_day day{std::chrono::year(parts[0]),
+                                          std::chrono::month(static_cast<unsigned>(parts[1])),
+                                          std::chrono::day(static_cast<unsigned>(parts[2]))};
+    long long offset = 0;
+    if (!day.ok() || parts[3] > 23 || parts[4] > 59 || parts[5] > 60) return std::nullopt;
+    if (!readOffset(time.substr(kForm.size()), offset)) return std::nullopt;
+    const long long days = std::chrono::sys_days(day).time_since_epoch().count();
+    return ((days * 24 + parts[3]) * 60 + parts[4]) * 60 + parts[5] - offset;
 }
 
 }  // namespace ombrel

@@ -14,7 +14,7 @@
 
 namespace ombrel {
 
-SettingsRead readSettings() {
+SettingsRead tryReadSettings() {
     SettingsRead read;
     SettingsRecord record;
     VLIBCErrSetEx(0, "", 0);
@@ -24,14 +24,19 @@ SettingsRead readSettings() {
     }
     const int code = VLIBCErrGet();
     const std::string why = errorText(code);
-    const std::string file = kSettingsFile;
-    if (code == fromErrno(EACCES)) {
-        read.exitCode = complain(EX_NOPERM, file + " cannot be read (" + why + "); root can");
-    } else if (!why.empty()) {
-        read.exitCode = complain(EX_CONFIG, file + " cannot be read (" + why + ")");
+    read.complaint = std::string(kSettingsFile) + " cannot be read";
+    read.exitCode = code == fromErrno(EACCES) ? EX_NOPERM : EX_CONFIG;
+    if (read.exitCode == EX_NOPERM) {
+        read.complaint += " (" + why + "); root can";
     } else {
-        read.exitCode = complain(EX_CONFIG, file + " cannot be read or lacks a required key");
+        read.complaint += why.empty() ? " or lacks a required key" : " (" + why + ")";
     }
+    return read;
+}
+
+SettingsRead readSettings() {
+    SettingsRead read = tryReadSettings();
+    if (!read.record) (void)complain(read.exitCode, read.complaint);
     return read;
 }
 

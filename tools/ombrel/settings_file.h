@@ -13,11 +13,13 @@ namespace ombrel {
 
 struct SettingsRead {
     std::optional<SettingsRecord> record;
-    int exitCode =
-        0;  ///< without a record, which has been complained of then: 77 no right to read, 78 anything else
+    int exitCode = 0;       ///< without a record: 77 no right to read, 78 anything else
+    std::string complaint;  ///< likewise: which file cannot be read and why, or which key it lacks
 };
 
-/// Reads all settings, or says which file cannot be read and why, or which key it lacks.
+/// Reads all settings, or complains.
 SettingsRead readSettings();
+/// The same without a word.
+SettingsRead tryReadSettings();
 
 }  // namespace ombrel

@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: Apache-2.0
+// SPDX-FileCopyrightText: the Ombrel authors
+#include "tools/ombrel/status_gather.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "tools/ombrel/event_history.h"
+#include "tools/ombrel/machine_places.h"
+#include "tools/ombrel/settings_file.h"
+#include "tools/ombrel/status_machine.h"
+
+namespace ombrel {
+
+namespace {
+
+/// As many as a tall terminal shows.
+constexpr std::size_t kMostEvents = 20;
+
+void lookAtVolume(const std::string& folder, StatusReport& report) {
+    report.volume = volumeOf(folder);
+    if (!report.volume)
+        report.notes.push_back("the free space of " + folder + " is not known: " + std::strerror(errno));
+}
+
+void lookAtEvents(StatusReport& report) {
+    EventQuery query;
+    query.most = kMostEvents;
+    EventHistory history = readEventHistory(eventFile(), query);
+    if (history.error == 0) {
+        report.events = std::move(history.records);
+    } else if (history.error == EACCES) {
+        report.notes.push_back(eventFile() + " may not be read; root can read it");
+    } else {
+        report.notes.push_back(eventFile() + " cannot be read: " + std::strerror(history.error));
+    }
+}
+
+}  // namespace
+
+StatusReport StatusWatch::look() {
+    StatusReport report;
+    report.time = time(nullptr);
+    receivers_.lookAtJobs(report);
+    SettingsRead settings = tryReadSettings();
+    report.exitCode = settings.exitCode;
+    if (settings.record) {
+        receivers_.lookAtReceivers(*settings.record, report);
+        databases_.look(*settings.record, report);
+        lookAtVolume(settings.record->arch_dest, report);
+        report.lastArchived = settings.record->arch_last_time;
+    } else {
+        report.notes.push_back(settings.complaint);
+    }
+    // The log writer is needed by whoever receives.
+    const bool receives = std::any_of(report.receivers.begin(), report.receivers.end(), [](const auto& receiver) {
+        return receiver.isWanted || receiver.running.value_or(false);
+    });
+    report.jobs.front().isWanted = receives;
+    lookAtEvents(report);
+    return report;
+}
+
+}  // namespace ombrel
