@@ -24,15 +24,15 @@ Command ombrelCommands() {
     Command root("ombrel", "The management of the log receiver.");
     addArchiveCommand(root);
     addCompleteCommand(root);
-    addExportCommand(root);
     addEventsCommand(root);
+    addExportCommand(root);
     addImportCommand(root);
     addJobCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
     addOld(root, "settings", "show and change the settings", cmdSettings);
     addStatsCommand(root);
-    addTailCommand(root);
     addStatusCommand(root);
+    addTailCommand(root);
     addUpgradeCommand(root);
     return root;
 }
