@@ -7,8 +7,12 @@
 
 #include <set>
 #include "tests/unit/fake_machine_checks.h"
+#include <functional>
+#include <set>
 #include <string>
 #include <vector>
+
+#include "tools/ombrel/follow_watch.h"
 
 namespace ombrel::test {
 
@@ -25,6 +29,15 @@ struct FakeMachine {
 
     std::vector<std::vector<std::string>> executed;  ///< path and words of the programs that took over
     int execResult = 0;                              ///< the exit code of such a program
+
+    /// What happens while somebody who follows files waits; without it he is asked to stop.
+    std::function<FollowWake()> whileWaiting;
+    std::set<std::string> watchedFolders;
+    bool canWatch = true;
+
+    std::string output;  ///< what was written to the output file, or to standard output in its place
+    bool outputIsFull = false;
+    bool stopAsked = false;  ///< by a signal
 };
 
 /// The same object for everybody; a CommandLineRun begins with a fresh one.

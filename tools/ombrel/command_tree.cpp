@@ -31,13 +31,16 @@ Command ombrelCommands() {
     addArchiveCommand(root);
     addCompleteCommand(root);
     addEventsCommand(root);
+    addExportCommand(root);
     addImportCommand(root);
     addJobCommand(root);
     addRetentionCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
     addScheduleCommand(root);
     addOld(root, "settings", "show and change the settings", cmdSettings);
+    addStatsCommand(root);
     addStatusCommand(root);
+    addTailCommand(root);
     addUpgradeCommand(root);
     return root;
 }
