@@ -49,7 +49,7 @@ struct MinutePage {
         }
         // After archiving there is another database, whose ids begin anew.
         if (newest < known || (id == known && received != count.newestReceived_)) known = 0;
-        if (id <= known || count.messages_ >= MinuteCount::kMost) return false;
+        if (id <= known || count.messages_ >= count.most_) return false;
         if (id >= lowest) return true;
         lowest = id;
         if (received < oldest) return true;
@@ -101,7 +101,7 @@ bool MinuteCount::look(const std::string& path, long long now) {
         newestId_ = page.newest;
         newestReceived_ = page.newestReceived;
     }
-    if (messages_ >= kMost) moreThanUntil_ = now;
+    if (messages_ >= most_) moreThanUntil_ = now;
     return true;
 }
 

@@ -20,6 +20,7 @@ class MinuteCount {
 public:
     /// More than these are not counted at one look.
     static constexpr unsigned long long kMost = 1'000'000;
+    explicit MinuteCount(unsigned long long most = kMost) : most_(most) {}
 
     /// Reads the newest rows in pages, down to those of a minute ago or of the look before; false when they cannot
     /// be read.
@@ -34,6 +35,7 @@ private:
     void add(long long received);
     void forgetBefore(long long oldest);
 
+    unsigned long long most_;
     unsigned long long newestId_ = 0;  // of all that were read
     long long newestReceived_ = 0;     // with which another database has no row of that id
     std::map<long long, unsigned long long> seconds_;

@@ -113,7 +113,11 @@ std::string statusJson(const StatusReport& report) {
     const auto writeOne = [&](const auto& one) { write(json, one); };
     writeList(json, "receivers", report.receivers, writeOne);
     writeList(json, "jobs", report.jobs, [&](const JobStatus& job) {
-        json.beginObject().member("name", job.name).member("running", job.running).endObject();
+        json.beginObject()
+            .member("name", job.name)
+            .member("wanted", job.isWanted)
+            .member("running", job.running)
+            .endObject();
     });
     writeList(json, "databases", report.databases, writeOne);
     const auto minute = lastMinuteOf(report);

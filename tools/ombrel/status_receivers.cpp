@@ -96,10 +96,10 @@ void lookAtSockets(std::map<ReceiverStatus::Kind, std::set<Inode>>& own, StatusR
     const auto udp = openSockets(Transport::kUdp);
     const auto tcp = openSockets(Transport::kTcp);
     for (ReceiverStatus& receiver : report.receivers) {
-        if (!receiver.port || !receiver.running.value_or(false)) continue;
+        if (!receiver.port || !receiver.running.value_or(receiver.isWanted)) continue;
         const bool isRule = receiver.kind == ReceiverStatus::Kind::kRule;
         const auto& open = receiver.transport == "udp" ? udp : tcp;
-        if (isRule && open) receiver.running = isOpen(*receiver.port, *open);
+        if (isRule && receiver.running && open) receiver.running = isOpen(*receiver.port, *open);
         if (receiver.transport == "udp" && udp)
             receiver.lostDatagrams =
                 lostAt(*receiver.port, *udp, own[isRule ? ReceiverStatus::Kind::kRules : receiver.kind]);

@@ -28,7 +28,8 @@ Lines linesOf(const std::string& text) {
     Lines lines;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\n', at), text.size());
-        lines.push_back(text.substr(at, end - at));
+        const std::size_t last = text.find_last_not_of(' ', end - 1);  // of a cell without a text
+        lines.push_back(text.substr(at, last == std::string::npos || last < at ? 0 : last + 1 - at));
         at = end + 1;
     }
     return lines;
@@ -151,21 +152,19 @@ std::string labelled(const Terminal& terminal, const std::string& label, const s
     return painted(terminal, Colour::kBold, label) + std::string(kLabelColumns - label.size(), ' ') + cut;
 }
 
-/// Words in as many lines as they need.
-void addWords(const Terminal& terminal, const std::string& label, Colour colour, const Lines& words, Lines& lines) {
+/// Words in as many lines as they need; the label stands before the first one.
+void addWords(const Terminal& terminal, std::string label, Colour colour, const Lines& words, Lines& lines) {
     std::string line;
-    std::size_t used = 0;
     const auto finish = [&] {
-        const std::string head = lines.empty() || !line.empty() ? label : "";
-        lines.push_back(painted(terminal, colour == Colour::kRed ? Colour::kRed : Colour::kBold, head) +
-                        std::string(kLabelColumns - head.size(), ' ') + painted(terminal, colour, line));
+        lines.push_back(painted(terminal, colour == Colour::kRed ? Colour::kRed : Colour::kBold, label) +
+                        std::string(kLabelColumns - label.size(), ' ') + painted(terminal, colour, line));
         line.clear();
+        label.clear();
     };
     for (const std::string& word : words) {
-        if (!line.empty() && kLabelColumns + used + 1 + word.size() > static_cast<std::size_t>(terminal.columns))
-            finish();
+        const std::size_t columns = kLabelColumns + line.size() + 1 + word.size();
+        if (!line.empty() && columns > static_cast<std::size_t>(terminal.columns)) finish();
         line += (line.empty() ? "" : " ") + word;
-        used = line.size();
     }
     if (!line.empty()) finish();
 }
