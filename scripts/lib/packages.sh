@@ -52,11 +52,12 @@ need_packages() {
   return $result
 }
 
-# build PRESET [TARGET...]: configures and builds one preset of CMakePresets.json.
+# build PRESET [TARGET...]: configures and builds one preset of CMakePresets.json. What is in CMAKE_OPTIONS is added.
 build() {
   local preset=$1
   shift
-  cmake --preset "$preset" >"$TOP/build/$preset.log" 2>&1 || { cat "$TOP/build/$preset.log" >&2; return 1; }
+  cmake --preset "$preset" ${CMAKE_OPTIONS:-} >"$TOP/build/$preset.log" 2>&1 ||
+    { cat "$TOP/build/$preset.log" >&2; return 1; }
   cmake --build --preset "$preset" ${1:+--target "$@"} >"$TOP/build/$preset.log" 2>&1 ||
     { tail -n 60 "$TOP/build/$preset.log" >&2; return 1; }
 }

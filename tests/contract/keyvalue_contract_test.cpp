@@ -16,7 +16,7 @@
 namespace ombrel::contract {
 namespace {
 
-constexpr const char* kFormat = "%s=\"%s\"\n";
+constexpr const char* kKeyFormat = "%s=\"%s\"\n";
 
 class KeyValueFile : public ContractTest {
 protected:
@@ -28,7 +28,7 @@ protected:
         return result < 0 ? "<unreadable>" : buffer.data();
     }
     static int set(const std::string& path, std::initializer_list<std::pair<const char*, std::string>> pairs,
-                   const char* format = kFormat) {
+                   const char* format = kKeyFormat) {
         const Hash keys = hashOf(pairs);
         return VLIBCFileSetKeys(path.c_str(), keys.get(), 0, format);
     }
@@ -127,12 +127,12 @@ INSTANTIATE_TEST_SUITE_P(Values, RoundTrip,
                          [](const auto& test) { return test.param.first; });
 
 /// Keys and values that no line can hold.
-struct Forbidden {
+struct ForbiddenKey {
     const char* name;
     const char* key;
     const char* value;
 };
-class ForbiddenText : public KeyValueFile, public ::testing::WithParamInterface<Forbidden> {};
+class ForbiddenText : public KeyValueFile, public ::testing::WithParamInterface<ForbiddenKey> {};
 
 TEST_P(ForbiddenText, IsRefusedAndNothingIsWritten) {
     const std::string before = "a=\"1\"\nb=\"2\"\n";
@@ -145,13 +145,13 @@ TEST_P(ForbiddenText, IsRefusedAndNothingIsWritten) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, ForbiddenText,
-                         ::testing::Values(Forbidden{"LineFeedInValue", "b", "x\nadmin=\"1"},
-                                           Forbidden{"LineFeedAtEndOfValue", "b", "x\n"},
-                                           Forbidden{"CarriageReturnInValue", "b", "x\ry"},
-                                           Forbidden{"LineFeedInKey", "b\nc", "x"},
-                                           Forbidden{"CarriageReturnInKey", "b\r", "x"},
-                                           Forbidden{"EmptyKey", "", "x"},
-                                           Forbidden{"EqualsSignInKey", "b=c", "x"}),
+                         ::testing::Values(ForbiddenKey{"LineFeedInValue", "b", "x\nadmin=\"1"},
+                                           ForbiddenKey{"LineFeedAtEndOfValue", "b", "x\n"},
+                                           ForbiddenKey{"CarriageReturnInValue", "b", "x\ry"},
+                                           ForbiddenKey{"LineFeedInKey", "b\nc", "x"},
+                                           ForbiddenKey{"CarriageReturnInKey", "b\r", "x"},
+                                           ForbiddenKey{"EmptyKey", "", "x"},
+                                           ForbiddenKey{"EqualsSignInKey", "b=c", "x"}),
                          [](const auto& test) { return test.param.name; });
 
 }  // namespace

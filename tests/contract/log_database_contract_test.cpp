@@ -20,7 +20,7 @@ using ::testing::Pair;
 
 constexpr const char* kSchema = "/usr/vesk/syslog/schema/loginfo2.sql";
 constexpr const char* kHostIndex = "CREATE INDEX logs_host_idx ON logs (host)";
-constexpr long long kNoon = 1709467200;  // 2024-03-03 12:00 UTC
+constexpr long long kFirstNoon = 1709467200;  // 2024-03-03 12:00 UTC
 constexpr long long kDay = 24 * 60 * 60;
 
 class LogDatabase : public ContractTest {
@@ -34,9 +34,9 @@ protected:
         return at("old.DB");
     }
     std::string twoDays() {
-        return version2({{kNoon + kDay, 4, "host8", "local1", "cron", "later"},
-                         {kNoon, 6, "host7", "local0", "sshd", "earlier"},
-                         {kNoon + 5, 6, "host7", "local0", "cron", "between"}});
+        return version2({{kFirstNoon + kDay, 4, "host8", "local1", "cron", "later"},
+                         {kFirstNoon, 6, "host7", "local0", "sshd", "earlier"},
+                         {kFirstNoon + 5, 6, "host7", "local0", "cron", "between"}});
     }
 };
 
@@ -68,8 +68,8 @@ TEST_F(LogDatabase, CanBeDisconnectedWithoutAConnectionAndTwice) {
 TEST_F(LogDatabase, KnowsItsSpanAndItsRows) {
     DBHandler handler(twoDays(), kSchema);
     ASSERT_GE(handler.DBCon(), 0);
-    EXPECT_EQ(handler.DBInfoStartGet(), kNoon);
-    EXPECT_EQ(handler.DBInfoEndGet(), kNoon + kDay);
+    EXPECT_EQ(handler.DBInfoStartGet(), kFirstNoon);
+    EXPECT_EQ(handler.DBInfoEndGet(), kFirstNoon + kDay);
     EXPECT_EQ(handler.DBInfoCntGet(), 3);
     EXPECT_EQ(handler.DBInfoStartStrGet(), "2024-03-03");
     EXPECT_EQ(handler.DBInfoEndStrGet(), "2024-03-04");
@@ -86,7 +86,7 @@ TEST_F(LogDatabase, WithoutRowsBeginsWithTheEpoch) {
 }
 
 TEST_F(LogDatabase, OfTheOldLayoutCanBeOpenedButNotCounted) {
-    DBHandler handler(version1({{kNoon, 6, "host7", "local0", "sshd", "old"}}), kSchema);
+    DBHandler handler(version1({{kFirstNoon, 6, "host7", "local0", "sshd", "old"}}), kSchema);
     ASSERT_GE(handler.DBCon(), 0);
     EXPECT_LT(handler.DBInfoCntGet(), 0);
     EXPECT_EQ(handler.DBInfoStartGet(), 0);
@@ -103,7 +103,7 @@ TEST_F(LogDatabase, OfTheOldLayoutCannotBeCountedWithoutRowsEither) {
 }
 
 TEST_F(LogDatabase, OfTheOldLayoutIsNotChangedByBeingAsked) {
-    const std::string path = version1({{kNoon, 6, "host7", "local0", "sshd", "old"}});
+    const std::string path = version1({{kFirstNoon, 6, "host7", "local0", "sshd", "old"}});
     const std::string before = bytesOf(path);
     DBHandler handler(path, kSchema);
     ASSERT_GE(handler.DBCon(), 0);
@@ -165,7 +165,7 @@ TEST_F(LogDatabase, KeepsTheTextsOfItsIds) {
 }
 
 TEST_F(LogDatabase, HasNoTextsOfIdsInTheOldLayoutNorInNoDatabase) {
-    std::string old = version1({{kNoon, 6, "host7", "local0", "sshd", "old"}});
+    std::string old = version1({{kFirstNoon, 6, "host7", "local0", "sshd", "old"}});
     std::string missing = at("none.DB");
     std::string text = file("text.DB", "text\n");
     std::map<unsigned long long, std::string> keys;

@@ -25,8 +25,8 @@ using ResultHandle = std::unique_ptr<VESKDBRESULT, ResultFree>;
 constexpr const char* kCount = "SELECT COUNT(*) FROM logs";
 constexpr const char* kFirstDay = "SELECT ldate FROM logs ORDER BY ldate ASC LIMIT 1";
 constexpr const char* kLastDay = "SELECT ldate FROM logs ORDER BY ldate DESC LIMIT 1";
-constexpr long long kNoon = 1709467200;  // 2024-03-03 12:00 UTC
-constexpr long long kDay = 24 * 60 * 60;
+constexpr long long kSqlNoon = 1709467200;  // 2024-03-03 12:00 UTC
+constexpr long long kSqlDay = 24 * 60 * 60;
 
 class PlainSql : public ContractTest {
 protected:
@@ -49,9 +49,9 @@ protected:
     }
     std::string threeDays() {
         const std::string path = at("old.DB");
-        EXPECT_TRUE(world->makeVersion1Database(path, {{kNoon + 2 * kDay, 6, "b", "user", "p", "third"},
-                                                       {kNoon, 6, "a", "user", "p", "first"},
-                                                       {kNoon + kDay, 6, "a", "user", "p", "second"}}))
+        EXPECT_TRUE(world->makeVersion1Database(path, {{kSqlNoon + 2 * kSqlDay, 6, "b", "user", "p", "third"},
+                                                       {kSqlNoon, 6, "a", "user", "p", "first"},
+                                                       {kSqlNoon + kSqlDay, 6, "a", "user", "p", "second"}}))
             << world->whyNot();
         return path;
     }
@@ -95,7 +95,7 @@ TEST_F(PlainSql, CountsNoRowsAsOneRowThatSaysSo) {
 
 TEST_F(PlainSql, CountsTheRowsOfTheNewLayoutToo) {
     ASSERT_TRUE(world->makeLogDatabase(
-        at("new.DB"), {{kNoon, 6, "a", "user", "p", "first"}, {kNoon + 1, 6, "a", "user", "p", "second"}}))
+        at("new.DB"), {{kSqlNoon, 6, "a", "user", "p", "first"}, {kSqlNoon + 1, 6, "a", "user", "p", "second"}}))
         << world->whyNot();
     const ConnectionHandle connection = connect(at("new.DB"));
     ASSERT_NE(connection, nullptr);

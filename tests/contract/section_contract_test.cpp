@@ -18,7 +18,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr const char* kFormat = "%s=\"%s\"\n";
+constexpr const char* kSectionFormat = "%s=\"%s\"\n";
 constexpr const char* kTwoRules =
     "[first]\nport=\"1514\"\nenable=\"yes\"\n[second]\nport=\"2514\"\nenable=\"no\"\n";
 
@@ -36,11 +36,11 @@ protected:
     }
     static int add(const std::string& path, const char* section,
                    std::initializer_list<std::pair<const char*, std::string>> pairs) {
-        return VLIBCFileAddSection(path.c_str(), section, hashOf(pairs).get(), kFormat);
+        return VLIBCFileAddSection(path.c_str(), section, hashOf(pairs).get(), kSectionFormat);
     }
     static int replace(const std::string& path, const char* oldSection, const char* newSection,
                        std::initializer_list<std::pair<const char*, std::string>> pairs) {
-        return VLIBCFileSetSection(path.c_str(), oldSection, newSection, hashOf(pairs).get(), kFormat);
+        return VLIBCFileSetSection(path.c_str(), oldSection, newSection, hashOf(pairs).get(), kSectionFormat);
     }
 };
 
@@ -260,13 +260,13 @@ TEST_F(LongSectionName, ThatStandsInAFileCanBeReadChangedAndRemoved) {
     EXPECT_EQ(bytesOf(again), kTwoRules);
 }
 
-struct Forbidden {
+struct ForbiddenSection {
     const char* name;
     const char* section;
     const char* key;
     const char* value;
 };
-class ForbiddenSectionText : public SectionFile, public ::testing::WithParamInterface<Forbidden> {};
+class ForbiddenSectionText : public SectionFile, public ::testing::WithParamInterface<ForbiddenSection> {};
 
 TEST_P(ForbiddenSectionText, IsRefusedByEveryChange) {
     const auto& [name, section, key, value] = GetParam();
@@ -278,15 +278,15 @@ TEST_P(ForbiddenSectionText, IsRefusedByEveryChange) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Cases, ForbiddenSectionText,
-                         ::testing::Values(Forbidden{"EmptyName", "", "port", "1"},
-                                           Forbidden{"BracketInName", "a]b", "port", "1"},
-                                           Forbidden{"LineFeedInName", "a\n[b", "port", "1"},
-                                           Forbidden{"CarriageReturnInName", "a\r", "port", "1"},
-                                           Forbidden{"LineFeedInValue", "third", "port", "1\n[evil]"},
-                                           Forbidden{"CarriageReturnInValue", "third", "port", "1\r"},
-                                           Forbidden{"LineFeedInKey", "third", "po\nrt", "1"},
-                                           Forbidden{"EmptyKey", "third", "", "1"},
-                                           Forbidden{"EqualsSignInKey", "third", "a=b", "1"}),
+                         ::testing::Values(ForbiddenSection{"EmptyName", "", "port", "1"},
+                                           ForbiddenSection{"BracketInName", "a]b", "port", "1"},
+                                           ForbiddenSection{"LineFeedInName", "a\n[b", "port", "1"},
+                                           ForbiddenSection{"CarriageReturnInName", "a\r", "port", "1"},
+                                           ForbiddenSection{"LineFeedInValue", "third", "port", "1\n[evil]"},
+                                           ForbiddenSection{"CarriageReturnInValue", "third", "port", "1\r"},
+                                           ForbiddenSection{"LineFeedInKey", "third", "po\nrt", "1"},
+                                           ForbiddenSection{"EmptyKey", "third", "", "1"},
+                                           ForbiddenSection{"EqualsSignInKey", "third", "a=b", "1"}),
                          [](const auto& test) { return test.param.name; });
 
 }  // namespace

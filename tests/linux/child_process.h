@@ -21,6 +21,8 @@ int runInChild(const std::function<int()>& body);
 /// For the child: a mount namespace of its own, as root or through a user namespace.
 /// False where the machine refuses both.
 bool enterPrivateMounts();
+/// What such a child ends with then.
+constexpr int kSkip = 77;
 
 /// A folder for one test, gone with it.
 class TemporaryFolder {

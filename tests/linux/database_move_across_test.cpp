@@ -26,8 +26,6 @@ using test::messagesOf;
 using test::readBytes;
 using test::writeBytes;
 
-constexpr int kSkip = 77;
-
 /// Says what did not hold; the child's exit code is the number of such lines.
 class Checks {
 public:
@@ -49,14 +47,14 @@ protected:
         std::filesystem::create_directory(folder.at("a"));
         std::filesystem::create_directory(folder.at("b"));
         const int result = test::runInChild([&] {
-            if (!test::enterPrivateMounts()) return kSkip;
-            if (::mount("none", folder.at("a").c_str(), "tmpfs", 0, "size=16m") != 0) return kSkip;
-            if (::mount("none", folder.at("b").c_str(), "tmpfs", 0, toSize) != 0) return kSkip;
+            if (!test::enterPrivateMounts()) return test::kSkip;
+            if (::mount("none", folder.at("a").c_str(), "tmpfs", 0, "size=16m") != 0) return test::kSkip;
+            if (::mount("none", folder.at("b").c_str(), "tmpfs", 0, toSize) != 0) return test::kSkip;
             Checks checks;
             body(checks);
             return checks.failures();
         });
-        if (result == kSkip) GTEST_SKIP() << "no mount namespace here";
+        if (result == test::kSkip) GTEST_SKIP() << "no mount namespace here";
         EXPECT_EQ(result, 0);
     }
     [[nodiscard]] int move() const { return VESKFileCopy(from.c_str(), to.c_str(), nullptr); }

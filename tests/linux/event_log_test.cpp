@@ -31,7 +31,6 @@ using test::readBytes;
 using ::testing::HasSubstr;
 
 constexpr Event kEvent = {"archive_finished", "0123456789abcdef0123456789abcdef", "Archive finished", false};
-constexpr int kSkip = 77;
 
 std::vector<std::string> linesOf(const std::string& path) {
     std::istringstream text(readBytes(path));
@@ -128,12 +127,12 @@ TEST_F(EventFile, IsNotWrittenThroughALink) {
 
 TEST_F(EventFile, OnAFullDiskFails) {
     const int result = test::runInChild([&] {
-        if (!test::enterPrivateMounts()) return kSkip;
-        if (::mount("none", folder.path().c_str(), "tmpfs", 0, "size=8k") != 0) return kSkip;
+        if (!test::enterPrivateMounts()) return test::kSkip;
+        if (::mount("none", folder.path().c_str(), "tmpfs", 0, "size=8k") != 0) return test::kSkip;
         test::writeBytes(folder.at("filling"), std::string(8192, 'x'));
         return appendEventLine(folder.at("events.jsonl"), kEvent, "text") || errno != ENOSPC ? 1 : 0;
     });
-    if (result == kSkip) GTEST_SKIP() << "no mount namespace here";
+    if (result == test::kSkip) GTEST_SKIP() << "no mount namespace here";
     EXPECT_EQ(result, 0);
 }
 
@@ -183,9 +182,9 @@ TEST_F(JournalSocket, ThatNobodyListensAtIsNoHarm) {
 TEST(EventLog, GoesOnWithoutAnyPlaceForItsEvents) {
     // Private empty folders instead of the machine's: neither a journal nor an installed package.
     const int result = test::runInChild([] {
-        if (!test::enterPrivateMounts()) return kSkip;
-        if (::mount("none", "/var", "tmpfs", 0, nullptr) != 0) return kSkip;
-        if (::mount("none", "/run", "tmpfs", 0, nullptr) != 0) return kSkip;
+        if (!test::enterPrivateMounts()) return test::kSkip;
+        if (::mount("none", "/var", "tmpfs", 0, nullptr) != 0) return test::kSkip;
+        if (::mount("none", "/run", "tmpfs", 0, nullptr) != 0) return test::kSkip;
         Logger logger;
         logger.LogAddArchFailed("");
         std::filesystem::create_directories("/var/packages/Ombrel/target/service");
@@ -201,7 +200,7 @@ TEST(EventLog, GoesOnWithoutAnyPlaceForItsEvents) {
         }
         return 0;
     });
-    if (result == kSkip) GTEST_SKIP() << "no mount namespace here";
+    if (result == test::kSkip) GTEST_SKIP() << "no mount namespace here";
     EXPECT_EQ(result, 0);
 }
 

@@ -22,8 +22,6 @@ using test::makeDatabase;
 using test::readBytes;
 using test::writeBytes;
 
-constexpr int kSkip = 77;
-
 class LogDatabaseFile : public ::testing::Test {
 protected:
     int connect() {
@@ -142,17 +140,17 @@ TEST_F(LogDatabaseFile, TakesNoTransactionAfterItWasMoved) {
 TEST_F(LogDatabaseFile, OnAReadOnlyFileSystemCanBeRead) {
     const int result = test::runInChild([&] {
         makeDatabase(path, {"row"});
-        if (!test::enterPrivateMounts()) return kSkip;
+        if (!test::enterPrivateMounts()) return test::kSkip;
         const char* place = folder.path().c_str();
-        if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0) return kSkip;
-        if (::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) return kSkip;
+        if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0) return test::kSkip;
+        if (::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) return test::kSkip;
         DBHandler handler(path, "");
         if (handler.DBCon() < 0) return 1;
         if (handler.DBInfoCntGet() != 1) return 2;
         if (handler.DBTranStart() >= 0) return 3;
         return select() == 0 ? 0 : 4;
     });
-    if (result == kSkip) GTEST_SKIP() << "no mount namespace here";
+    if (result == test::kSkip) GTEST_SKIP() << "no mount namespace here";
     EXPECT_EQ(result, 0);
 }
 

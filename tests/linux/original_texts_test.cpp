@@ -21,11 +21,10 @@ using test::makeDatabase;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr int kSkip = 77;
 constexpr const char* kMakeTable =
     "CREATE TABLE original_texts (log_id INTEGER PRIMARY KEY, ldate TEXT, ltime TEXT, prio TEXT);";
 
-Texts numbered(size_t count) {
+Texts numberedTexts(size_t count) {
     Texts texts;
     for (size_t i = 1; i <= count; ++i)
         texts.push_back(std::to_string(i));
@@ -52,7 +51,7 @@ protected:
     }
     /// Rows 1, 2, 3, ... a second apart from 2024-03-03 12:00:00 on, and the table with these VALUES.
     void makeWith(size_t count, const std::string& values) {
-        makeDatabase(path, numbered(count));
+        makeDatabase(path, numberedTexts(count));
         execute(std::string("UPDATE logs SET utcoff = 0;") + kMakeTable + "INSERT INTO original_texts VALUES" +
                 values);
     }
@@ -162,7 +161,7 @@ TEST_F(OriginalTexts, DoNotChangeTheOrderByTime) {
 
 TEST_F(OriginalTexts, AreThereOnEachPageOfEachWalk) {
     constexpr size_t kRows = 200;
-    makeDatabase(path, numbered(kRows));
+    makeDatabase(path, numberedTexts(kRows));
     execute(std::string(kMakeTable) +
             "INSERT INTO original_texts SELECT id, 'day ' || id, 'time ' || id, NULL"
             " FROM logs WHERE id % 3 = 0; UPDATE logs SET utcsec = utcsec - id % 7");
@@ -181,7 +180,7 @@ TEST_F(OriginalTexts, AreThereOnEachPageOfEachWalk) {
 
 TEST_F(OriginalTexts, AreThereInALongSelection) {
     constexpr size_t kRows = 30'000;
-    makeDatabase(path, numbered(kRows));
+    makeDatabase(path, numberedTexts(kRows));
     execute(std::string("UPDATE logs SET utcoff = 0, utcsec = 0;") + kMakeTable +
             "INSERT INTO original_texts SELECT id, 'day', 'time', NULL FROM logs WHERE id % 5 = 0");
     const Texts found = rows();
@@ -201,7 +200,7 @@ struct OtherTable {
 class NoOriginalTexts : public OriginalTexts, public ::testing::WithParamInterface<OtherTable> {};
 
 TEST_P(NoOriginalTexts, LeavesTheRowsAsTheyAre) {
-    makeDatabase(path, numbered(2));
+    makeDatabase(path, numberedTexts(2));
     execute(std::string("UPDATE logs SET utcoff = 0;") + GetParam().sql);
     EXPECT_THAT(rows(), ElementsAre("1 2024-03-03 12:00:00", "2 2024-03-03 12:00:01"));
 }
@@ -220,7 +219,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(OriginalTexts, WithoutTheirColumnsAreADamageAndNotAGuess) {
-    makeDatabase(path, numbered(1));
+    makeDatabase(path, numberedTexts(1));
     execute("CREATE TABLE original_texts (log_id INTEGER PRIMARY KEY)");
     Conditions all;
     Texts texts;
@@ -236,7 +235,7 @@ TEST_F(OriginalTexts, OfADatabaseOfTheOldLayoutAreItsOwn) {
 }
 
 TEST_F(OriginalTexts, AreSeenFromThePageOnBeforeWhichTheyCame) {
-    makeDatabase(path, numbered(4));
+    makeDatabase(path, numberedTexts(4));
     execute("UPDATE logs SET utcoff = 0");
     _SYSLOG_SQL_LIMIT_tag limit{2, 0};
     EXPECT_THAT(rows({}, &limit), ElementsAre("1 2024-03-03 12:00:00", "2 2024-03-03 12:00:01"));
@@ -248,13 +247,13 @@ TEST_F(OriginalTexts, AreSeenFromThePageOnBeforeWhichTheyCame) {
 TEST_F(OriginalTexts, OnAReadOnlyFileSystemCanBeRead) {
     makeWith(2, "(2, 'day', 'time', NULL)");
     const int result = test::runInChild([&] {
-        if (!test::enterPrivateMounts()) return kSkip;
+        if (!test::enterPrivateMounts()) return test::kSkip;
         const char* place = folder.path().c_str();
-        if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0) return kSkip;
-        if (::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) return kSkip;
+        if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0) return test::kSkip;
+        if (::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) return test::kSkip;
         return rows() == Texts{"1 2024-03-03 12:00:00", "2 day time"} ? 0 : 1;
     });
-    if (result == kSkip) GTEST_SKIP() << "no mount namespace here";
+    if (result == test::kSkip) GTEST_SKIP() << "no mount namespace here";
     EXPECT_EQ(result, 0);
 }
 

@@ -32,12 +32,11 @@ using test::TemporaryFolder;
 using test::writeBytes;
 using ::testing::ElementsAre;
 
-constexpr const char* kFormat = "%s=\"%s\"\n";
-constexpr int kSkip = 77;
+constexpr const char* kKeyFormat = "%s=\"%s\"\n";
 constexpr uid_t kNobody = 65534;
 
 int setKey(const std::string& path, const std::string& value) {
-    return VLIBCFileSetKeys(path.c_str(), hashOf({{"key", value}}).get(), 0, kFormat);
+    return VLIBCFileSetKeys(path.c_str(), hashOf({{"key", value}}).get(), 0, kKeyFormat);
 }
 
 std::vector<std::string> entriesOf(const std::string& folder) {
@@ -159,7 +158,7 @@ TEST_F(SettingsFile, SweepsUpWhatAKilledWriterLeft) {
 TEST_F(SettingsFile, SaysThatATextIsForbidden) {
     EXPECT_LT(setKey(path, "a\nb"), 0);
     EXPECT_EQ(VLIBCErrGet(), kErrorForbiddenText);
-    EXPECT_LT(VLIBCFileAddSection(path.c_str(), "a]", hashOf({}).get(), kFormat), 0);
+    EXPECT_LT(VLIBCFileAddSection(path.c_str(), "a]", hashOf({}).get(), kKeyFormat), 0);
     EXPECT_EQ(VLIBCErrGet(), kErrorForbiddenText);
     EXPECT_FALSE(std::filesystem::exists(path));
 }
@@ -197,12 +196,12 @@ TEST_F(SettingsFile, TooLargeForTheMemoryFails) {
 
 TEST_F(SettingsFile, OnAFullDiskStaysAsItWas) {
     const int result = runInChild([&] {
-        if (!test::enterPrivateMounts()) return kSkip;
-        if (::mount("none", folder.path().c_str(), "tmpfs", 0, "size=64k") != 0) return kSkip;
+        if (!test::enterPrivateMounts()) return test::kSkip;
+        if (::mount("none", folder.path().c_str(), "tmpfs", 0, "size=64k") != 0) return test::kSkip;
         writeBytes(path, "key=\"old\"\n");
         return failsUntouched(folder.path(), std::string(200'000, 'x'), ENOSPC);
     });
-    if (result == kSkip) GTEST_SKIP() << "no mount namespace here";
+    if (result == test::kSkip) GTEST_SKIP() << "no mount namespace here";
     EXPECT_EQ(result, 0);
 }
 
@@ -210,12 +209,12 @@ TEST_F(SettingsFile, InAReadOnlyFolderStaysAsItWas) {
     writeBytes(path, "key=\"old\"\n");
     const int result = runInChild([&] {
         const char* place = folder.path().c_str();
-        if (!test::enterPrivateMounts()) return kSkip;
-        if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0) return kSkip;
-        if (::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) return kSkip;
+        if (!test::enterPrivateMounts()) return test::kSkip;
+        if (::mount(place, place, nullptr, MS_BIND, nullptr) != 0) return test::kSkip;
+        if (::mount(nullptr, place, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) return test::kSkip;
         return failsUntouched(folder.path(), "new", EROFS);
     });
-    if (result == kSkip) GTEST_SKIP() << "no mount namespace here";
+    if (result == test::kSkip) GTEST_SKIP() << "no mount namespace here";
     EXPECT_EQ(result, 0);
     EXPECT_EQ(readBytes(path), "key=\"old\"\n");
 }

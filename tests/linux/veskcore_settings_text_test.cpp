@@ -16,7 +16,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-const LineFormat kFormat = LineFormat::parse("%s=\"%s\"\n").value();
+const LineFormat kTextFormat = LineFormat::parse("%s=\"%s\"\n").value();
 
 VLIBSZHASH keysOf(std::initializer_list<std::pair<const char*, const char*>> pairs) {
     VLIBSZHASH keys;
@@ -26,7 +26,7 @@ VLIBSZHASH keysOf(std::initializer_list<std::pair<const char*, const char*>> pai
 }
 
 std::string merge(const std::string& text, std::initializer_list<std::pair<const char*, const char*>> pairs) {
-    const Edited edited = withKeys(text, keysOf(pairs), kFormat);
+    const Edited edited = withKeys(text, keysOf(pairs), kTextFormat);
     EXPECT_EQ(edited.error, 0);
     return edited.text;
 }
@@ -113,7 +113,7 @@ TEST(SettingsText, RefusesAPairThatWouldReadBackDifferently) {
         EXPECT_EQ(withKeys("", keysOf({{"key", value}}), bare).error, kErrorForbiddenText) << value;
     }
     for (const char* key : {" key", "key ", "#key", "\xEF\xBB\xBFkey"}) {
-        EXPECT_EQ(withKeys("", keysOf({{key, "v"}}), kFormat).error, kErrorForbiddenText) << key;
+        EXPECT_EQ(withKeys("", keysOf({{key, "v"}}), kTextFormat).error, kErrorForbiddenText) << key;
     }
     EXPECT_EQ(withKeys("", keysOf({{"[a", "]"}}), bare).error, kErrorForbiddenText);  // would be a header
 }
@@ -153,16 +153,16 @@ TEST(SettingsText, RemovingASectionKeepsTheCommentsBehindItsKeys) {
 
 TEST(SettingsText, ANewKeyStandsBehindTheKeysOfItsSection) {
     const std::string text = "[a]\nk=\"1\"\n\n# about b\n[b]\nk=\"2\"";
-    EXPECT_EQ(withSectionKeys(text, "a", keysOf({{"n", "3"}}), kFormat).text,
+    EXPECT_EQ(withSectionKeys(text, "a", keysOf({{"n", "3"}}), kTextFormat).text,
               "[a]\nk=\"1\"\nn=\"3\"\n\n# about b\n[b]\nk=\"2\"");
-    EXPECT_EQ(withSectionKeys(text, "b", keysOf({{"n", "3"}}), kFormat).text,
+    EXPECT_EQ(withSectionKeys(text, "b", keysOf({{"n", "3"}}), kTextFormat).text,
               "[a]\nk=\"1\"\n\n# about b\n[b]\nk=\"2\"\nn=\"3\"\n");
-    EXPECT_EQ(withSectionKeys("[a]", "a", keysOf({{"n", "3"}}), kFormat).text, "[a]\nn=\"3\"\n");
+    EXPECT_EQ(withSectionKeys("[a]", "a", keysOf({{"n", "3"}}), kTextFormat).text, "[a]\nn=\"3\"\n");
 }
 
 TEST(SettingsText, ReplacingASectionKeepsItsCommentsAndDropsItsOtherKeys) {
     const std::string text = "[a]\n# port\nport=\"1\"\nssl=\"no\"\nport=\"2\"\n[b]\n";
-    EXPECT_EQ(withSectionReplaced(text, "a", "a", keysOf({{"port", "9"}, {"new", "x"}}), kFormat).text,
+    EXPECT_EQ(withSectionReplaced(text, "a", "a", keysOf({{"port", "9"}, {"new", "x"}}), kTextFormat).text,
               "[a]\n# port\nport=\"9\"\nnew=\"x\"\n[b]\n");
 }
 
@@ -170,19 +170,19 @@ TEST(SettingsText, ASectionThatStandsTwiceIsOneForReadersAndGoneAtOnce) {
     const std::string text = "[a]\nk=\"1\"\n[b]\nk=\"2\"\n[a]\nk=\"3\"\n[c]\n";
     EXPECT_EQ(bodyOf(text, "a"), "k=\"1\"\n");
     EXPECT_EQ(withoutSection(text, "a").text, "[b]\nk=\"2\"\n[c]\n");
-    EXPECT_EQ(withSectionReplaced(text, "a", "d", keysOf({{"k", "9"}}), kFormat).text,
+    EXPECT_EQ(withSectionReplaced(text, "a", "d", keysOf({{"k", "9"}}), kTextFormat).text,
               "[d]\nk=\"9\"\n[b]\nk=\"2\"\n[c]\n");
-    EXPECT_EQ(withSection(text, "a", keysOf({}), kFormat).error, kErrorExists);
+    EXPECT_EQ(withSection(text, "a", keysOf({}), kTextFormat).error, kErrorExists);
 }
 
 TEST(SettingsText, SaysWhyAChangeIsRefused) {
     const std::string text = "[a]\n[b]\n";
     EXPECT_EQ(withoutSection(text, "c").error, kErrorNotFound);
-    EXPECT_EQ(withSectionReplaced(text, "c", "d", keysOf({}), kFormat).error, kErrorNotFound);
-    EXPECT_EQ(withSectionReplaced(text, "a", "b", keysOf({}), kFormat).error, kErrorExists);
-    EXPECT_EQ(withSectionReplaced(text, "a", "]", keysOf({}), kFormat).error, kErrorForbiddenText);
-    EXPECT_EQ(withSectionKeys(text, "a", keysOf({{"k", "1\n"}}), kFormat).error, kErrorForbiddenText);
-    EXPECT_EQ(withSectionKeys(text, "c]", keysOf({{"k", "1"}}), kFormat).error, kErrorForbiddenText);
+    EXPECT_EQ(withSectionReplaced(text, "c", "d", keysOf({}), kTextFormat).error, kErrorNotFound);
+    EXPECT_EQ(withSectionReplaced(text, "a", "b", keysOf({}), kTextFormat).error, kErrorExists);
+    EXPECT_EQ(withSectionReplaced(text, "a", "]", keysOf({}), kTextFormat).error, kErrorForbiddenText);
+    EXPECT_EQ(withSectionKeys(text, "a", keysOf({{"k", "1\n"}}), kTextFormat).error, kErrorForbiddenText);
+    EXPECT_EQ(withSectionKeys(text, "c]", keysOf({{"k", "1"}}), kTextFormat).error, kErrorForbiddenText);
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ namespace {
 using contract::Hash;
 using contract::hashOf;
 
-constexpr const char* kFormat = "%s=\"%s\"\n";
+constexpr const char* kWriterFormat = "%s=\"%s\"\n";
 constexpr int kKeys = 200;
 
 /// Sets every key of the file to `value`, in one change.
@@ -33,7 +33,7 @@ int setAll(const std::string& path, const std::string& value) {
     for (int i = 0; i < kKeys; ++i) {
         if (VLIBCSzHashSetValue(keys.get(), ("key" + std::to_string(i)).c_str(), value.c_str()) < 0) return -1;
     }
-    return VLIBCFileSetKeys(path.c_str(), keys.get(), 0, kFormat);
+    return VLIBCFileSetKeys(path.c_str(), keys.get(), 0, kWriterFormat);
 }
 
 /// The values that stand in the file, read as one text: one when the file is whole.
@@ -80,7 +80,8 @@ TEST_F(Writers, OfOneFileLoseNeitherOfTheirChanges) {
     const auto writeKeys = [&](const std::string& name) {
         for (int i = 0; i < kEach; ++i) {
             const std::string key = name + std::to_string(i);
-            if (VLIBCFileSetKeys(path.c_str(), hashOf({{key.c_str(), name}}).get(), 0, kFormat) < 0) return 1;
+            if (VLIBCFileSetKeys(path.c_str(), hashOf({{key.c_str(), name}}).get(), 0, kWriterFormat) < 0)
+                return 1;
         }
         return 0;
     };
@@ -103,7 +104,7 @@ TEST_F(Writers, ThatAddSectionsAtOnceLoseNone) {
         for (int i = 0; i < 100; ++i) {
             const std::string section = name + std::to_string(i);
             const Hash keys = hashOf({{"port", "514"}});
-            if (VLIBCFileAddSection(path.c_str(), section.c_str(), keys.get(), kFormat) < 0) return 1;
+            if (VLIBCFileAddSection(path.c_str(), section.c_str(), keys.get(), kWriterFormat) < 0) return 1;
             if (i % 2 == 1 && VLIBCFileRemoveSection(path.c_str(), section.c_str()) < 0) return 2;
         }
         return 0;

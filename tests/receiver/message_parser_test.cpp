@@ -10,7 +10,7 @@
 namespace ombrel {
 namespace {
 
-struct Case {
+struct ParsedCase {
     const char* name;
     std::string raw;
     int facility;
@@ -22,14 +22,14 @@ struct Case {
     bool hasTime;
 };
 
-void PrintTo(const Case& one, std::ostream* out) {
+void PrintTo(const ParsedCase& one, std::ostream* out) {
     *out << one.name;
 }
 
-class ParseMessage : public testing::TestWithParam<Case> {};
+class ParseMessage : public testing::TestWithParam<ParsedCase> {};
 
 TEST_P(ParseMessage, TakesTheTextApart) {
-    const Case& one = GetParam();
+    const ParsedCase& one = GetParam();
     const ParsedMessage parsed = parseMessage(one.raw);
     EXPECT_EQ(parsed.facility, one.facility);
     EXPECT_EQ(parsed.severity, one.severity);
@@ -40,7 +40,7 @@ TEST_P(ParseMessage, TakesTheTextApart) {
     EXPECT_EQ(parsed.time.has_value(), one.hasTime);
 }
 
-const Case kClassic[] = {
+const ParsedCase kClassic[] = {
     {"Rfc3164Example", "<34>Oct 11 22:14:15 mymachine su: 'su root' failed for lonvick on /dev/pts/8", 4, 2,
      "mymachine", "su", "", "'su root' failed for lonvick on /dev/pts/8", true},
     {"PidInBrackets", "<13>Oct  1 02:03:04 host app[123]: text", 1, 5, "host", "app", "123", "text", true},
@@ -71,7 +71,7 @@ const Case kClassic[] = {
 INSTANTIATE_TEST_SUITE_P(Classic, ParseMessage, testing::ValuesIn(kClassic),
                          [](const auto& row) { return std::string(row.param.name); });
 
-const Case kBare[] = {
+const ParsedCase kBare[] = {
     {"OnlyPri", "<13>no header at all", 1, 5, "", "", "", "no header at all", false},
     {"TagWithoutTime", "<34>su: failed", 4, 2, "", "su", "", "failed", false},
     {"CiscoCounter", "<189>123: *Mar  1 18:46:11: %SYS-5-CONFIG_I: Configured", 23, 5, "", "", "",
@@ -92,7 +92,7 @@ const Case kBare[] = {
 INSTANTIATE_TEST_SUITE_P(Bare, ParseMessage, testing::ValuesIn(kBare),
                          [](const auto& row) { return std::string(row.param.name); });
 
-const Case kModern[] = {
+const ParsedCase kModern[] = {
     {"Example1", "<34>1 2003-10-11T22:14:15.003Z mymachine.example.com su - ID47 - \xEF\xBB\xBF'su root' failed",
      4, 2, "mymachine.example.com", "su", "", "'su root' failed", true},
     {"Nil", "<165>1 - - - - - -", 20, 5, "", "", "", "", false},

@@ -23,7 +23,7 @@ namespace {
 using testing::HasSubstr;
 using testing::Not;
 
-constexpr const char* kSyslogNg = "/usr/sbin/syslog-ng";
+constexpr const char* kSyslogNgProgram = "/usr/sbin/syslog-ng";
 
 ReceiverConfig networkConfig(const std::string& name, SourceKind kind) {
     ReceiverConfig config;
@@ -94,7 +94,7 @@ TEST_P(RenderReceiverConfig, GivesTheKnownText) {
 
 // What syslog-ng itself says of it: its options change from version to version.
 TEST_P(RenderReceiverConfig, IsAcceptedBySyslogNg) {
-    if (::access(kSyslogNg, X_OK) != 0) GTEST_SKIP() << kSyslogNg << " is not installed";
+    if (::access(kSyslogNgProgram, X_OK) != 0) GTEST_SKIP() << kSyslogNgProgram << " is not installed";
     const TempFolder folder;
     ReceiverConfig config = GetParam().config;
     config.queueFolder = folder.path();
@@ -108,8 +108,8 @@ TEST_P(RenderReceiverConfig, IsAcceptedBySyslogNg) {
     }
     const ReceiverFiles files(folder.path(), config.name);
     ASSERT_TRUE(std::filesystem::create_directory(files.folder));
-    EXPECT_EQ(writeCheckedConfiguration(kSyslogNg, files, renderReceiverConfig(config)), EX_OK);
-    EXPECT_EQ(writeCheckedConfiguration(kSyslogNg, files, renderHandOverConfig(config)), EX_OK);
+    EXPECT_EQ(writeCheckedConfiguration(kSyslogNgProgram, files, renderReceiverConfig(config)), EX_OK);
+    EXPECT_EQ(writeCheckedConfiguration(kSyslogNgProgram, files, renderHandOverConfig(config)), EX_OK);
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -28,7 +28,7 @@ protected:
     std::string error;
 };
 
-struct Case {
+struct ListenCase {
     const char* title;
     const char* name;
     Settings settings;
@@ -36,11 +36,11 @@ struct Case {
     int port;
 };
 
-void PrintTo(const Case& one, std::ostream* out) {
+void PrintTo(const ListenCase& one, std::ostream* out) {
     *out << one.title;
 }
 
-class ListensOn : public NetworkReceiver, public testing::WithParamInterface<Case> {};
+class ListensOn : public NetworkReceiver, public testing::WithParamInterface<ListenCase> {};
 
 TEST_P(ListensOn, OneTransport) {
     const auto config = read(GetParam().name, GetParam().settings);
@@ -55,23 +55,24 @@ TEST_P(ListensOn, OneTransport) {
 INSTANTIATE_TEST_SUITE_P(
     All, ListensOn,
     testing::Values(
-        Case{"BsdUdp", "bsd", {{"server_port", "514"}, {"server_trans", "udp"}}, SourceKind::kUdp, 514},
-        Case{"BsdTcp", "bsd", {{"server_port", "65535"}, {"server_trans", "tcp"}}, SourceKind::kTcp, 65535},
-        Case{"BsdOfAnotherWord", "bsd", {{"server_port", "1"}, {"server_trans", "UDP"}}, SourceKind::kTcp, 1},
-        Case{"BsdTls", "bsd", {{"server_trans", "tcp"}, {"server_ssl", "1"}}, SourceKind::kTls, 5514},
-        Case{"IetfOfOldSettings", "ietf", {}, SourceKind::kUdp, 514},
-        Case{
+        ListenCase{"BsdUdp", "bsd", {{"server_port", "514"}, {"server_trans", "udp"}}, SourceKind::kUdp, 514},
+        ListenCase{"BsdTcp", "bsd", {{"server_port", "65535"}, {"server_trans", "tcp"}}, SourceKind::kTcp, 65535},
+        ListenCase{
+            "BsdOfAnotherWord", "bsd", {{"server_port", "1"}, {"server_trans", "UDP"}}, SourceKind::kTcp, 1},
+        ListenCase{"BsdTls", "bsd", {{"server_trans", "tcp"}, {"server_ssl", "1"}}, SourceKind::kTls, 5514},
+        ListenCase{"IetfOfOldSettings", "ietf", {}, SourceKind::kUdp, 514},
+        ListenCase{
             "IetfTcp", "ietf", {{"server_ietf_port", "601"}, {"server_ietf_trans", "tcp"}}, SourceKind::kTcp, 601},
-        Case{"IetfTls",
-             "ietf",
-             {{"server_ietf_port", "6514"}, {"server_ietf_trans", "tcp"}, {"server_ietf_ssl", "1"}},
-             SourceKind::kTls,
-             6514},
-        Case{"IetfWhateverBsdDoes",
-             "ietf",
-             {{"server_ietf_trans", "tcp"}, {"server_ssl", "1"}, {"server_port", "0"}},
-             SourceKind::kTcp,
-             514}),
+        ListenCase{"IetfTls",
+                   "ietf",
+                   {{"server_ietf_port", "6514"}, {"server_ietf_trans", "tcp"}, {"server_ietf_ssl", "1"}},
+                   SourceKind::kTls,
+                   6514},
+        ListenCase{"IetfWhateverBsdDoes",
+                   "ietf",
+                   {{"server_ietf_trans", "tcp"}, {"server_ssl", "1"}, {"server_port", "0"}},
+                   SourceKind::kTcp,
+                   514}),
     [](const auto& one) { return one.param.title; });
 
 TEST_F(NetworkReceiver, HasTheFilesForTls) {

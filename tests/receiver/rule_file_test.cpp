@@ -28,17 +28,17 @@ std::vector<std::string> shownRules(std::string_view text) {
     return lines;
 }
 
-struct Case {
+struct RuleFileCase {
     const char* name;
     std::string text;
     std::vector<std::string> rules;
 };
 
-void PrintTo(const Case& one, std::ostream* out) {
+void PrintTo(const RuleFileCase& one, std::ostream* out) {
     *out << one.name;
 }
 
-class ParseRules : public testing::TestWithParam<Case> {};
+class ParseRules : public testing::TestWithParam<RuleFileCase> {};
 
 TEST_P(ParseRules, GivesThem) {
     EXPECT_EQ(shownRules(GetParam().text), GetParam().rules);
@@ -47,28 +47,29 @@ TEST_P(ParseRules, GivesThem) {
 INSTANTIATE_TEST_SUITE_P(
     All, ParseRules,
     testing::Values(
-        Case{"Nothing", "", {}},
-        Case{"Whole",
-             "[a b]\nformat=\"BSD\"\nprotocol=\"udp\"\nport=\"514\"\nssl=\"yes\"\nenable=\"yes\"\n",
-             {"a b|BSD|udp|514|yes|yes"}},
-        Case{"FileOrder", "[b]\nport=\"1\"\n[a]\nport=\"2\"\n", {"b|||1|no|no", "a|||2|no|no"}},
-        Case{"WithoutKeys", "[a]\n", {"a|||0|no|no"}},
-        Case{"WithoutSections", "port=\"514\"\nenable=\"yes\"\n", {}},
-        Case{"BeforeTheFirst", "port=\"514\"\n[a]\nssl=\"yes\"\n", {"a|||0|yes|no"}},
-        Case{"OtherWordsThanYes", "[a]\nssl=\"YES\"\nenable=\"1\"\n", {"a|||0|no|no"}},
-        Case{"FirstSectionCounts",
-             "[a]\nport=\"1\"\n[b]\n[a]\nport=\"2\"\nformat=\"RAW\"\n",
-             {"a|||1|no|no", "b|||0|no|no"}},
-        Case{"FirstKeyCounts", "[a]\nport=\"1\"\nport=\"2\"\n", {"a|||1|no|no"}},
-        Case{"KeysOfEachSection", "[a]\nport=\"1\"\n[b]\nport=\"2\"\n", {"a|||1|no|no", "b|||2|no|no"}},
-        Case{"NegativePort",
-             "[a]\nport=\"18446744073709551615\"\n[b]\nport=\"-1\"\n",
-             {"a|||-1|no|no", "b|||-1|no|no"}},
-        Case{"PortInThirtyTwoBits", "[a]\nport=\"4294967810\"\n", {"a|||514|no|no"}},
-        Case{"PortWithOtherText", "[a]\nport=\" 514x\"\n[b]\nport=\"x\"\n", {"a|||514|no|no", "b|||0|no|no"}},
-        Case{"QuotesInAValue", "[\"a\"]\nformat=\"B\"SD\"\n", {"\"a\"|B\"SD||0|no|no"}},
-        Case{"Junk", std::string("\xff\0\x01=[\n[a]\njunk\n]\n[\nport=\"1\"\n=\n", 27), {"a|||1|no|no"}},
-        Case{"UntilNul", std::string("[a\0b]\nprotocol=\"udp\0x\"\n", 23), {"a||udp|0|no|no"}}),
+        RuleFileCase{"Nothing", "", {}},
+        RuleFileCase{"Whole",
+                     "[a b]\nformat=\"BSD\"\nprotocol=\"udp\"\nport=\"514\"\nssl=\"yes\"\nenable=\"yes\"\n",
+                     {"a b|BSD|udp|514|yes|yes"}},
+        RuleFileCase{"FileOrder", "[b]\nport=\"1\"\n[a]\nport=\"2\"\n", {"b|||1|no|no", "a|||2|no|no"}},
+        RuleFileCase{"WithoutKeys", "[a]\n", {"a|||0|no|no"}},
+        RuleFileCase{"WithoutSections", "port=\"514\"\nenable=\"yes\"\n", {}},
+        RuleFileCase{"BeforeTheFirst", "port=\"514\"\n[a]\nssl=\"yes\"\n", {"a|||0|yes|no"}},
+        RuleFileCase{"OtherWordsThanYes", "[a]\nssl=\"YES\"\nenable=\"1\"\n", {"a|||0|no|no"}},
+        RuleFileCase{"FirstSectionCounts",
+                     "[a]\nport=\"1\"\n[b]\n[a]\nport=\"2\"\nformat=\"RAW\"\n",
+                     {"a|||1|no|no", "b|||0|no|no"}},
+        RuleFileCase{"FirstKeyCounts", "[a]\nport=\"1\"\nport=\"2\"\n", {"a|||1|no|no"}},
+        RuleFileCase{"KeysOfEachSection", "[a]\nport=\"1\"\n[b]\nport=\"2\"\n", {"a|||1|no|no", "b|||2|no|no"}},
+        RuleFileCase{"NegativePort",
+                     "[a]\nport=\"18446744073709551615\"\n[b]\nport=\"-1\"\n",
+                     {"a|||-1|no|no", "b|||-1|no|no"}},
+        RuleFileCase{"PortInThirtyTwoBits", "[a]\nport=\"4294967810\"\n", {"a|||514|no|no"}},
+        RuleFileCase{
+            "PortWithOtherText", "[a]\nport=\" 514x\"\n[b]\nport=\"x\"\n", {"a|||514|no|no", "b|||0|no|no"}},
+        RuleFileCase{"QuotesInAValue", "[\"a\"]\nformat=\"B\"SD\"\n", {"\"a\"|B\"SD||0|no|no"}},
+        RuleFileCase{"Junk", std::string("\xff\0\x01=[\n[a]\njunk\n]\n[\nport=\"1\"\n=\n", 27), {"a|||1|no|no"}},
+        RuleFileCase{"UntilNul", std::string("[a\0b]\nprotocol=\"udp\0x\"\n", 23), {"a||udp|0|no|no"}}),
     [](const auto& one) { return one.param.name; });
 
 class RuleFile : public testing::Test {

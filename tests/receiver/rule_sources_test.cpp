@@ -34,18 +34,18 @@ std::vector<std::string> shown(const RuleSources& chosen) {
     return lines;
 }
 
-struct Case {
+struct RuleSourceCase {
     const char* name;
     Rule given;
     const char* source;  // empty: none
     const char* remark;  // empty: none
 };
 
-void PrintTo(const Case& one, std::ostream* out) {
+void PrintTo(const RuleSourceCase& one, std::ostream* out) {
     *out << one.name;
 }
 
-class OneRule : public testing::TestWithParam<Case> {};
+class OneRule : public testing::TestWithParam<RuleSourceCase> {};
 
 TEST_P(OneRule, IsServedOrSaidWhyNot) {
     const RuleSources chosen = chooseRuleSources({GetParam().given}, "");
@@ -64,36 +64,37 @@ TEST_P(OneRule, IsServedOrSaidWhyNot) {
 INSTANTIATE_TEST_SUITE_P(
     All, OneRule,
     testing::Values(
-        Case{"BsdUdp", rule("r", "BSD", "udp", 514), "r: udp/514", ""},
-        Case{"BsdTcp", rule("r", "BSD", "tcp", 514), "r: tcp/514", ""},
-        Case{"BsdTls", rule("r", "BSD", "tcp", 514, true), "r: tls/514", ""},
-        Case{"IetfUdp", rule("r", "IETF", "udp", 1), "r: udp/1", ""},
-        Case{"IetfTcp", rule("r", "IETF", "tcp", 65535), "r: tcp/65535 counted", ""},
-        Case{"IetfTls", rule("r", "IETF", "tcp", 6514, true), "r: tls/6514 counted", ""},
-        Case{"RawUdp", rule("r", "RAW", "udp", 514), "r: udp/514 raw", ""},
-        Case{"RawTcp", rule("r", "RAW", "tcp", 514), "r: tcp/514 raw", ""},
-        Case{"RawTls", rule("r", "RAW", "tcp", 514, true), "r: tls/514 raw", ""},
-        Case{"AnyLetterCase", rule("r", "iEtF", "tcp", 514), "r: tcp/514 counted", ""},
-        Case{"OtherProtocolIsTcp", rule("r", "raw", "UDP", 514), "r: tcp/514 raw",
-             "rule \"r\": protocol=\"UDP\" is taken for tcp; expected udp or tcp"},
-        Case{"NoProtocolIsTcp", rule("r", "bsd", "", 514, true), "r: tls/514",
-             "rule \"r\": protocol=\"\" is taken for tcp; expected udp or tcp"},
-        Case{"UnknownFormat", rule("r", "XML", "udp", 514), "",
-             "rule \"r\" is left out: format=\"XML\" is unknown; expected BSD, IETF or RAW"},
-        Case{"LongerFormat", rule("r", "BSDX", "udp", 514), "",
-             "rule \"r\" is left out: format=\"BSDX\" is unknown; expected BSD, IETF or RAW"},
-        Case{"NoFormat", rule("r", "", "udp", 514), "",
-             "rule \"r\" is left out: format=\"\" is unknown; expected BSD, IETF or RAW"},
-        Case{"PortZero", rule("r", "BSD", "udp", 0), "",
-             "rule \"r\" is left out: port=\"0\" is no port; expected 1 to 65535"},
-        Case{"PortTooLarge", rule("r", "BSD", "udp", 65536), "",
-             "rule \"r\" is left out: port=\"65536\" is no port; expected 1 to 65535"},
-        Case{"PortNegative", rule("r", "BSD", "udp", -1), "",
-             "rule \"r\" is left out: port=\"-1\" is no port; expected 1 to 65535"},
-        Case{"TlsOverDatagrams", rule("r", "BSD", "udp", 514, true), "",
-             "rule \"r\" is left out: ssl=\"yes\" needs protocol=\"tcp\", but it is \"udp\": there is no TLS over "
-             "datagrams"},
-        Case{"SwitchedOff", Rule{"r", "XML", "udp", 0, true, false}, "", ""}),
+        RuleSourceCase{"BsdUdp", rule("r", "BSD", "udp", 514), "r: udp/514", ""},
+        RuleSourceCase{"BsdTcp", rule("r", "BSD", "tcp", 514), "r: tcp/514", ""},
+        RuleSourceCase{"BsdTls", rule("r", "BSD", "tcp", 514, true), "r: tls/514", ""},
+        RuleSourceCase{"IetfUdp", rule("r", "IETF", "udp", 1), "r: udp/1", ""},
+        RuleSourceCase{"IetfTcp", rule("r", "IETF", "tcp", 65535), "r: tcp/65535 counted", ""},
+        RuleSourceCase{"IetfTls", rule("r", "IETF", "tcp", 6514, true), "r: tls/6514 counted", ""},
+        RuleSourceCase{"RawUdp", rule("r", "RAW", "udp", 514), "r: udp/514 raw", ""},
+        RuleSourceCase{"RawTcp", rule("r", "RAW", "tcp", 514), "r: tcp/514 raw", ""},
+        RuleSourceCase{"RawTls", rule("r", "RAW", "tcp", 514, true), "r: tls/514 raw", ""},
+        RuleSourceCase{"AnyLetterCase", rule("r", "iEtF", "tcp", 514), "r: tcp/514 counted", ""},
+        RuleSourceCase{"OtherProtocolIsTcp", rule("r", "raw", "UDP", 514), "r: tcp/514 raw",
+                       "rule \"r\": protocol=\"UDP\" is taken for tcp; expected udp or tcp"},
+        RuleSourceCase{"NoProtocolIsTcp", rule("r", "bsd", "", 514, true), "r: tls/514",
+                       "rule \"r\": protocol=\"\" is taken for tcp; expected udp or tcp"},
+        RuleSourceCase{"UnknownFormat", rule("r", "XML", "udp", 514), "",
+                       "rule \"r\" is left out: format=\"XML\" is unknown; expected BSD, IETF or RAW"},
+        RuleSourceCase{"LongerFormat", rule("r", "BSDX", "udp", 514), "",
+                       "rule \"r\" is left out: format=\"BSDX\" is unknown; expected BSD, IETF or RAW"},
+        RuleSourceCase{"NoFormat", rule("r", "", "udp", 514), "",
+                       "rule \"r\" is left out: format=\"\" is unknown; expected BSD, IETF or RAW"},
+        RuleSourceCase{"PortZero", rule("r", "BSD", "udp", 0), "",
+                       "rule \"r\" is left out: port=\"0\" is no port; expected 1 to 65535"},
+        RuleSourceCase{"PortTooLarge", rule("r", "BSD", "udp", 65536), "",
+                       "rule \"r\" is left out: port=\"65536\" is no port; expected 1 to 65535"},
+        RuleSourceCase{"PortNegative", rule("r", "BSD", "udp", -1), "",
+                       "rule \"r\" is left out: port=\"-1\" is no port; expected 1 to 65535"},
+        RuleSourceCase{
+            "TlsOverDatagrams", rule("r", "BSD", "udp", 514, true), "",
+            "rule \"r\" is left out: ssl=\"yes\" needs protocol=\"tcp\", but it is \"udp\": there is no TLS over "
+            "datagrams"},
+        RuleSourceCase{"SwitchedOff", Rule{"r", "XML", "udp", 0, true, false}, "", ""}),
     [](const auto& one) { return one.param.name; });
 
 TEST(ChooseRuleSources, GivesAPortToTheFirstInFileOrder) {

@@ -30,18 +30,18 @@ TEST(EventLineReader, ReadsWhatTheEventLogWrites) {
     EXPECT_EQ(event->signal, "KILL");
 }
 
-struct Case {
+struct LineCase {
     const char* name;
     std::string line;
 };
-void PrintTo(const Case& one, std::ostream* out) {
+void PrintTo(const LineCase& one, std::ostream* out) {
     *out << one.name;
 }
-std::string nameOf(const ::testing::TestParamInfo<Case>& info) {
+std::string nameOf(const ::testing::TestParamInfo<LineCase>& info) {
     return info.param.name;
 }
 
-class ForeignLine : public ::testing::TestWithParam<Case> {};
+class ForeignLine : public ::testing::TestWithParam<LineCase> {};
 
 TEST_P(ForeignLine, IsNoEvent) {
     EXPECT_FALSE(readEventLine(GetParam().line));
@@ -49,25 +49,27 @@ TEST_P(ForeignLine, IsNoEvent) {
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, ForeignLine,
-    ::testing::Values(
-        Case{"Empty", ""}, Case{"Text", "archive_failed"}, Case{"Number", "12"}, Case{"EmptyObject", "{}"},
-        Case{"NoEvent", R"({"text":"x"})"}, Case{"EmptyEvent", R"({"event":""})"},
-        Case{"EventIsANumber", R"({"event":1})"}, Case{"CutOffInAText", R"({"event":"job_died","te)"},
-        Case{"CutOffBeforeItsEnd", R"({"event":"job_died")"},
-        Case{"Doubled", R"({"event":"job_died"}{"event":"job_died"})"},
-        Case{"CommaAtTheEnd", R"({"event":"job_died",})"},
-        Case{"Nested", R"({"event":"job_died","more":{"a":1}})"},
-        Case{"List", R"({"event":"job_died","more":[1]})"}, Case{"UnknownEscape", R"({"event":"job\x64died"})"},
-        Case{"HalfASurrogate", R"({"event":"job_died","text":"\ud83d"})"},
-        Case{"SecondSurrogateAlone", R"({"event":"job_died","text":"\ude00"})"},
-        Case{"SurrogateAndLetter", R"({"event":"job_died","text":"\ud83d\u0041"})"},
-        Case{"ShortEscape", R"({"event":"job_died","text":"\u12"})"},
-        Case{"SignedEscape", R"({"event":"job_died","text":"\u-123"})"},
-        Case{"EscapeAtTheEnd", "{\"event\":\"job_died\\"},
-        Case{"RawControlCharacter", "{\"event\":\"job_died\",\"text\":\"a\x1b[2J\"}"},
-        Case{"Nul", std::string("{\"event\":\"job_died\"\0}", 21)},
-        Case{"HugeNumber", R"({"event":"job_died","exit_code":99999999999999999999})"},
-        Case{"TooLong", R"({"event":"job_died","text":")" + std::string(kLongestEventLine, 'x') + "\"}"}),
+    ::testing::Values(LineCase{"Empty", ""}, LineCase{"Text", "archive_failed"}, LineCase{"Number", "12"},
+                      LineCase{"EmptyObject", "{}"}, LineCase{"NoEvent", R"({"text":"x"})"},
+                      LineCase{"EmptyEvent", R"({"event":""})"}, LineCase{"EventIsANumber", R"({"event":1})"},
+                      LineCase{"CutOffInAText", R"({"event":"job_died","te)"},
+                      LineCase{"CutOffBeforeItsEnd", R"({"event":"job_died")"},
+                      LineCase{"Doubled", R"({"event":"job_died"}{"event":"job_died"})"},
+                      LineCase{"CommaAtTheEnd", R"({"event":"job_died",})"},
+                      LineCase{"Nested", R"({"event":"job_died","more":{"a":1}})"},
+                      LineCase{"List", R"({"event":"job_died","more":[1]})"},
+                      LineCase{"UnknownEscape", R"({"event":"job\x64died"})"},
+                      LineCase{"HalfASurrogate", R"({"event":"job_died","text":"\ud83d"})"},
+                      LineCase{"SecondSurrogateAlone", R"({"event":"job_died","text":"\ude00"})"},
+                      LineCase{"SurrogateAndLetter", R"({"event":"job_died","text":"\ud83d\u0041"})"},
+                      LineCase{"ShortEscape", R"({"event":"job_died","text":"\u12"})"},
+                      LineCase{"SignedEscape", R"({"event":"job_died","text":"\u-123"})"},
+                      LineCase{"EscapeAtTheEnd", "{\"event\":\"job_died\\"},
+                      LineCase{"RawControlCharacter", "{\"event\":\"job_died\",\"text\":\"a\x1b[2J\"}"},
+                      LineCase{"Nul", std::string("{\"event\":\"job_died\"\0}", 21)},
+                      LineCase{"HugeNumber", R"({"event":"job_died","exit_code":99999999999999999999})"},
+                      LineCase{"TooLong",
+                               R"({"event":"job_died","text":")" + std::string(kLongestEventLine, 'x') + "\"}"}),
     nameOf);
 
 TEST(EventLineReader, ReadsOverMembersThatItDoesNotKnow) {

@@ -16,7 +16,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-constexpr const char* kUsage = "usage: ombrel settings show | ombrel settings set KEY=VALUE...\n";
+constexpr const char* kSettingsUsage = "usage: ombrel settings show | ombrel settings set KEY=VALUE...\n";
 
 class SettingsCommand : public SettingsUpdateTest {
 protected:
@@ -112,7 +112,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(SettingsCommand, SaysItsUsage) {
     EXPECT_EQ(run({"--help"}), 0);
-    EXPECT_EQ(out, kUsage);
+    EXPECT_EQ(out, kSettingsUsage);
     EXPECT_EQ(err, "");
 }
 

@@ -12,14 +12,14 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
-const std::string kFormat = "\"%s=\\\"%s\\\"\\n\"";
+const std::string kRuleFormat = "\"%s=\\\"%s\\\"\\n\"";
 const std::string kDescription = "\"Customized log receiving of Ombrel\"";
 
-std::string onRules(const std::string& call, const std::string& rest) {
+std::string onRuleFile(const std::string& call, const std::string& rest) {
     return call + "(\"" + kRules + "\", " + rest + ")";
 }
 
-Lines joined(std::initializer_list<Lines> parts) {
+Lines allLines(std::initializer_list<Lines> parts) {
     Lines all;
     for (const Lines& part : parts)
         all.insert(all.end(), part.begin(), part.end());
@@ -54,20 +54,20 @@ Lines withdrawing(const std::string& name) {
             "VLIBCSzHashFree()"};
 }
 
-const Lines kRestart = {"VLIBServicectlJobStop(\"pkg-Ombrel-custrule\")",
-                        "VLIBServicectlJobStart(\"pkg-Ombrel-custrule\")"};
+const Lines kRuleRestart = {"VLIBServicectlJobStop(\"pkg-Ombrel-custrule\")",
+                            "VLIBServicectlJobStart(\"pkg-Ombrel-custrule\")"};
 
 class RuleChange : public RuleTest {};
 
 TEST_F(RuleChange, AnAddedRuleIsWrittenThenDeclaredThenServed) {
     EXPECT_EQ(VESKCustomizedRuleAdd(newRule()), 0);
     EXPECT_THAT(platform.calls.lines(),
-                ElementsAreArray(
-                    joined({filling(newRule(), "1514"),
-                            {onRules("VLIBCFileAddSection", "\"roof\", " + shownKeys(newRule()) + ", " + kFormat)},
-                            declaring("roof", 2, "1514"),
-                            kRestart,
-                            {"VLIBCSzHashFree()"}})));
+                ElementsAreArray(allLines(
+                    {filling(newRule(), "1514"),
+                     {onRuleFile("VLIBCFileAddSection", "\"roof\", " + shownKeys(newRule()) + ", " + kRuleFormat)},
+                     declaring("roof", 2, "1514"),
+                     kRuleRestart,
+                     {"VLIBCSzHashFree()"}})));
     EXPECT_EQ(rules(), ruleSection(lampRule()) + other + ruleSection(newRule()));
     EXPECT_EQ(ports(), rulePort("lamp", "tcp", "6514") + otherPort + rulePort("roof", "udp", "1514"));
     EXPECT_EQ(platform.jobs[kRuleJob], 1);
@@ -88,14 +88,15 @@ TEST_F(RuleChange, TheFirstRuleMakesTheFileAndStartsTheJob) {
 TEST_F(RuleChange, AReplacedRuleIsWrittenThenDeclaredAnewThenServed) {
     Rule wanted = newRule();
     EXPECT_EQ(VESKCustomizedRuleSet("lamp", wanted), 0);
-    EXPECT_THAT(platform.calls.lines(),
-                ElementsAreArray(joined(
-                    {filling(wanted, "1514"),
-                     {onRules("VLIBCFileSetSection", "\"lamp\", \"roof\", " + shownKeys(wanted) + ", " + kFormat)},
-                     withdrawing("lamp"),
-                     declaring("roof", 2, "1514"),
-                     kRestart,
-                     {"VLIBCSzHashFree()"}})));
+    EXPECT_THAT(
+        platform.calls.lines(),
+        ElementsAreArray(allLines(
+            {filling(wanted, "1514"),
+             {onRuleFile("VLIBCFileSetSection", "\"lamp\", \"roof\", " + shownKeys(wanted) + ", " + kRuleFormat)},
+             withdrawing("lamp"),
+             declaring("roof", 2, "1514"),
+             kRuleRestart,
+             {"VLIBCSzHashFree()"}})));
     EXPECT_EQ(rules(), ruleSection(wanted) + other);
     EXPECT_EQ(ports(), otherPort + rulePort("roof", "udp", "1514"));
     EXPECT_THAT(platform.syslogLines, IsEmpty());
@@ -118,8 +119,8 @@ TEST_F(RuleChange, KeysThatTheLibraryDoesNotKnowGoWithTheOldRule) {
 TEST_F(RuleChange, ADeletedRuleIsRemovedThenWithdrawnThenServedNoMore) {
     EXPECT_EQ(VESKCustomizedRuleDel("lamp"), 0);
     EXPECT_THAT(platform.calls.lines(),
-                ElementsAreArray(
-                    joined({{onRules("VLIBCFileRemoveSection", "\"lamp\"")}, withdrawing("lamp"), kRestart})));
+                ElementsAreArray(allLines(
+                    {{onRuleFile("VLIBCFileRemoveSection", "\"lamp\"")}, withdrawing("lamp"), kRuleRestart})));
     EXPECT_EQ(rules(), other);
     EXPECT_EQ(ports(), otherPort);
     EXPECT_THAT(platform.syslogLines, IsEmpty());
@@ -137,7 +138,7 @@ TEST_F(RuleChange, ARuleThatIsOffIsDeclaredAndTheJobRestartedAllTheSame) {
     off.enable = false;
     EXPECT_EQ(VESKCustomizedRuleAdd(off), 0);
     EXPECT_EQ(ports(), rulePort("lamp", "tcp", "6514") + otherPort + rulePort("roof", "udp", "1514"));
-    EXPECT_EQ(platform.calls.linesOf({"VLIBServicectlJobStop", "VLIBServicectlJobStart"}), kRestart);
+    EXPECT_EQ(platform.calls.linesOf({"VLIBServicectlJobStop", "VLIBServicectlJobStart"}), kRuleRestart);
 }
 
 struct ProtocolCase {
@@ -174,14 +175,14 @@ INSTANTIATE_TEST_SUITE_P(Texts, RuleProtocol,
                                            ProtocolCase{"Shorter", "ud", "tcp"}, ProtocolCase{"Empty", "", "tcp"}),
                          CaseName());
 
-struct PortCase {
+struct RulePortCase {
     std::string name;
     int port;
     std::string stored;
     std::string declared;
 };
 
-class RulePort : public RuleTestWith<PortCase> {};
+class RulePort : public RuleTestWith<RulePortCase> {};
 
 TEST_P(RulePort, IsStoredWidenedWithItsSignAndDeclaredAsItIs) {
     Rule rule = newRule();
@@ -199,10 +200,10 @@ TEST_P(RulePort, IsStoredWidenedWithItsSignAndDeclaredAsItIs) {
 
 INSTANTIATE_TEST_SUITE_P(
     Numbers, RulePort,
-    ::testing::Values(PortCase{"Lowest", 1, "1", "1"}, PortCase{"Highest", 65535, "65535", "65535"},
-                      PortCase{"TooHigh", 65536, "65536", "65536"}, PortCase{"None", 0, "0", "0"},
-                      PortCase{"Negative", -1, "18446744073709551615", "-1"},
-                      PortCase{"Least", -2147483647 - 1, "18446744071562067968", "-2147483648"}),
+    ::testing::Values(RulePortCase{"Lowest", 1, "1", "1"}, RulePortCase{"Highest", 65535, "65535", "65535"},
+                      RulePortCase{"TooHigh", 65536, "65536", "65536"}, RulePortCase{"None", 0, "0", "0"},
+                      RulePortCase{"Negative", -1, "18446744073709551615", "-1"},
+                      RulePortCase{"Least", -2147483647 - 1, "18446744071562067968", "-2147483648"}),
     CaseName());
 
 class RuleRefused : public RuleTest {

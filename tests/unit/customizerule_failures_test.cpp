@@ -54,8 +54,8 @@ TEST_P(RuleAddFails, ReleasesWhatTheFailedCallHandedOut) {
     expectFailure([] { return VESKCustomizedRuleAdd(newRule()); }, true);
 }
 
-const std::string kStopFails = "customizerule:45 Fail to stop service (pkg-Ombrel-custrule)" + kTail;
-const std::string kStartFails = "customizerule:50 Fail to start service (pkg-Ombrel-custrule)" + kTail;
+const std::string kStopFailed = "customizerule:45 Fail to stop service (pkg-Ombrel-custrule)" + kTail;
+const std::string kStartFailed = "customizerule:50 Fail to start service (pkg-Ombrel-custrule)" + kTail;
 
 ChangeFailure addFails(const std::string& name, const std::string& call, int nth = 1) {
     return {
@@ -85,12 +85,12 @@ INSTANTIATE_TEST_SUITE_P(
                       "VLIBServicectlJobStop",
                       1,
                       Step::kDeclared,
-                      {kStopFails, "customizerule:211 Fail to start custimized rule service (roof)"}},
+                      {kStopFailed, "customizerule:211 Fail to start custimized rule service (roof)"}},
         ChangeFailure{"Start",
                       "VLIBServicectlJobStart",
                       1,
                       Step::kStopped,
-                      {kStartFails, "customizerule:211 Fail to start custimized rule service (roof)"}}),
+                      {kStartFailed, "customizerule:211 Fail to start custimized rule service (roof)"}}),
     CaseName());
 
 class RuleSetFails : public RuleChangeFails {};
@@ -146,12 +146,12 @@ INSTANTIATE_TEST_SUITE_P(
                       "VLIBServicectlJobStop",
                       1,
                       Step::kDeclared,
-                      {kStopFails, "customizerule:256 Fail to start custimized rule service (roof)"}},
+                      {kStopFailed, "customizerule:256 Fail to start custimized rule service (roof)"}},
         ChangeFailure{"Start",
                       "VLIBServicectlJobStart",
                       1,
                       Step::kStopped,
-                      {kStartFails, "customizerule:256 Fail to start custimized rule service (roof)"}}),
+                      {kStartFailed, "customizerule:256 Fail to start custimized rule service (roof)"}}),
     CaseName());
 
 class RuleDelFails : public RuleChangeFails {
@@ -191,12 +191,12 @@ INSTANTIATE_TEST_SUITE_P(
                       "VLIBServicectlJobStop",
                       1,
                       Step::kWithdrawn,
-                      {kStopFails, "customizerule:285 Fail to start custimized rule service (lamp)"}},
+                      {kStopFailed, "customizerule:285 Fail to start custimized rule service (lamp)"}},
         ChangeFailure{"Start",
                       "VLIBServicectlJobStart",
                       1,
                       Step::kStopped,
-                      {kStartFails, "customizerule:285 Fail to start custimized rule service (lamp)"}}),
+                      {kStartFailed, "customizerule:285 Fail to start custimized rule service (lamp)"}}),
     CaseName());
 
 /// No memory for a text of a rule in the middle of an operation.

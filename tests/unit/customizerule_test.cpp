@@ -260,13 +260,13 @@ INSTANTIATE_TEST_SUITE_P(Forms, RuleEnum,
                                            EnumForm{"Returning", 104, 109, 114, returningForm}),
                          CaseName());
 
-struct NameCase {
+struct RuleNameCase {
     std::string name;
     std::string asked;
     int result;
 };
 
-class RuleNameCheck : public RuleTestWith<NameCase> {};
+class RuleNameCheck : public RuleTestWith<RuleNameCase> {};
 
 TEST_P(RuleNameCheck, ComparesByteForByte) {
     EXPECT_EQ(VESKCustomizedRuleNameCheck(GetParam().asked), GetParam().result);
@@ -274,11 +274,12 @@ TEST_P(RuleNameCheck, ComparesByteForByte) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, RuleNameCheck,
-                         ::testing::Values(NameCase{"First", "lamp", -1}, NameCase{"Last", "door", -1},
-                                           NameCase{"OtherCase", "Lamp", 0}, NameCase{"Longer", "lamp1", 0},
-                                           NameCase{"Shorter", "lam", 0}, NameCase{"Blank", "lamp ", 0},
-                                           NameCase{"Nul", std::string("lamp\0x", 6), 0},
-                                           NameCase{"Empty", "", 0}),
+                         ::testing::Values(RuleNameCase{"First", "lamp", -1}, RuleNameCase{"Last", "door", -1},
+                                           RuleNameCase{"OtherCase", "Lamp", 0},
+                                           RuleNameCase{"Longer", "lamp1", 0}, RuleNameCase{"Shorter", "lam", 0},
+                                           RuleNameCase{"Blank", "lamp ", 0},
+                                           RuleNameCase{"Nul", std::string("lamp\0x", 6), 0},
+                                           RuleNameCase{"Empty", "", 0}),
                          CaseName());
 
 TEST_F(RuleTest, EveryNameIsFreeWithoutARuleFile) {

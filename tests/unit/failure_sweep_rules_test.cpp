@@ -13,7 +13,7 @@ namespace {
 
 using Results = std::map<std::string, std::string>;
 
-void prepareRules(FakePlatform& platform) {
+void prepareSweptRules(FakePlatform& platform) {
     platform.addFile(kRules, ruleSection(lampRule()));
     platform.addFile(kRulePorts, rulePort("lamp", "tcp", "6514"));
     platform.jobs[kRuleJob] = 1;
@@ -29,7 +29,7 @@ std::string sections(const std::string& path) {
 }
 
 /// The result, the rules, the declared ports and whether the job runs.
-std::string state(int result) {
+std::string ruleState(int result) {
     return std::to_string(result) + " " + sections(kRules) + "| " + sections(kRulePorts) +
            (FakePlatform::current().jobs[kRuleJob] != 0 ? "+" : "-");
 }
@@ -42,7 +42,7 @@ std::string readRule() {
 }
 
 const Operation kReadRule = {"ReadRule",
-                             prepareRules,
+                             prepareSweptRules,
                              readRule,
                              "0 lamp IETF tcp 6514 yes no",
                              {{"VLIBCSzHashAlloc", "-1  F P 1 no yes"},
@@ -54,14 +54,14 @@ const Operation kReadRule = {"ReadRule",
                               {"VLIBCSzHashGetValue#5", "0 lamp IETF tcp 6514 yes yes"}}};
 
 std::string addRule() {
-    return state(VESKCustomizedRuleAdd(newRule()));
+    return ruleState(VESKCustomizedRuleAdd(newRule()));
 }
 
 const std::string kAsItWas = "-1 lamp | lamp +";
 const std::string kNotDeclared = "-1 lamp roof | lamp +";
 
 const Operation kAddRule = {"AddRule",
-                            prepareRules,
+                            prepareSweptRules,
                             addRule,
                             "0 lamp roof | lamp roof +",
                             {{"VLIBCSzHashAlloc", kAsItWas},
@@ -74,11 +74,11 @@ const Operation kAddRule = {"AddRule",
                              {"VLIBServicectlJobStart", "-1 lamp roof | lamp roof -"}}};
 
 std::string replaceRule() {
-    return state(VESKCustomizedRuleSet("lamp", newRule()));
+    return ruleState(VESKCustomizedRuleSet("lamp", newRule()));
 }
 
 const Operation kReplaceRule = {"ReplaceRule",
-                                prepareRules,
+                                prepareSweptRules,
                                 replaceRule,
                                 "0 roof | roof +",
                                 {{"VLIBCSzHashAlloc#1", kAsItWas},
@@ -95,11 +95,11 @@ const Operation kReplaceRule = {"ReplaceRule",
                                  {"VLIBServicectlJobStart", "-1 roof | roof -"}}};
 
 std::string deleteRule() {
-    return state(VESKCustomizedRuleDel("lamp"));
+    return ruleState(VESKCustomizedRuleDel("lamp"));
 }
 
 const Operation kDeleteRule = {"DeleteRule",
-                               prepareRules,
+                               prepareSweptRules,
                                deleteRule,
                                "0 | +",
                                {{"VLIBCFileRemoveSection", kAsItWas},
@@ -109,7 +109,7 @@ const Operation kDeleteRule = {"DeleteRule",
                                 {"VLIBServicectlJobStop", "-1 | +"},
                                 {"VLIBServicectlJobStart", "-1 | -"}}};
 
-std::string joined(const std::list<std::string>& names) {
+std::string joinedNames(const std::list<std::string>& names) {
     std::string text;
     for (const std::string& name : names)
         text += " " + name;
@@ -123,7 +123,7 @@ void prepareTwoRules(FakePlatform& platform) {
 std::string listRules() {
     std::list<std::string> names = {"callers"};
     const int result = VESKCustomizedRuleEnum(names);
-    return std::to_string(result) + joined(names);
+    return std::to_string(result) + joinedNames(names);
 }
 
 const Operation kListRules = {"ListRules",
@@ -137,7 +137,7 @@ const Operation kListRules = {"ListRules",
                                {"VLIBCSzListGet#2", "0 lamp"}}};
 
 std::string returnRules() {
-    return joined(VESKCustomizedRuleEnum());
+    return joinedNames(VESKCustomizedRuleEnum());
 }
 
 const Operation kReturnRules = {"ReturnRules",
@@ -164,25 +164,25 @@ const Operation kCheckName = {"CheckName",
                                {"VLIBCSzListGet#2", "0"}}};
 
 std::string restartRules() {
-    return state(CustomizedRuleServiceRestart());
+    return ruleState(CustomizedRuleServiceRestart());
 }
 
 const Operation kRestartRules = {
     "RestartRules",
-    prepareRules,
+    prepareSweptRules,
     restartRules,
     "0 lamp | lamp +",
     {{"VLIBServicectlJobStop", kAsItWas}, {"VLIBServicectlJobStart", "-1 lamp | lamp -"}}};
 
-/// Behind the state whether the rule is on.
+/// Behind the ruleState whether the rule is on.
 std::string switchOn() {
-    const std::string text = state(VESKCustomziedRuleControl("lamp", CUSTOMIZED_RULE_ENABLE));
+    const std::string text = ruleState(VESKCustomziedRuleControl("lamp", CUSTOMIZED_RULE_ENABLE));
     const bool on = FakePlatform::current().read(kRules).value_or("").find("enable=\"yes\"") != std::string::npos;
     return text + (on ? " on" : " off");
 }
 
 const Operation kSwitchOn = {"SwitchRuleOn",
-                             prepareRules,
+                             prepareSweptRules,
                              switchOn,
                              "0 lamp | lamp + on",
                              {{"VLIBCFileSetSectionValue", kAsItWas + " off"},
@@ -193,7 +193,7 @@ std::string checkPort() {
     return std::to_string(VESKCustomizedRulePortCheck("roof", 1514, "udp"));
 }
 
-const Operation kCheckPort = {"CheckPort", prepareRules, checkPort, "0", {{"VLIBIsPortConflict", "-1"}}};
+const Operation kCheckPort = {"CheckPort", prepareSweptRules, checkPort, "0", {{"VLIBIsPortConflict", "-1"}}};
 
 void prepareArchiveFolder(FakePlatform& platform) {
     platform.addFile(kServerConf, sampleText());

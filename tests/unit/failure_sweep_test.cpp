@@ -22,7 +22,7 @@ TEST_P(FailureSweep, AFailingCallThatHandsOutAnObjectLeaksNothing) {
 
 namespace {
 
-std::string joined(const Lines& lines) {
+std::string joinedLines(const Lines& lines) {
     std::string text;
     for (const std::string& line : lines)
         text += line + "\n";
@@ -166,17 +166,17 @@ void prepareUnconfigured(FakePlatform& platform) {
 }
 
 std::string findDatabases() {
-    return joined(paths(archiverByDevice()->CurrentWorkingDBGet()));
+    return joinedLines(paths(archiverByDevice()->CurrentWorkingDBGet()));
 }
 
-const std::string kBoth = joined({kLocalDb, hostDb("alpha")});
-const std::string kLocalAlone = joined({kLocalDb});
+const std::string kBoth = joinedLines({kLocalDb, hostDb("alpha")});
+const std::string kLocalAlone = joinedLines({kLocalDb});
 
 const Operation kFindDatabases = {"FindDatabases",
                                   prepareUnconfigured,
                                   findDatabases,
                                   kBoth,
-                                  {{"VLIBCFileExist#1", joined({hostDb("alpha")})},
+                                  {{"VLIBCFileExist#1", joinedLines({hostDb("alpha")})},
                                    {"VLIBCSzListAlloc", kLocalAlone},
                                    {"VLIBCFileEnumDir", kLocalAlone},
                                    {"VLIBCSzListGet", kLocalAlone},
@@ -187,7 +187,7 @@ std::string checkDatabases() {
     archiver->ArchCount = 5000;
     archiver->ArchInterval = 86400;
     archiver->ArchSize = 64;
-    return joined(paths(archiver->ArchiveCheck()));
+    return joinedLines(paths(archiver->ArchiveCheck()));
 }
 
 void prepareOneDue(FakePlatform& platform) {
@@ -198,7 +198,7 @@ void prepareOneDue(FakePlatform& platform) {
 const Operation kCheckDatabases = {"CheckDatabases",
                                    prepareOneDue,
                                    checkDatabases,
-                                   joined({hostDb("alpha")}),
+                                   joinedLines({hostDb("alpha")}),
                                    {{"VLIBCSzListAlloc", ""},
                                     {"VLIBCFileEnumDir", ""},
                                     {"VLIBCSzListGet", ""},
@@ -228,16 +228,16 @@ std::string archiveOne() {
     const auto archiver = archiverByDevice();
     _SYSLOG_WORKING_DB_tag db{"local", "VESKSYSLOGDB__LOCALARCH.DB", kLocalDb};
     const int result = archiver->DoArchive(db, false);
-    return std::to_string(result) + " " + joined(FakePlatform::current().events);
+    return std::to_string(result) + " " + joinedLines(FakePlatform::current().events);
 }
 
-const std::string kArchive = "/volume1/logs/local/2024-03-03_2024-03-09.DB";
-const std::string kNotArchived = "-1 failed " + kArchive + "\n";
+const std::string kLocalArchive = "/volume1/logs/local/2024-03-03_2024-03-09.DB";
+const std::string kNotArchived = "-1 failed " + kLocalArchive + "\n";
 
 const Operation kArchiveOne = {"ArchiveOne",
                                prepareUnconfigured,
                                archiveOne,
-                               "0 finished " + kArchive + "\n",
+                               "0 finished " + kLocalArchive + "\n",
                                {{"VESKFSMkdirP", "-1 failed \n"},
                                 {"DBCon", "0 finished /volume1/logs/local/1970-01-01_1970-01-01.DB\n"},
                                 {"DBInfoStartStrGet", "0 finished /volume1/logs/local/1970-01-01_2024-03-09.DB\n"},

@@ -9,6 +9,7 @@
 
 #include "tests/fake/fake_platform.h"
 #include "tools/ombrel/answer.h"
+#include "tools/ombrel/exec_program.h"
 #include "tools/ombrel/folder_listing.h"
 #include "tools/ombrel/turn.h"
 
@@ -45,6 +46,13 @@ std::optional<FolderEntry> fileEntry(const std::string& path) {
     if (!entry || !entry->isFolder) return entry;
     errno = EISDIR;
     return std::nullopt;
+}
+
+int execProgram(const std::string& path, const std::vector<std::string>& words) {
+    test::fakeMachine().executed.push_back({path});
+    auto& program = test::fakeMachine().executed.back();
+    program.insert(program.end(), words.begin(), words.end());
+    return test::fakeMachine().execResult;
 }
 
 int Turn::take() {

@@ -5,11 +5,17 @@
 // recording platform.
 #pragma once
 
+#include <string>
+#include <vector>
+
 namespace ombrel::test {
 
 struct FakeMachine {
     int turnResult = 0;  ///< what Turn::take() answers
     int turnsTaken = 0;
+
+    std::vector<std::vector<std::string>> executed;  ///< path and words of the programs that took over
+    int execResult = 0;                              ///< the exit code of such a program
 };
 
 /// The same object for everybody; a CommandLineRun begins with a fresh one.

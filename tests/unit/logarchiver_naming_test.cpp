@@ -75,9 +75,9 @@ struct DeviceCase {
     std::string folder;
 };
 
-class ArchiveFolder : public ArchiveName, public ::testing::WithParamInterface<DeviceCase> {};
+class FolderOfArchive : public ArchiveName, public ::testing::WithParamInterface<DeviceCase> {};
 
-TEST_P(ArchiveFolder, FollowsTheByDeviceSwitch) {
+TEST_P(FolderOfArchive, FollowsTheByDeviceSwitch) {
     archiver.ByDevice = GetParam().byDevice;
     platform.addDatabase(kSharedDb, march());
     EXPECT_EQ(destination(GetParam().device), GetParam().folder + kName + ".DB");
@@ -86,7 +86,7 @@ TEST_P(ArchiveFolder, FollowsTheByDeviceSwitch) {
                 ElementsAre("VESKFSMkdirP(\"" + GetParam().folder + "\", 0, 0, -1, -1, 0755)"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Folders, ArchiveFolder,
+INSTANTIATE_TEST_SUITE_P(Folders, FolderOfArchive,
                          ::testing::Values(DeviceCase{"Common", 0, "host7", "/volume1/logs/"},
                                            DeviceCase{"Host", 1, "host7", "/volume1/logs/host7/"},
                                            DeviceCase{"AnyValueButZero", -2, "host7", "/volume1/logs/host7/"},

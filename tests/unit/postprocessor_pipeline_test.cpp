@@ -14,7 +14,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 const std::string kBase = "/volume1/logs/2024-03-03_2024-03-09";
-const std::string kDb = kBase + ".DB";
+const std::string kPipelineDb = kBase + ".DB";
 const std::string kText = kBase + ".TXT";
 const std::string kZip = kBase + ".ZIP";
 const std::string kIndex = "CREATE INDEX logs_host_idx ON logs (host)";
@@ -22,44 +22,44 @@ const std::string kIndex = "CREATE INDEX logs_host_idx ON logs (host)";
 class HostIndex : public PostProcessorTest {};
 
 TEST_F(HostIndex, IsMadeInATransaction) {
-    platform.addDatabase(kDb, textDatabase(1));
-    EXPECT_EQ(processor.DBIndexAdd(kDb), 0);
-    EXPECT_THAT(platform.database(kDb)->indexes, ElementsAre(kIndex));
+    platform.addDatabase(kPipelineDb, textDatabase(1));
+    EXPECT_EQ(processor.DBIndexAdd(kPipelineDb), 0);
+    EXPECT_THAT(platform.database(kPipelineDb)->indexes, ElementsAre(kIndex));
     EXPECT_THAT(platform.calls.lines(),
-                ElementsAre("DBHandler(\"" + kDb + "\", \"" + kSchema + "\")", "DBCon()", "DBTranStart()",
+                ElementsAre("DBHandler(\"" + kPipelineDb + "\", \"" + kSchema + "\")", "DBCon()", "DBTranStart()",
                             "DBExecute(\"" + kIndex + "\")", "DBTranEnd()", "DBDiscon()", "~DBHandler()"));
     EXPECT_THAT(platform.messages, IsEmpty());
 }
 
 TEST_F(HostIndex, CannotBeMadeTwice) {
-    platform.addDatabase(kDb, textDatabase(1));
-    EXPECT_EQ(processor.DBIndexAdd(kDb), 0);
+    platform.addDatabase(kPipelineDb, textDatabase(1));
+    EXPECT_EQ(processor.DBIndexAdd(kPipelineDb), 0);
     platform.calls.clear();
-    EXPECT_EQ(processor.DBIndexAdd(kDb), -1);
+    EXPECT_EQ(processor.DBIndexAdd(kPipelineDb), -1);
     EXPECT_THAT(platform.messages, ElementsAre("0 Fail to execute SQL cmd" + kIndex));
-    EXPECT_THAT(platform.database(kDb)->indexes, ElementsAre(kIndex));
+    EXPECT_THAT(platform.database(kPipelineDb)->indexes, ElementsAre(kIndex));
     EXPECT_EQ(platform.calls.count("DBTranEnd"), 0);
     EXPECT_EQ(platform.calls.count("DBDiscon"), 1);
 }
 
 TEST_F(HostIndex, CannotBeMadeWithoutADatabase) {
-    EXPECT_EQ(processor.DBIndexAdd(kDb), -1);
+    EXPECT_EQ(processor.DBIndexAdd(kPipelineDb), -1);
     EXPECT_THAT(platform.calls.lines(),
-                ElementsAre("DBHandler(\"" + kDb + "\", \"" + kSchema + "\")", "DBCon()",
+                ElementsAre("DBHandler(\"" + kPipelineDb + "\", \"" + kSchema + "\")", "DBCon()",
                             "MSG(0, \"Fail to connect db\")", "DBDiscon()", "~DBHandler()"));
 }
 
 TEST_F(HostIndex, DoesNotAskWhetherTheTransactionBegan) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kPipelineDb, textDatabase(1));
     platform.failCall("DBTranStart");
-    EXPECT_EQ(processor.DBIndexAdd(kDb), 0);
+    EXPECT_EQ(processor.DBIndexAdd(kPipelineDb), 0);
     EXPECT_THAT(platform.messages, IsEmpty());
 }
 
 TEST_F(HostIndex, DoesNotAskWhetherTheTransactionEnded) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kPipelineDb, textDatabase(1));
     platform.failCall("DBTranEnd");
-    EXPECT_EQ(processor.DBIndexAdd(kDb), 0);
+    EXPECT_EQ(processor.DBIndexAdd(kPipelineDb), 0);
     EXPECT_THAT(platform.messages, IsEmpty());
 }
 
@@ -95,43 +95,43 @@ TEST_F(ZipFile, ThatCannotBeMadeNamesTheFirstFileAndTheReason) {
 class Transform : public PostProcessorTest {};
 
 TEST_F(Transform, ToTextStandsBesideTheDatabase) {
-    platform.addDatabase(kDb, textDatabase(1));
-    EXPECT_EQ(processor.DBTransform(kDb, SYSLOG_ARCH_FMT_TXT), 0);
-    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kDb, kText));
+    platform.addDatabase(kPipelineDb, textDatabase(1));
+    EXPECT_EQ(processor.DBTransform(kPipelineDb, SYSLOG_ARCH_FMT_TXT), 0);
+    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kPipelineDb, kText));
     EXPECT_THAT(platform.messages, IsEmpty());
 }
 
 TEST_F(Transform, ToTextThatFailsIsReported) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kPipelineDb, textDatabase(1));
     platform.failCall("SyslogDBSelectCount");
-    EXPECT_EQ(processor.DBTransform(kDb, SYSLOG_ARCH_FMT_TXT), -1);
+    EXPECT_EQ(processor.DBTransform(kPipelineDb, SYSLOG_ARCH_FMT_TXT), -1);
     EXPECT_THAT(platform.messages, ElementsAre("0 Fail to transform db to txt"));
-    EXPECT_TRUE(platform.exists(kDb));
+    EXPECT_TRUE(platform.exists(kPipelineDb));
 }
 
 TEST_F(Transform, ToXmlMakesNothingAndSucceeds) {
-    EXPECT_EQ(processor.DBTransform(kDb, SYSLOG_ARCH_FMT_XML), 0);
-    EXPECT_EQ(processor.DB2XML(kDb, kBase + ".XML"), 0);
+    EXPECT_EQ(processor.DBTransform(kPipelineDb, SYSLOG_ARCH_FMT_XML), 0);
+    EXPECT_EQ(processor.DB2XML(kPipelineDb, kBase + ".XML"), 0);
     EXPECT_THAT(platform.calls.lines(), IsEmpty());
 }
 
 class TransformToNothing : public PostProcessorTest, public ::testing::WithParamInterface<unsigned> {};
 
 TEST_P(TransformToNothing, IsReported) {
-    EXPECT_EQ(processor.DBTransform(kDb, static_cast<_SYSLOG_ARCH_FMT_tag>(GetParam())), -1);
+    EXPECT_EQ(processor.DBTransform(kPipelineDb, static_cast<_SYSLOG_ARCH_FMT_tag>(GetParam())), -1);
     EXPECT_THAT(platform.messages, ElementsAre("0 Invalid db transfrom foramt"));
     EXPECT_EQ(platform.calls.lines().size(), 1U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Format, TransformToNothing, ::testing::Values(0U, 3U, 4294967295U));
 
-struct NameCase {
+struct TextNameCase {
     std::string name;
     std::string path;
     std::string text;
 };
 
-class TextName : public PostProcessorTest, public ::testing::WithParamInterface<NameCase> {};
+class TextName : public PostProcessorTest, public ::testing::WithParamInterface<TextNameCase> {};
 
 TEST_P(TextName, ReplacesTheLastThreeCharacters) {
     platform.addDatabase(GetParam().path, textDatabase(1));
@@ -140,20 +140,20 @@ TEST_P(TextName, ReplacesTheLastThreeCharacters) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, TextName,
-                         ::testing::Values(NameCase{"Database", "/v/x.DB", "/v/x.TXT"},
-                                           NameCase{"OtherExtension", "/v/x.db3", "/v/x..TXT"},
-                                           NameCase{"NoExtension", "/v/abcd", "/v/a.TXT"},
-                                           NameCase{"Short", "v/x", ".TXT"}),
+                         ::testing::Values(TextNameCase{"Database", "/v/x.DB", "/v/x.TXT"},
+                                           TextNameCase{"OtherExtension", "/v/x.db3", "/v/x..TXT"},
+                                           TextNameCase{"NoExtension", "/v/abcd", "/v/a.TXT"},
+                                           TextNameCase{"Short", "v/x", ".TXT"}),
                          CaseName());
 
 class Pipeline : public PostProcessorTest {
 protected:
-    Pipeline() { platform.addDatabase(kDb, textDatabase(1)); }
+    Pipeline() { platform.addDatabase(kPipelineDb, textDatabase(1)); }
 
     int run(_SYSLOG_ARCH_FMT_tag format, int compress) {
         processor.ArchFmt = format;
         processor.Compress = compress;
-        return processor.PostProcess(kDb);
+        return processor.PostProcess(kPipelineDb);
     }
     void occupyZips(int from, int to) {
         for (int n = from; n <= to; ++n)
@@ -172,35 +172,37 @@ TEST_F(Pipeline, PutsADatabaseIntoAZipFile) {
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_DB, 1), 0);
     EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kZip));
     EXPECT_THAT(platform.messages, ElementsAre("2 Do database compression!!"));
-    EXPECT_THAT(platform.calls.lines(),
-                ElementsAre("MSG(2, \"Do database compression!!\")", "VLIBCFileExist(\"" + kZip + "\")",
-                            "VLIBCExec(\"/usr/bin/zip\", \"-m\", \"" + kZip + "\", \"" + kDb + "\", null)"));
+    EXPECT_THAT(
+        platform.calls.lines(),
+        ElementsAre("MSG(2, \"Do database compression!!\")", "VLIBCFileExist(\"" + kZip + "\")",
+                    "VLIBCExec(\"/usr/bin/zip\", \"-m\", \"" + kZip + "\", \"" + kPipelineDb + "\", null)"));
 }
 
 TEST_F(Pipeline, WritesATextBesideTheDatabase) {
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_TXT, 0), 0);
-    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kDb, kText));
+    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kPipelineDb, kText));
     EXPECT_THAT(platform.messages, ElementsAre("2 Do database transformation!!"));
 }
 
 TEST_F(Pipeline, PutsDatabaseAndTextIntoAZipFile) {
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_TXT, 7), 0);
     EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kZip));
-    EXPECT_THAT(platform.calls.linesOf({"VLIBCExec"}).back(),
-                "VLIBCExec(\"/usr/bin/zip\", \"-m\", \"" + kZip + "\", \"" + kDb + "\", \"" + kText + "\")");
+    EXPECT_THAT(
+        platform.calls.linesOf({"VLIBCExec"}).back(),
+        "VLIBCExec(\"/usr/bin/zip\", \"-m\", \"" + kZip + "\", \"" + kPipelineDb + "\", \"" + kText + "\")");
     EXPECT_THAT(platform.messages, ElementsAre("2 Do database transformation!!", "2 Do database compression!!"));
 }
 
 TEST_F(Pipeline, XmlLeavesTheDatabaseAlone) {
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_XML, 0), 0);
-    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kDb));
+    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kPipelineDb));
     EXPECT_THAT(platform.calls.lines(), ElementsAre("MSG(2, \"Do database transformation!!\")"));
 }
 
 TEST_F(Pipeline, XmlPutsTheDatabaseAloneIntoAZipFile) {
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_XML, 1), 0);
-    EXPECT_THAT(platform.calls.linesOf({"VLIBCExec"}),
-                ElementsAre("VLIBCExec(\"/usr/bin/zip\", \"-m\", \"" + kZip + "\", \"" + kDb + "\", null)"));
+    EXPECT_THAT(platform.calls.linesOf({"VLIBCExec"}), ElementsAre("VLIBCExec(\"/usr/bin/zip\", \"-m\", \"" +
+                                                                   kZip + "\", \"" + kPipelineDb + "\", null)"));
 }
 
 TEST_F(Pipeline, AddsNoIndex) {
@@ -221,7 +223,7 @@ TEST_F(Pipeline, CountsOnBehindTheTakenNumbers) {
     occupyZips(6, 6);
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_DB, 1), 0);
     EXPECT_TRUE(platform.exists(kBase + "_5.ZIP"));
-    EXPECT_FALSE(platform.exists(kDb));
+    EXPECT_FALSE(platform.exists(kPipelineDb));
 }
 
 TEST_F(Pipeline, AnyNonzeroAnswerMeansThatTheNameIsTaken) {
@@ -245,23 +247,24 @@ TEST_F(Pipeline, FailsWhenAllNumbersAreTaken) {
                 ElementsAre("2 Do database compression!!", "0 Cannot find propriate archive destination"));
     EXPECT_EQ(platform.calls.count("VLIBCFileExist"), 1001);
     EXPECT_EQ(platform.calls.linesOf({"VLIBCFileExist"}).back(), "VLIBCFileExist(\"" + kBase + "_1000.ZIP\")");
-    EXPECT_TRUE(platform.exists(kDb));
+    EXPECT_TRUE(platform.exists(kPipelineDb));
     EXPECT_EQ(platform.calls.count("VLIBCExec"), 0);
 }
 
 TEST_F(Pipeline, CompressesNothingAfterAFailedExport) {
     platform.failCall("SyslogDBSelect");
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_TXT, 1), -1);
-    EXPECT_THAT(platform.messages, ElementsAre("2 Do database transformation!!", "0 Fail to select database",
-                                               "0 Fail to transform db to txt", "0 Fail to transform db: " + kDb));
-    EXPECT_TRUE(platform.exists(kDb));
+    EXPECT_THAT(platform.messages,
+                ElementsAre("2 Do database transformation!!", "0 Fail to select database",
+                            "0 Fail to transform db to txt", "0 Fail to transform db: " + kPipelineDb));
+    EXPECT_TRUE(platform.exists(kPipelineDb));
     EXPECT_FALSE(platform.exists(kZip));
 }
 
 TEST_F(Pipeline, CompressesNothingForAnUnknownFormat) {
     EXPECT_EQ(run(static_cast<_SYSLOG_ARCH_FMT_tag>(5), 1), -1);
     EXPECT_THAT(platform.messages, ElementsAre("2 Do database transformation!!", "0 Invalid db transfrom foramt",
-                                               "0 Fail to transform db: " + kDb));
+                                               "0 Fail to transform db: " + kPipelineDb));
     EXPECT_FALSE(platform.exists(kZip));
 }
 
@@ -270,15 +273,15 @@ TEST_F(Pipeline, ReportsAZipThatCannotBeRun) {
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_DB, 1), -1);
     EXPECT_THAT(platform.messages,
                 ElementsAre("2 Do database compression!!",
-                            "0 Fail to compress file: " + kZip + "," + kDb + " " + strerror(ENOENT),
+                            "0 Fail to compress file: " + kZip + "," + kPipelineDb + " " + strerror(ENOENT),
                             "0 Fail to compress file"));
-    EXPECT_TRUE(platform.exists(kDb));
+    EXPECT_TRUE(platform.exists(kPipelineDb));
 }
 
 TEST_F(Pipeline, ServesOneArchiveAfterTheOther) {
     EXPECT_EQ(run(SYSLOG_ARCH_FMT_TXT, 1), 0);
-    platform.addDatabase(kDb, textDatabase(2));
-    EXPECT_EQ(processor.PostProcess(kDb), 0);
+    platform.addDatabase(kPipelineDb, textDatabase(2));
+    EXPECT_EQ(processor.PostProcess(kPipelineDb), 0);
     EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kZip, kBase + "_1.ZIP"));
 }
 

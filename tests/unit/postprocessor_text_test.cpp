@@ -15,7 +15,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-const std::string kDb = "/volume1/logs/x.DB";
+const std::string kTextDb = "/volume1/logs/x.DB";
 const std::string kOut = "/volume1/logs/x.TXT";
 const std::string kTemporary = "/volume1/@tmp/syslogtranstmp-000001";
 const std::string kResolved = "2024-03-03\t01:02:03\twarning\ttable0-1\ttable3-3\ttable1-2\t";
@@ -23,39 +23,39 @@ const std::string kAsStored = "2024-03-03\t01:02:03\twarning\t1\t3\t2\t";
 
 class TextExport : public PostProcessorTest {
 protected:
-    int run() { return processor.DB2TXT(kDb, kOut); }
+    int run() { return processor.DB2TXT(kTextDb, kOut); }
     Lines selects() { return platform.calls.linesOf({"SyslogDBSelect"}); }
     static std::string selectCall(long long offset) {
-        return "SyslogDBSelect(\"" + kDb + "\", 0, 10000, " + std::to_string(offset) + ", 0, 7, false)";
+        return "SyslogDBSelect(\"" + kTextDb + "\", 0, 10000, " + std::to_string(offset) + ", 0, 7, false)";
     }
 };
 
 TEST_F(TextExport, WritesOneLineARowWithSevenColumns) {
-    platform.addDatabase(kDb, textDatabase(2));
+    platform.addDatabase(kTextDb, textDatabase(2));
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(platform.read(kOut), kResolved + "message 1\r\n" + kResolved + "message 2\r\n");
-    EXPECT_TRUE(platform.exists(kDb));
+    EXPECT_TRUE(platform.exists(kTextDb));
     EXPECT_FALSE(platform.exists(kTemporary));
     EXPECT_THAT(platform.messages, IsEmpty());
 }
 
 TEST_F(TextExport, CallsThePlatformInThisOrder) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kTextDb, textDatabase(1));
     EXPECT_EQ(run(), 0);
     const auto map = [](int type) {
-        return "SyslogDBExtkeyMapGet(\"" + kDb + "\", " + std::to_string(type) + ")";
+        return "SyslogDBExtkeyMapGet(\"" + kTextDb + "\", " + std::to_string(type) + ")";
     };
     EXPECT_THAT(
         platform.calls.lines(),
         ElementsAre("VESKFSMkdirP(\"/volume1/@tmp/\", 0, 1, -1, -1, 0777)",
                     "mkstemp(\"/volume1/@tmp/syslogtranstmp-XXXXXX\")", "fdopen(\"w\")",
-                    "VLIBCFileExist(\"" + kDb + "\")", map(0), map(1), map(3),
-                    "SyslogDBSelectCount(\"" + kDb + "\", 0, false, false)", selectCall(0),
+                    "VLIBCFileExist(\"" + kTextDb + "\")", map(0), map(1), map(3),
+                    "SyslogDBSelectCount(\"" + kTextDb + "\", 0, false, false)", selectCall(0),
                     "VLIBCExec(\"/bin/mv\", \"" + kTemporary + "\", \"" + kOut + "\", null, null)", "fclose()"));
 }
 
 TEST_F(TextExport, IsReadableByItsOwnerAlone) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kTextDb, textDatabase(1));
     EXPECT_EQ(run(), 0);
     struct stat status {};
     ASSERT_EQ(::stat(platform.real(kOut).c_str(), &status), 0);
@@ -63,7 +63,7 @@ TEST_F(TextExport, IsReadableByItsOwnerAlone) {
 }
 
 TEST_F(TextExport, TakesNoMoreRoomOnTheDiskThanItsLength) {
-    platform.addDatabase(kDb, textDatabase(20'000));
+    platform.addDatabase(kTextDb, textDatabase(20'000));
     EXPECT_EQ(run(), 0);
     struct stat status {};
     ASSERT_EQ(::stat(platform.real(kOut).c_str(), &status), 0);
@@ -78,7 +78,7 @@ TEST_F(TextExport, NamesSeveritiesThatFollowOneAnother) {
         row.priority = static_cast<_SYSLOG_DB_PRIORITY_tag>(severity);
         severity = severity == 1 ? 9 : severity == 9 ? -1 : 1;
     }
-    platform.addDatabase(kDb, database);
+    platform.addDatabase(kTextDb, database);
     EXPECT_EQ(run(), 0);
     const std::string text = platform.read(kOut).value_or("");
     std::vector<std::string> names;
@@ -90,14 +90,14 @@ TEST_F(TextExport, NamesSeveritiesThatFollowOneAnother) {
 }
 
 TEST_F(TextExport, ReplacesAnOlderText) {
-    platform.addDatabase(kDb, textDatabase(0));
+    platform.addDatabase(kTextDb, textDatabase(0));
     platform.addFile(kOut, "old");
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(platform.read(kOut), "");
 }
 
 TEST_F(TextExport, OfNoRowsIsAnEmptyText) {
-    platform.addDatabase(kDb, textDatabase(0));
+    platform.addDatabase(kTextDb, textDatabase(0));
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(platform.read(kOut), "");
     EXPECT_THAT(selects(), IsEmpty());
@@ -126,7 +126,7 @@ struct PageCase {
 class TextPages : public TextExport, public ::testing::WithParamInterface<PageCase> {};
 
 TEST_P(TextPages, AreOfTenThousandRows) {
-    platform.addDatabase(kDb, textDatabase(GetParam().rows));
+    platform.addDatabase(kTextDb, textDatabase(GetParam().rows));
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(selects(), GetParam().selects);
     std::string expected;
@@ -135,7 +135,7 @@ TEST_P(TextPages, AreOfTenThousandRows) {
     EXPECT_TRUE(platform.read(kOut) == expected);
 }
 
-const std::string kSelectFrom = "SyslogDBSelect(\"" + kDb + "\", 0, 10000, ";
+const std::string kSelectFrom = "SyslogDBSelect(\"" + kTextDb + "\", 0, 10000, ";
 
 INSTANTIATE_TEST_SUITE_P(
     Rows, TextPages,
@@ -147,7 +147,7 @@ INSTANTIATE_TEST_SUITE_P(
     CaseName());
 
 TEST_F(TextExport, CountsTheRowsOnceAndChasesNoNewOnes) {
-    FakeDatabase& db = platform.addDatabase(kDb, textDatabase(10001));
+    FakeDatabase& db = platform.addDatabase(kTextDb, textDatabase(10001));
     db.count = 10000;
     EXPECT_EQ(run(), 0);
     EXPECT_THAT(selects(), ElementsAre(selectCall(0)));
@@ -165,7 +165,7 @@ class TextLine : public TextExport, public ::testing::WithParamInterface<ColumnC
 TEST_P(TextLine, HoldsTheValuesByteForByte) {
     FakeDatabase database = textDatabase(1);
     GetParam().change(database.rows.front());
-    platform.addDatabase(kDb, database);
+    platform.addDatabase(kTextDb, database);
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(platform.read(kOut), GetParam().line);
 }
@@ -218,7 +218,7 @@ TEST_F(TextExport, TheEntryOfIdZeroIsFoundByATextWithoutDigits) {
     FakeDatabase database = textDatabase(1);
     database.keys[0][0] = "nobody";
     database.rows.front().hostId = "";
-    platform.addDatabase(kDb, database);
+    platform.addDatabase(kTextDb, database);
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(platform.read(kOut), "2024-03-03\t01:02:03\twarning\tnobody\ttable3-3\ttable1-2\tmessage 1\r\n");
 }
@@ -226,7 +226,7 @@ TEST_F(TextExport, TheEntryOfIdZeroIsFoundByATextWithoutDigits) {
 class TextWithoutKeys : public TextExport, public ::testing::WithParamInterface<int> {};
 
 TEST_P(TextWithoutKeys, ShowsAllThreeIdsAsStored) {
-    platform.addDatabase(kDb, textDatabase(2));
+    platform.addDatabase(kTextDb, textDatabase(2));
     platform.failCall("SyslogDBExtkeyMapGet", GetParam());
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(platform.read(kOut), kAsStored + "message 1\r\n" + kAsStored + "message 2\r\n");
@@ -240,21 +240,21 @@ TEST_F(TextExport, OfAVersion1DatabaseShowsItsTextsAsStored) {
     FakeDatabase database = textDatabase(1);
     database.version = 1;
     database.rows.front().hostId = "web 1";
-    platform.addDatabase(kDb, database);
+    platform.addDatabase(kTextDb, database);
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(platform.read(kOut), "2024-03-03\t01:02:03\twarning\tweb 1\t3\t2\tmessage 1\r\n");
 }
 
 TEST_F(TextExport, ThatCannotMakeItsFileSaysWhy) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kTextDb, textDatabase(1));
     platform.failCall("mkstemp", 1, EMFILE);
     EXPECT_EQ(run(), -1);
     EXPECT_THAT(platform.messages, ElementsAre(std::string("0 Fail to mkstemp ") + strerror(EMFILE)));
-    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kDb));
+    EXPECT_THAT(platform.filesBelow("/volume1"), ElementsAre(kTextDb));
 }
 
 TEST_F(TextExport, WithoutItsScratchFolderReportsBothFailures) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kTextDb, textDatabase(1));
     platform.failCall("VESKFSMkdirP", 1, EROFS);
     EXPECT_EQ(run(), -1);
     EXPECT_THAT(platform.messages, ElementsAre("0 Fail to create folder: /volume1/@tmp/",
@@ -262,7 +262,7 @@ TEST_F(TextExport, WithoutItsScratchFolderReportsBothFailures) {
 }
 
 TEST_F(TextExport, ThatGetsNoStreamSaysWhyAndLeavesAnEmptyFile) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kTextDb, textDatabase(1));
     platform.failCall("fdopen", 1, ENOMEM);
     EXPECT_EQ(run(), -1);
     EXPECT_THAT(platform.messages, ElementsAre(std::string("0 Fail to fdopen ") + strerror(ENOMEM)));
@@ -272,7 +272,7 @@ TEST_F(TextExport, ThatGetsNoStreamSaysWhyAndLeavesAnEmptyFile) {
 }
 
 TEST_F(TextExport, ThatCannotCountFailsInSilence) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kTextDb, textDatabase(1));
     platform.failCall("SyslogDBSelectCount");
     EXPECT_EQ(run(), -1);
     EXPECT_THAT(platform.messages, IsEmpty());
@@ -281,7 +281,7 @@ TEST_F(TextExport, ThatCannotCountFailsInSilence) {
 }
 
 TEST_F(TextExport, ThatCannotReadAPageKeepsWhatItHasWritten) {
-    platform.addDatabase(kDb, textDatabase(10001));
+    platform.addDatabase(kTextDb, textDatabase(10001));
     platform.failCall("SyslogDBSelect", 2);
     EXPECT_EQ(run(), -1);
     EXPECT_THAT(platform.messages, ElementsAre("0 Fail to select database"));
@@ -291,7 +291,7 @@ TEST_F(TextExport, ThatCannotReadAPageKeepsWhatItHasWritten) {
 }
 
 TEST_F(TextExport, ThatCannotBeMovedLeavesTheCompleteText) {
-    platform.addDatabase(kDb, textDatabase(1));
+    platform.addDatabase(kTextDb, textDatabase(1));
     platform.failCall("VLIBCExec", 1, EXDEV);
     EXPECT_EQ(run(), -1);
     EXPECT_THAT(platform.messages,
@@ -301,7 +301,7 @@ TEST_F(TextExport, ThatCannotBeMovedLeavesTheCompleteText) {
 }
 
 TEST_F(TextExport, OntoAFullVolumeFailsInsteadOfLosingRows) {
-    platform.addDatabase(kDb, textDatabase(3));
+    platform.addDatabase(kTextDb, textDatabase(3));
     platform.scratchIsFull = true;
     EXPECT_EQ(run(), -1);
     EXPECT_FALSE(platform.exists(kOut));

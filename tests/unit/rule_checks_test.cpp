@@ -15,13 +15,13 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-struct NameCase {
+struct CheckedName {
     std::string name;
     std::string text;
     bool allowed;
 };
 
-class RuleName : public ::testing::TestWithParam<NameCase> {};
+class RuleName : public ::testing::TestWithParam<CheckedName> {};
 
 TEST_P(RuleName, IsAllowedOrNamedWithWhatIs) {
     const auto why = whyNoRuleName(GetParam().text);
@@ -36,20 +36,20 @@ TEST_P(RuleName, IsAllowedOrNamedWithWhatIs) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, RuleName,
-    ::testing::Values(NameCase{"Plain", "printers", true}, NameCase{"One", "x", true},
-                      NameCase{"Blank", "edge firewall", true}, NameCase{"Umlaut", "T\xc3\xbcr", true},
-                      NameCase{"OpenBracket", "a[b", true}, NameCase{"Equals", "a=b", true},
-                      NameCase{"Hash", "#1", true}, NameCase{"Quote", "\"a\"", true},
-                      NameCase{"Percent", "%s", true}, NameCase{"Dots", "../x", true},
-                      NameCase{"AlmostReserved", "Syslog_server", true},
-                      NameCase{"Longest", std::string(255, 'n'), true}, NameCase{"Empty", "", false},
-                      NameCase{"TooLong", std::string(256, 'n'), false}, NameCase{"CloseBracket", "a]b", false},
-                      NameCase{"Newline", "a\nb", false}, NameCase{"Tab", "a\tb", false},
-                      NameCase{"Escape", "a\x1b[2J", false}, NameCase{"Delete", "a\x7f", false},
-                      NameCase{"ControlOfUnicode", "a\xc2\x85", false}, NameCase{"NoUtf8", "a\xff", false},
-                      NameCase{"CutUtf8", "a\xc3", false}, NameCase{"Overlong", "a\xc0\xaf", false},
-                      NameCase{"BlankBefore", " a", false}, NameCase{"BlankBehind", "a ", false},
-                      NameCase{"OnlyBlank", " ", false}),
+    ::testing::Values(CheckedName{"Plain", "printers", true}, CheckedName{"One", "x", true},
+                      CheckedName{"Blank", "edge firewall", true}, CheckedName{"Umlaut", "T\xc3\xbcr", true},
+                      CheckedName{"OpenBracket", "a[b", true}, CheckedName{"Equals", "a=b", true},
+                      CheckedName{"Hash", "#1", true}, CheckedName{"Quote", "\"a\"", true},
+                      CheckedName{"Percent", "%s", true}, CheckedName{"Dots", "../x", true},
+                      CheckedName{"AlmostReserved", "Syslog_server", true},
+                      CheckedName{"Longest", std::string(255, 'n'), true}, CheckedName{"Empty", "", false},
+                      CheckedName{"TooLong", std::string(256, 'n'), false},
+                      CheckedName{"CloseBracket", "a]b", false}, CheckedName{"Newline", "a\nb", false},
+                      CheckedName{"Tab", "a\tb", false}, CheckedName{"Escape", "a\x1b[2J", false},
+                      CheckedName{"Delete", "a\x7f", false}, CheckedName{"ControlOfUnicode", "a\xc2\x85", false},
+                      CheckedName{"NoUtf8", "a\xff", false}, CheckedName{"CutUtf8", "a\xc3", false},
+                      CheckedName{"Overlong", "a\xc0\xaf", false}, CheckedName{"BlankBefore", " a", false},
+                      CheckedName{"BlankBehind", "a ", false}, CheckedName{"OnlyBlank", " ", false}),
     CaseName());
 
 TEST(RuleName, OfAReceiversOwnDeclarationIsRefused) {

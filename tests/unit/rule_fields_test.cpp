@@ -53,14 +53,14 @@ TEST(RuleFields, EachChangesItsOwnFieldAlone) {
     }
 }
 
-struct ValueCase {
+struct RuleValueCase {
     std::string name;
     std::string key;
     std::string value;
     bool taken;
 };
 
-class RuleFieldValue : public ::testing::TestWithParam<ValueCase> {};
+class RuleFieldValue : public ::testing::TestWithParam<RuleValueCase> {};
 
 TEST_P(RuleFieldValue, IsTakenOrLeavesTheRecordAsItWas) {
     const RuleField* field = findRuleField(GetParam().key);
@@ -74,56 +74,63 @@ TEST_P(RuleFieldValue, IsTakenOrLeavesTheRecordAsItWas) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Formats, RuleFieldValue,
-    ::testing::Values(ValueCase{"Bsd", "format", "BSD", true}, ValueCase{"Ietf", "format", "IETF", true},
-                      ValueCase{"Raw", "format", "RAW", true}, ValueCase{"LowerCase", "format", "bsd", true},
-                      ValueCase{"MixedCase", "format", "Raw", true}, ValueCase{"NoFormat", "format", "", false},
-                      ValueCase{"Other", "format", "JSON", false}, ValueCase{"Longer", "format", "BSD ", false},
-                      ValueCase{"Nul", "format", std::string("BSD\0x", 5), false}),
-    CaseName());
+INSTANTIATE_TEST_SUITE_P(Formats, RuleFieldValue,
+                         ::testing::Values(RuleValueCase{"Bsd", "format", "BSD", true},
+                                           RuleValueCase{"Ietf", "format", "IETF", true},
+                                           RuleValueCase{"Raw", "format", "RAW", true},
+                                           RuleValueCase{"LowerCase", "format", "bsd", true},
+                                           RuleValueCase{"MixedCase", "format", "Raw", true},
+                                           RuleValueCase{"NoFormat", "format", "", false},
+                                           RuleValueCase{"Other", "format", "JSON", false},
+                                           RuleValueCase{"Longer", "format", "BSD ", false},
+                                           RuleValueCase{"Nul", "format", std::string("BSD\0x", 5), false}),
+                         CaseName());
 
 INSTANTIATE_TEST_SUITE_P(Protocols, RuleFieldValue,
-                         ::testing::Values(ValueCase{"Udp", "protocol", "udp", true},
-                                           ValueCase{"Tcp", "protocol", "tcp", true},
-                                           ValueCase{"UpperCase", "protocol", "UDP", false},
-                                           ValueCase{"UpperCaseTcp", "protocol", "TCP", false},
-                                           ValueCase{"Tls", "protocol", "tls", false},
-                                           ValueCase{"NoProtocol", "protocol", "", false}),
+                         ::testing::Values(RuleValueCase{"Udp", "protocol", "udp", true},
+                                           RuleValueCase{"Tcp", "protocol", "tcp", true},
+                                           RuleValueCase{"UpperCase", "protocol", "UDP", false},
+                                           RuleValueCase{"UpperCaseTcp", "protocol", "TCP", false},
+                                           RuleValueCase{"Tls", "protocol", "tls", false},
+                                           RuleValueCase{"NoProtocol", "protocol", "", false}),
                          CaseName());
 
 INSTANTIATE_TEST_SUITE_P(
     Ports, RuleFieldValue,
-    ::testing::Values(ValueCase{"Lowest", "port", "1", true}, ValueCase{"Highest", "port", "65535", true},
-                      ValueCase{"Zero", "port", "0", false}, ValueCase{"TooHigh", "port", "65536", false},
-                      ValueCase{"Wrapped", "port", "4294967810", false},
-                      ValueCase{"Negative", "port", "-1", false}, ValueCase{"Plus", "port", "+1", false},
-                      ValueCase{"Tail", "port", "514x", false}, ValueCase{"BlankBefore", "port", " 514", false},
-                      ValueCase{"Range", "port", "514-516", false}, ValueCase{"NoPort", "port", "", false}),
+    ::testing::Values(RuleValueCase{"Lowest", "port", "1", true}, RuleValueCase{"Highest", "port", "65535", true},
+                      RuleValueCase{"Zero", "port", "0", false}, RuleValueCase{"TooHigh", "port", "65536", false},
+                      RuleValueCase{"Wrapped", "port", "4294967810", false},
+                      RuleValueCase{"Negative", "port", "-1", false}, RuleValueCase{"Plus", "port", "+1", false},
+                      RuleValueCase{"Tail", "port", "514x", false},
+                      RuleValueCase{"BlankBefore", "port", " 514", false},
+                      RuleValueCase{"Range", "port", "514-516", false},
+                      RuleValueCase{"NoPort", "port", "", false}),
     CaseName());
 
-INSTANTIATE_TEST_SUITE_P(
-    Switches, RuleFieldValue,
-    ::testing::Values(ValueCase{"TlsYes", "ssl", "yes", true}, ValueCase{"TlsNo", "ssl", "no", true},
-                      ValueCase{"TlsUpperCase", "ssl", "YES", false}, ValueCase{"TlsOne", "ssl", "1", false},
-                      ValueCase{"TlsEmpty", "ssl", "", false}, ValueCase{"EnableYes", "enable", "yes", true},
-                      ValueCase{"EnableNo", "enable", "no", true},
-                      ValueCase{"EnableTrue", "enable", "true", false},
-                      ValueCase{"EnableEmpty", "enable", "", false}),
-    CaseName());
+INSTANTIATE_TEST_SUITE_P(Switches, RuleFieldValue,
+                         ::testing::Values(RuleValueCase{"TlsYes", "ssl", "yes", true},
+                                           RuleValueCase{"TlsNo", "ssl", "no", true},
+                                           RuleValueCase{"TlsUpperCase", "ssl", "YES", false},
+                                           RuleValueCase{"TlsOne", "ssl", "1", false},
+                                           RuleValueCase{"TlsEmpty", "ssl", "", false},
+                                           RuleValueCase{"EnableYes", "enable", "yes", true},
+                                           RuleValueCase{"EnableNo", "enable", "no", true},
+                                           RuleValueCase{"EnableTrue", "enable", "true", false},
+                                           RuleValueCase{"EnableEmpty", "enable", "", false}),
+                         CaseName());
 
 TEST(RuleFields, AnUnknownNameHasNoField) {
     for (const char* name : {"", "name", "Port", "port ", "enabled"})
         EXPECT_EQ(findRuleField(name), nullptr) << name;
 }
 
-struct WordsCase {
+struct RuleWordsCase {
     std::string name;
     Lines words;
     std::string complaint;
 };
 
-class RuleWords : public ::testing::TestWithParam<WordsCase> {};
+class RuleWords : public ::testing::TestWithParam<RuleWordsCase> {};
 
 TEST_P(RuleWords, TheFirstWrongOneIsNamed) {
     Rule rule = lampRule();
@@ -133,16 +140,17 @@ TEST_P(RuleWords, TheFirstWrongOneIsNamed) {
 INSTANTIATE_TEST_SUITE_P(
     Wrong, RuleWords,
     ::testing::Values(
-        WordsCase{"NoEquals", {"port"}, "\"port\" is not KEY=VALUE"},
-        WordsCase{"Empty", {""}, "\"\" is not KEY=VALUE"},
-        WordsCase{"NoKey", {"=1"}, "no key \"\"; expected format, protocol, port, ssl or enable"},
-        WordsCase{"Name", {"port=1", "name=x"}, "no key \"name\"; expected format, protocol, port, ssl or enable"},
-        WordsCase{"Twice", {"port=1", "port=1"}, "port is given twice"},
-        WordsCase{"Format", {"format=a=b"}, "format=\"a=b\": expected BSD, IETF or RAW"},
-        WordsCase{"Protocol", {"protocol=UDP"}, "protocol=\"UDP\": expected udp or tcp"},
-        WordsCase{"Port", {"port="}, "port=\"\": expected a port from 1 to 65535"},
-        WordsCase{"Tls", {"ssl=1"}, "ssl=\"1\": expected yes or no"},
-        WordsCase{"Enable", {"enable=on", "junk"}, "enable=\"on\": expected yes or no"}),
+        RuleWordsCase{"NoEquals", {"port"}, "\"port\" is not KEY=VALUE"},
+        RuleWordsCase{"Empty", {""}, "\"\" is not KEY=VALUE"},
+        RuleWordsCase{"NoKey", {"=1"}, "no key \"\"; expected format, protocol, port, ssl or enable"},
+        RuleWordsCase{
+            "Name", {"port=1", "name=x"}, "no key \"name\"; expected format, protocol, port, ssl or enable"},
+        RuleWordsCase{"Twice", {"port=1", "port=1"}, "port is given twice"},
+        RuleWordsCase{"Format", {"format=a=b"}, "format=\"a=b\": expected BSD, IETF or RAW"},
+        RuleWordsCase{"Protocol", {"protocol=UDP"}, "protocol=\"UDP\": expected udp or tcp"},
+        RuleWordsCase{"Port", {"port="}, "port=\"\": expected a port from 1 to 65535"},
+        RuleWordsCase{"Tls", {"ssl=1"}, "ssl=\"1\": expected yes or no"},
+        RuleWordsCase{"Enable", {"enable=on", "junk"}, "enable=\"on\": expected yes or no"}),
     CaseName());
 
 TEST(RuleFields, AreShownSafeForATerminal) {

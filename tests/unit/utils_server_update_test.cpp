@@ -13,7 +13,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Record = _SYSLOG_CONF_SETTINGS_tag;
 
-const std::string kPath = "/conf/server.conf";
+const std::string kServerPath = "/conf/server.conf";
 const std::string kNotifyStart = "VLIBServiceStart(\"syslog-notify\", 1)";
 
 Lines withdrawal(const std::string& section) {
@@ -32,7 +32,7 @@ Lines declaration(const std::string& section, const std::string& description, in
 
 class ServerUpdate : public SettingsUpdateTest {
 protected:
-    int apply() { return SyslogServerConfSet(kPath, current, wanted); }
+    int apply() { return SyslogServerConfSet(kServerPath, current, wanted); }
 };
 
 TEST_F(ServerUpdate, TakesItsStepsInThisOrder) {
@@ -46,14 +46,14 @@ TEST_F(ServerUpdate, TakesItsStepsInThisOrder) {
                       declaration("syslog_server", "BSD log receiving of Ombrel", 2, 1514),
                       declaration("syslog_server_ietf", "IETF log receiving of Ombrel", 1, 6514),
                       {"VESKFwRuleHup()", "VLIBCSzHashAlloc(1024)"},
-                      writing(kPath, {{"server_port", "1514"},
-                                      {"server_trans", "udp"},
-                                      {"server_ssl", "1"},
-                                      {"server_ietf_port", "6514"},
-                                      {"server_ietf_trans", "tcp"},
-                                      {"server_ietf_ssl", "1"},
-                                      {"server_ca_key", "/etc/ssl/ombrel.key"},
-                                      {"server_ca_file", "/etc/ssl/ombrel.crt"}}),
+                      writing(kServerPath, {{"server_port", "1514"},
+                                            {"server_trans", "udp"},
+                                            {"server_ssl", "1"},
+                                            {"server_ietf_port", "6514"},
+                                            {"server_ietf_trans", "tcp"},
+                                            {"server_ietf_ssl", "1"},
+                                            {"server_ca_key", "/etc/ssl/ombrel.key"},
+                                            {"server_ca_file", "/etc/ssl/ombrel.crt"}}),
                       startAgain("pkg-Ombrel-bsd"),
                       startAgain("pkg-Ombrel-ietf"),
                       {kNotifyStart, "VLIBCSzHashFree()"}}));
@@ -81,7 +81,7 @@ class ServerChange : public SettingsUpdateTest, public ::testing::WithParamInter
 
 TEST_P(ServerChange, IsOneOrNone) {
     GetParam().make(wanted);
-    EXPECT_EQ(SyslogServerConfSet(kPath, current, wanted), 0);
+    EXPECT_EQ(SyslogServerConfSet(kServerPath, current, wanted), 0);
     EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), GetParam().applied ? 2 : 0);
     EXPECT_EQ(platform.calls.count("VLIBCFileSetKeys") > 0, GetParam().applied);
     EXPECT_EQ(platform.firewallReloads, GetParam().applied ? 1 : 0);
@@ -123,7 +123,7 @@ TEST_P(ServerPorts, AreDeclaredOnceForEachPortAndTransport) {
     wanted.server_trans = GetParam().bsdTransport;
     wanted.server_ietf_port = GetParam().ietfPort;
     wanted.server_ietf_trans = GetParam().ietfTransport;
-    ASSERT_EQ(SyslogServerConfSet(kPath, current, wanted), 0);
+    ASSERT_EQ(SyslogServerConfSet(kServerPath, current, wanted), 0);
     EXPECT_EQ(platform.read(kPorts), GetParam().sections);
 }
 
@@ -188,14 +188,14 @@ TEST_F(ServerUpdate, ReceiversThatStayOffStayStopped) {
 }
 
 TEST_F(ServerUpdate, WritesItsKeysAloneAndKeepsEveryOtherLine) {
-    platform.addFile(kPath, "# note\nserver_port=\"1\"\narch_count=\"5\"\n");
+    platform.addFile(kServerPath, "# note\nserver_port=\"1\"\narch_count=\"5\"\n");
     wanted = {};
     wanted.server_port = -1;
     wanted.server_trans = 2;
     wanted.server_ssl = 7;
     wanted.server_ca_key = "a \"b\"";
     ASSERT_EQ(apply(), 0);
-    EXPECT_EQ(platform.read(kPath),
+    EXPECT_EQ(platform.read(kServerPath),
               "# note\nserver_port=\"18446744073709551615\"\narch_count=\"5\"\nserver_trans=\"tcp\"\n"
               "server_ssl=\"1\"\nserver_ietf_port=\"0\"\nserver_ietf_trans=\"tcp\"\nserver_ietf_ssl=\"0\"\n"
               "server_ca_key=\"a \"b\"\"\nserver_ca_file=\"\"\n");
@@ -218,7 +218,7 @@ const std::string kNewBsdPort = portSection("syslog_server", "BSD log receiving 
 const std::string kOldIetfPort = portSection("syslog_server_ietf", "IETF log receiving of Ombrel", "tcp", "6514");
 const std::string kErrorRecord = "[0x0900 fake_platform.c:17]";
 
-struct Failure {
+struct ServerFailure {
     std::string name;
     std::string call;
     int nth;
@@ -229,19 +229,19 @@ struct Failure {
     bool shared = false;  ///< both receivers are wanted on one port
 };
 
-class ServerUpdateFails : public SettingsUpdateTest, public ::testing::WithParamInterface<Failure> {};
+class ServerUpdateFails : public SettingsUpdateTest, public ::testing::WithParamInterface<ServerFailure> {};
 
 TEST_P(ServerUpdateFails, LeavesWhatWasDoneAndStartsTheNotifier) {
-    const Failure& failure = GetParam();
+    const ServerFailure& failure = GetParam();
     wanted.server_port = 1514;
     wanted.server_ietf_port = failure.shared ? 1514 : 1515;
     if (failure.shared) wanted.server_ietf_trans = wanted.server_trans;
     platform.failCall(failure.call, failure.nth);
-    EXPECT_EQ(SyslogServerConfSet(kPath, current, wanted), -6);
+    EXPECT_EQ(SyslogServerConfSet(kServerPath, current, wanted), -6);
     EXPECT_EQ(platform.syslogLines, failure.messages);
     EXPECT_EQ(running(), failure.running);
     EXPECT_EQ(platform.read(kPorts), failure.ports);
-    EXPECT_EQ(platform.exists(kPath), failure.written);
+    EXPECT_EQ(platform.exists(kServerPath), failure.written);
     EXPECT_TRUE(platform.services["syslog-notify"]);
     EXPECT_THAT(platform.events, IsEmpty());
     EXPECT_FALSE(platform.exists(kEnabledJobs));
@@ -257,73 +257,73 @@ std::string failedCreation() {
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, ServerUpdateFails,
-    ::testing::Values(Failure{"StopBsd",
-                              "VLIBServicectlJobStop",
-                              1,
-                              {"err utils:532 fail to stop service (pkg-Ombrel-bsd)"},
-                              "bsd ietf local",
-                              kOldPorts},
-                      Failure{"StopIetf",
-                              "VLIBServicectlJobStop",
-                              2,
-                              {"err utils:536 fail to stop service (pkg-Ombrel-ietf)"},
-                              "ietf local",
-                              kOldPorts},
-                      Failure{"WithdrawBsd",
-                              "VLIBServiceConfSectionRemove",
-                              1,
-                              {failedRemoval(), "err utils:545 failed to unregister port resource (BSD)"},
-                              "local",
-                              kOldPorts},
-                      Failure{"WithdrawIetf",
-                              "VLIBServiceConfSectionRemove",
-                              2,
-                              {failedRemoval(), "err utils:549 failed to unregister port resource (IETF)"},
-                              "local",
-                              kOldIetfPort},
-                      Failure{"DeclareShared",
-                              "VLIBServiceConfSectionSet",
-                              1,
-                              {failedCreation(), "err utils:560 failed to register port resource (BSD)"},
-                              "local",
-                              "",
-                              false,
-                              true},
-                      Failure{"DeclareBsd",
-                              "VLIBServiceConfSectionSet",
-                              1,
-                              {failedCreation(), "err utils:569 failed to register port resource (BSD)"},
-                              "local",
-                              ""},
-                      Failure{"DeclareIetf",
-                              "VLIBServiceConfSectionSet",
-                              2,
-                              {failedCreation(), "err utils:578 failed to register port resource (IETF)"},
-                              "local",
-                              kNewBsdPort},
-                      Failure{"NoMemoryForTheKeys",
-                              "VLIBCSzHashAlloc",
-                              3,
-                              {"err utils:585 Failed to alloc memory"},
-                              "local",
-                              kNewPorts},
-                      Failure{"NoRoomForAKey", "VLIBCSzHashSetValue", 5, {}, "local", kNewPorts},
-                      Failure{"WriteTheKeys", "VLIBCFileSetKeys", 1, {}, "local", kNewPorts},
-                      Failure{"NoMemoryToSwitchBsd", "VLIBCSzHashAlloc", 4, {}, "local", kNewPorts, true},
-                      Failure{"StartBsd",
-                              "VLIBServicectlJobStart",
-                              1,
-                              {"err utils:367 Fail to restart service (pkg-Ombrel-bsd)"},
-                              "local",
-                              kNewPorts,
-                              true},
-                      Failure{"StartIetf",
-                              "VLIBServicectlJobStart",
-                              2,
-                              {"err utils:367 Fail to restart service (pkg-Ombrel-ietf)"},
-                              "bsd local",
-                              kNewPorts,
-                              true}),
+    ::testing::Values(ServerFailure{"StopBsd",
+                                    "VLIBServicectlJobStop",
+                                    1,
+                                    {"err utils:532 fail to stop service (pkg-Ombrel-bsd)"},
+                                    "bsd ietf local",
+                                    kOldPorts},
+                      ServerFailure{"StopIetf",
+                                    "VLIBServicectlJobStop",
+                                    2,
+                                    {"err utils:536 fail to stop service (pkg-Ombrel-ietf)"},
+                                    "ietf local",
+                                    kOldPorts},
+                      ServerFailure{"WithdrawBsd",
+                                    "VLIBServiceConfSectionRemove",
+                                    1,
+                                    {failedRemoval(), "err utils:545 failed to unregister port resource (BSD)"},
+                                    "local",
+                                    kOldPorts},
+                      ServerFailure{"WithdrawIetf",
+                                    "VLIBServiceConfSectionRemove",
+                                    2,
+                                    {failedRemoval(), "err utils:549 failed to unregister port resource (IETF)"},
+                                    "local",
+                                    kOldIetfPort},
+                      ServerFailure{"DeclareShared",
+                                    "VLIBServiceConfSectionSet",
+                                    1,
+                                    {failedCreation(), "err utils:560 failed to register port resource (BSD)"},
+                                    "local",
+                                    "",
+                                    false,
+                                    true},
+                      ServerFailure{"DeclareBsd",
+                                    "VLIBServiceConfSectionSet",
+                                    1,
+                                    {failedCreation(), "err utils:569 failed to register port resource (BSD)"},
+                                    "local",
+                                    ""},
+                      ServerFailure{"DeclareIetf",
+                                    "VLIBServiceConfSectionSet",
+                                    2,
+                                    {failedCreation(), "err utils:578 failed to register port resource (IETF)"},
+                                    "local",
+                                    kNewBsdPort},
+                      ServerFailure{"NoMemoryForTheKeys",
+                                    "VLIBCSzHashAlloc",
+                                    3,
+                                    {"err utils:585 Failed to alloc memory"},
+                                    "local",
+                                    kNewPorts},
+                      ServerFailure{"NoRoomForAKey", "VLIBCSzHashSetValue", 5, {}, "local", kNewPorts},
+                      ServerFailure{"WriteTheKeys", "VLIBCFileSetKeys", 1, {}, "local", kNewPorts},
+                      ServerFailure{"NoMemoryToSwitchBsd", "VLIBCSzHashAlloc", 4, {}, "local", kNewPorts, true},
+                      ServerFailure{"StartBsd",
+                                    "VLIBServicectlJobStart",
+                                    1,
+                                    {"err utils:367 Fail to restart service (pkg-Ombrel-bsd)"},
+                                    "local",
+                                    kNewPorts,
+                                    true},
+                      ServerFailure{"StartIetf",
+                                    "VLIBServicectlJobStart",
+                                    2,
+                                    {"err utils:367 Fail to restart service (pkg-Ombrel-ietf)"},
+                                    "bsd local",
+                                    kNewPorts,
+                                    true}),
     CaseName());
 
 TEST_F(ServerUpdate, AFailureReloadsTheFirewallOnlyOnceThePortsAreDeclared) {

@@ -17,16 +17,16 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Record = _SYSLOG_CONF_SETTINGS_tag;
 
-const std::string kPath = "/conf/server.conf";
+const std::string kSettingsPath = "/conf/server.conf";
 
 class SettingsRead : public PlatformTest {
 protected:
     int get(const std::string& text) {
-        platform.addFile(kPath, text);
-        return SyslogConfGet(kPath, record);
+        platform.addFile(kSettingsPath, text);
+        return SyslogConfGet(kSettingsPath, record);
     }
     std::string readCall(const std::string& key) {
-        return "VLIBCFileGetKeyValue(\"" + kPath + "\", \"" + key + "\", 4095, 0)";
+        return "VLIBCFileGetKeyValue(\"" + kSettingsPath + "\", \"" + key + "\", 4095, 0)";
     }
 
     Record record;
@@ -79,9 +79,9 @@ TEST_F(SettingsRead, AsksForTheJobsFirstAndForTheKeysInTheirOrder) {
 }
 
 TEST_F(SettingsRead, ReadsTheReceiverFieldsWithoutTheStorageKeys) {
-    platform.addFile(kPath, sampleText({}, {"server_ietf_port", "server_ietf_trans", "server_ietf_ssl",
-                                            "arch_time", "arch_fmt", "system_flush_line"}));
-    ASSERT_EQ(SyslogServerConfGet(kPath, record), 0);
+    platform.addFile(kSettingsPath, sampleText({}, {"server_ietf_port", "server_ietf_trans", "server_ietf_ssl",
+                                                    "arch_time", "arch_fmt", "system_flush_line"}));
+    ASSERT_EQ(SyslogServerConfGet(kSettingsPath, record), 0);
     EXPECT_EQ(record.server_ietf_port, 514);
     EXPECT_EQ(record.server_ietf_trans, SYSLOG_TRANSMISSION_UDP);
     EXPECT_EQ(record.server_ietf_ssl, 0);
@@ -89,9 +89,9 @@ TEST_F(SettingsRead, ReadsTheReceiverFieldsWithoutTheStorageKeys) {
 }
 
 TEST_F(SettingsRead, ReadsTheStorageFieldsWithoutTheReceiverKeys) {
-    platform.addFile(kPath, sampleText({}, {"server_port", "server_db_loc", "server_ca_file"}));
+    platform.addFile(kSettingsPath, sampleText({}, {"server_port", "server_db_loc", "server_ca_file"}));
     record.server_port = 77;
-    ASSERT_EQ(SyslogStorageConfGet(kPath, record), 0);
+    ASSERT_EQ(SyslogStorageConfGet(kSettingsPath, record), 0);
     EXPECT_EQ(record.arch_count, 5000);
     EXPECT_EQ(record.server_port, 77);
 }
@@ -194,17 +194,17 @@ struct RequiredKey {
 class RequiredKeyMissing : public PlatformTestWith<RequiredKey> {};
 
 TEST_P(RequiredKeyMissing, FailsTheHalvesThatNeedIt) {
-    platform.addFile(kPath, sampleText({}, {GetParam().name}));
+    platform.addFile(kSettingsPath, sampleText({}, {GetParam().name}));
     Record record;
-    EXPECT_EQ(SyslogServerConfGet(kPath, record), GetParam().server ? -1 : 0);
-    EXPECT_EQ(SyslogStorageConfGet(kPath, record), GetParam().storage ? -1 : 0);
-    EXPECT_EQ(SyslogConfGet(kPath, record), -1);
+    EXPECT_EQ(SyslogServerConfGet(kSettingsPath, record), GetParam().server ? -1 : 0);
+    EXPECT_EQ(SyslogStorageConfGet(kSettingsPath, record), GetParam().storage ? -1 : 0);
+    EXPECT_EQ(SyslogConfGet(kSettingsPath, record), -1);
 }
 
 TEST_P(RequiredKeyMissing, IsNoMatterWhenItsValueIsEmpty) {
-    platform.addFile(kPath, sampleText({{GetParam().name, ""}}));
+    platform.addFile(kSettingsPath, sampleText({{GetParam().name, ""}}));
     Record record;
-    EXPECT_EQ(SyslogConfGet(kPath, record), 0);
+    EXPECT_EQ(SyslogConfGet(kSettingsPath, record), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -232,9 +232,9 @@ struct ParsedValue {
 class SettingsParse : public PlatformTestWith<ParsedValue> {};
 
 TEST_P(SettingsParse, GivesTheExpectedNumber) {
-    platform.addFile(kPath, sampleText({{GetParam().key, GetParam().text}}));
+    platform.addFile(kSettingsPath, sampleText({{GetParam().key, GetParam().text}}));
     Record record;
-    ASSERT_EQ(SyslogConfGet(kPath, record), 0);
+    ASSERT_EQ(SyslogConfGet(kSettingsPath, record), 0);
     EXPECT_EQ(GetParam().field(record), GetParam().expected);
 }
 
@@ -248,7 +248,7 @@ const auto kFormat = [](const Record& r) { return static_cast<long long>(r.arch_
 const auto kLast = [](const Record& r) { return r.arch_last_time; };
 const auto kSize = [](const Record& r) { return r.arch_size; };
 const auto kTime = [](const Record& r) { return r.arch_time; };
-const auto kCount = [](const Record& r) { return r.arch_count; };
+const auto kArchiveCount = [](const Record& r) { return r.arch_count; };
 const auto kFlushLine = [](const Record& r) { return r.system_flush_line; };
 
 INSTANTIATE_TEST_SUITE_P(Numbers, SettingsParse,
@@ -259,7 +259,7 @@ INSTANTIATE_TEST_SUITE_P(Numbers, SettingsParse,
                                            ParsedValue{"NoRangeCheck", "server_port", "70000", kPort, 70000},
                                            ParsedValue{"LeadingZeros", "server_ietf_port", "0017", kIetfPort, 17},
                                            ParsedValue{"IetfLetters", "server_ietf_port", "x", kIetfPort, 0},
-                                           ParsedValue{"Negative", "arch_count", "-5", kCount, -5},
+                                           ParsedValue{"Negative", "arch_count", "-5", kArchiveCount, -5},
                                            ParsedValue{"LargestInt", "arch_size", "2147483647", kSize, 2147483647},
                                            ParsedValue{"HexIsZero", "arch_time", "0x10", kTime, 0},
                                            ParsedValue{"FractionDropped", "system_flush_line", "3.9", kFlushLine,
@@ -320,14 +320,14 @@ TEST_P(StorageSwitches, AreOnForTheExactTextOneAlone) {
         return GetParam().name == "arch_compress" ? r.arch_compress : r.arch_by_device;
     };
     for (const std::string text : {"0", "yes", "true", "01", "1 ", ""}) {
-        platform.addFile(kPath, sampleText({{GetParam().name, text}}));
+        platform.addFile(kSettingsPath, sampleText({{GetParam().name, text}}));
         Record record;
-        ASSERT_EQ(SyslogStorageConfGet(kPath, record), 0);
+        ASSERT_EQ(SyslogStorageConfGet(kSettingsPath, record), 0);
         EXPECT_EQ(field(record), 0) << "'" << text << "'";
     }
-    platform.addFile(kPath, sampleText({{GetParam().name, "1"}}));
+    platform.addFile(kSettingsPath, sampleText({{GetParam().name, "1"}}));
     Record record;
-    ASSERT_EQ(SyslogStorageConfGet(kPath, record), 0);
+    ASSERT_EQ(SyslogStorageConfGet(kSettingsPath, record), 0);
     EXPECT_EQ(field(record), 1);
 }
 
@@ -355,15 +355,15 @@ protected:
 };
 
 TEST_F(SettingsWrite, MergesThePairsAndKeepsEveryOtherLine) {
-    platform.addFile(kPath, "# note\narch_time=\"1\"\narch_count=\"5\"\n\nother=\"x\"\n");
-    EXPECT_EQ(SyslogFileKeySet(keys, kPath, record), 0);
-    EXPECT_EQ(platform.read(kPath),
+    platform.addFile(kSettingsPath, "# note\narch_time=\"1\"\narch_count=\"5\"\n\nother=\"x\"\n");
+    EXPECT_EQ(SyslogFileKeySet(keys, kSettingsPath, record), 0);
+    EXPECT_EQ(platform.read(kSettingsPath),
               "# note\narch_time=\"1\"\narch_count=\"7\"\n\nother=\"x\"\nnew_key=\"a \"b\" c\"\n");
 }
 
 TEST_F(SettingsWrite, UsesOneCallWithTheLineFormat) {
     platform.calls.clear();
-    EXPECT_EQ(SyslogFileKeySet(keys, kPath, record), 0);
+    EXPECT_EQ(SyslogFileKeySet(keys, kSettingsPath, record), 0);
     EXPECT_THAT(platform.calls.lines(),
                 ElementsAre("VLIBCFileSetKeys(\"/conf/server.conf\", {arch_count=7, new_key=a \"b\" c}, 0, "
                             "\"%s=\\\"%s\\\"\\n\")"));
@@ -371,16 +371,16 @@ TEST_F(SettingsWrite, UsesOneCallWithTheLineFormat) {
 
 TEST_F(SettingsWrite, FailsWithTheWriterAndSaysNothing) {
     platform.failCall("VLIBCFileSetKeys");
-    EXPECT_EQ(SyslogFileKeySet(keys, kPath, record), -1);
-    EXPECT_FALSE(platform.exists(kPath));
+    EXPECT_EQ(SyslogFileKeySet(keys, kSettingsPath, record), -1);
+    EXPECT_FALSE(platform.exists(kSettingsPath));
     EXPECT_THAT(platform.syslogLines, IsEmpty());
     EXPECT_THAT(platform.messages, IsEmpty());
 }
 
 TEST_F(SettingsWrite, WhatIsWrittenReadsBack) {
-    platform.addFile(kPath, sampleText());
-    ASSERT_EQ(SyslogFileKeySet(keys, kPath, record), 0);
-    ASSERT_EQ(SyslogConfGet(kPath, record), 0);
+    platform.addFile(kSettingsPath, sampleText());
+    ASSERT_EQ(SyslogFileKeySet(keys, kSettingsPath, record), 0);
+    ASSERT_EQ(SyslogConfGet(kSettingsPath, record), 0);
     EXPECT_EQ(record.arch_count, 7);
     EXPECT_EQ(record.arch_time, 86400);
 }

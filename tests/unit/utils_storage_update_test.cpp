@@ -15,13 +15,13 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Record = _SYSLOG_CONF_SETTINGS_tag;
 
-const std::string kPath = "/conf/server.conf";
-const std::string kArchive = "/volume1/logs/alpha/2024-03-03_2024-03-09.DB";
+const std::string kStoragePath = "/conf/server.conf";
+const std::string kHostArchive = "/volume1/logs/alpha/2024-03-03_2024-03-09.DB";
 
 class StorageUpdate : public SettingsUpdateTest {
 protected:
     StorageUpdate() { platform.addFolder(kDest); }
-    int apply() { return SyslogStorageConfSet(kPath, current, wanted); }
+    int apply() { return SyslogStorageConfSet(kStoragePath, current, wanted); }
 
     /// The calls of an operation, which are then forgotten.
     Lines callsOf(const std::function<void()>& operation) {
@@ -48,20 +48,20 @@ TEST_F(StorageUpdate, TakesItsStepsInThisOrder) {
                       {"VLIBServicectlJobStop(\"pkg-Ombrel-localarchive\")"},
                       archiving,
                       {"VLIBCSzHashAlloc(1024)"},
-                      writing(kPath, {{"server_db_loc", "other"},
-                                      {"server_db_path", "/volume1/logs/db"},
-                                      {"arch_time", "86400"},
-                                      {"arch_size", "64"},
-                                      {"arch_count", "5000"},
-                                      {"arch_fmt", "xml"},
-                                      {"arch_compress", "1"},
-                                      {"arch_by_device", "1"},
-                                      {"arch_dest", "/volume1/logs"},
-                                      {"arch_last_time", "1600000000"},
-                                      {"system_flush_line", "100"},
-                                      {"system_flush_timeout", "10"},
-                                      {"arch_time_enable", "1"},
-                                      {"arch_count_enable", "1"}}),
+                      writing(kStoragePath, {{"server_db_loc", "other"},
+                                             {"server_db_path", "/volume1/logs/db"},
+                                             {"arch_time", "86400"},
+                                             {"arch_size", "64"},
+                                             {"arch_count", "5000"},
+                                             {"arch_fmt", "xml"},
+                                             {"arch_compress", "1"},
+                                             {"arch_by_device", "1"},
+                                             {"arch_dest", "/volume1/logs"},
+                                             {"arch_last_time", "1600000000"},
+                                             {"system_flush_line", "100"},
+                                             {"system_flush_timeout", "10"},
+                                             {"arch_time_enable", "1"},
+                                             {"arch_count_enable", "1"}}),
                       {question("pkg-Ombrel-bsd"), restart("pkg-Ombrel-bsd"), question("pkg-Ombrel-ietf"),
                        restart("pkg-Ombrel-ietf"), question("pkg-Ombrel-custrule")},
                       startAgain("pkg-Ombrel-localarchive"),
@@ -79,9 +79,9 @@ class StorageChange : public SettingsUpdateTest, public ::testing::WithParamInte
 
 TEST_P(StorageChange, IsOneOrNone) {
     GetParam().make(wanted);
-    EXPECT_EQ(SyslogStorageConfSet(kPath, current, wanted), 0);
+    EXPECT_EQ(SyslogStorageConfSet(kStoragePath, current, wanted), 0);
     EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), GetParam().applied ? 1 : 0);
-    EXPECT_EQ(platform.exists(kPath), GetParam().applied);
+    EXPECT_EQ(platform.exists(kStoragePath), GetParam().applied);
     EXPECT_EQ(platform.calls.count("VLIBServicectlRestart"), GetParam().applied ? 2 : 0);
 }
 
@@ -113,9 +113,9 @@ TEST_F(StorageUpdate, ArchivesUnderTheSettingsAsTheyStand) {
     wanted.arch_by_device = 0;
     wanted.arch_fmt = SYSLOG_ARCH_FMT_DB;
     ASSERT_EQ(apply(), 0);
-    EXPECT_TRUE(platform.exists(kArchive));
+    EXPECT_TRUE(platform.exists(kHostArchive));
     EXPECT_FALSE(platform.exists(hostDb("alpha")));
-    EXPECT_THAT(platform.events, ElementsAre("finished " + kArchive));
+    EXPECT_THAT(platform.events, ElementsAre("finished " + kHostArchive));
     const Lines order = platform.calls.linesOf({"VESKFileCopy", "VLIBCFileSetKeys"});
     ASSERT_EQ(order.size(), 2U);
     EXPECT_EQ(order[0].rfind("VESKFileCopy(", 0), 0U);
@@ -126,7 +126,7 @@ TEST_F(StorageUpdate, ArchivesNothingWithoutACurrentDestination) {
     current.arch_dest.clear();
     EXPECT_EQ(apply(), 0);
     EXPECT_TRUE(platform.exists(hostDb("alpha")));
-    EXPECT_TRUE(platform.exists(kPath));
+    EXPECT_TRUE(platform.exists(kStoragePath));
 }
 
 TEST_F(StorageUpdate, RestartsOnlyTheJobsThatRun) {
@@ -167,7 +167,7 @@ class StorageKeys : public SettingsUpdateTest, public ::testing::WithParamInterf
 protected:
     /// The value in the file, between its quotes.
     std::string valueOf(const std::string& key) {
-        const std::string text = "\n" + platform.read(kPath).value_or("");
+        const std::string text = "\n" + platform.read(kStoragePath).value_or("");
         const std::string start = "\n" + key + "=\"";
         const auto at = text.find(start);
         if (at == std::string::npos) return "<missing>";
@@ -179,7 +179,7 @@ protected:
 TEST_P(StorageKeys, AreWrittenInTheWordsOfTheFile) {
     wanted.arch_time += 1;  // so that there is a change
     GetParam().make(wanted);
-    ASSERT_EQ(SyslogStorageConfSet(kPath, current, wanted), 0);
+    ASSERT_EQ(SyslogStorageConfSet(kStoragePath, current, wanted), 0);
     EXPECT_EQ(valueOf(GetParam().key), GetParam().value);
 }
 
@@ -201,7 +201,7 @@ INSTANTIATE_TEST_SUITE_P(
         Written{"Empty", [](Record& r) { r.arch_dest.clear(); }, "arch_dest", ""}),
     CaseName());
 
-struct Failure {
+struct StorageFailure {
     std::string name;
     std::string call;
     int nth;
@@ -211,7 +211,7 @@ struct Failure {
     bool written = true;
 };
 
-class StorageUpdateFails : public SettingsUpdateTest, public ::testing::WithParamInterface<Failure> {
+class StorageUpdateFails : public SettingsUpdateTest, public ::testing::WithParamInterface<StorageFailure> {
 protected:
     StorageUpdateFails() {
         platform.addDatabase(hostDb("alpha"), march());
@@ -220,58 +220,59 @@ protected:
 };
 
 TEST_P(StorageUpdateFails, LeavesWhatWasDone) {
-    const Failure& failure = GetParam();
+    const StorageFailure& failure = GetParam();
     wanted.arch_count = 1;
     platform.failCall(failure.call, failure.nth);
-    EXPECT_EQ(SyslogStorageConfSet(kPath, current, wanted), -1);
+    EXPECT_EQ(SyslogStorageConfSet(kStoragePath, current, wanted), -1);
     EXPECT_EQ(platform.syslogLines, failure.messages);
     EXPECT_EQ(running(), failure.running);
-    EXPECT_EQ(platform.exists(kArchive), failure.archived);
-    EXPECT_EQ(platform.exists(kPath), failure.written);
+    EXPECT_EQ(platform.exists(kHostArchive), failure.archived);
+    EXPECT_EQ(platform.exists(kStoragePath), failure.written);
     EXPECT_FALSE(platform.exists(kEnabledJobs));
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, StorageUpdateFails,
-    ::testing::Values(Failure{"StopLocalArchiving",
-                              "VLIBServicectlJobStop",
-                              1,
-                              {"err utils:645 fail to stop service (pkg-Ombrel-localarchive)"},
-                              "bsd ietf local rules",
-                              false,
-                              false},
-                      Failure{"Archive",
-                              "VESKFileCopy",
-                              1,
-                              {"err utils:656 Fail to archive all working database"},
-                              "bsd ietf rules",
-                              false,
-                              false},
-                      Failure{"NoMemoryForTheKeys", "VLIBCSzHashAlloc", 1, {}, "bsd ietf rules", true, false},
-                      Failure{"NoRoomForAKey", "VLIBCSzHashSetValue", 14, {}, "bsd ietf rules", true, false},
-                      Failure{"WriteTheKeys", "VLIBCFileSetKeys", 1, {}, "bsd ietf rules", true, false},
-                      // The first restart is that of the log writer, behind the archiving.
-                      Failure{"RestartBsd",
-                              "VLIBServicectlRestart",
-                              2,
-                              {"err utils:685 Fail to restart service (pkg-Ombrel-bsd)"},
-                              "bsd ietf rules"},
-                      Failure{"RestartIetf",
-                              "VLIBServicectlRestart",
-                              3,
-                              {"err utils:691 Fail to restart service (pkg-Ombrel-ietf)"},
-                              "bsd ietf rules"},
-                      Failure{"RestartRules",
-                              "VLIBServicectlRestart",
-                              4,
-                              {"err utils:697 Fail to restart service (pkg-Ombrel-custrule)"},
-                              "bsd ietf rules"},
-                      Failure{"NoMemoryToSwitch", "VLIBCSzHashAlloc", 2, {}, "bsd ietf rules"},
-                      Failure{"StartLocalArchiving",
-                              "VLIBServicectlJobStart",
-                              1,
-                              {"err utils:367 Fail to restart service (pkg-Ombrel-localarchive)"},
-                              "bsd ietf rules"}),
+    ::testing::Values(
+        StorageFailure{"StopLocalArchiving",
+                       "VLIBServicectlJobStop",
+                       1,
+                       {"err utils:645 fail to stop service (pkg-Ombrel-localarchive)"},
+                       "bsd ietf local rules",
+                       false,
+                       false},
+        StorageFailure{"Archive",
+                       "VESKFileCopy",
+                       1,
+                       {"err utils:656 Fail to archive all working database"},
+                       "bsd ietf rules",
+                       false,
+                       false},
+        StorageFailure{"NoMemoryForTheKeys", "VLIBCSzHashAlloc", 1, {}, "bsd ietf rules", true, false},
+        StorageFailure{"NoRoomForAKey", "VLIBCSzHashSetValue", 14, {}, "bsd ietf rules", true, false},
+        StorageFailure{"WriteTheKeys", "VLIBCFileSetKeys", 1, {}, "bsd ietf rules", true, false},
+        // The first restart is that of the log writer, behind the archiving.
+        StorageFailure{"RestartBsd",
+                       "VLIBServicectlRestart",
+                       2,
+                       {"err utils:685 Fail to restart service (pkg-Ombrel-bsd)"},
+                       "bsd ietf rules"},
+        StorageFailure{"RestartIetf",
+                       "VLIBServicectlRestart",
+                       3,
+                       {"err utils:691 Fail to restart service (pkg-Ombrel-ietf)"},
+                       "bsd ietf rules"},
+        StorageFailure{"RestartRules",
+                       "VLIBServicectlRestart",
+                       4,
+                       {"err utils:697 Fail to restart service (pkg-Ombrel-custrule)"},
+                       "bsd ietf rules"},
+        StorageFailure{"NoMemoryToSwitch", "VLIBCSzHashAlloc", 2, {}, "bsd ietf rules"},
+        StorageFailure{"StartLocalArchiving",
+                       "VLIBServicectlJobStart",
+                       1,
+                       {"err utils:367 Fail to restart service (pkg-Ombrel-localarchive)"},
+                       "bsd ietf rules"}),
     CaseName());
 
 TEST_F(StorageUpdate, AFailedArchivingIsTheLastStep) {

@@ -56,7 +56,7 @@ std::string total(std::string& path) {
 std::string progress(std::string& path) {
     return std::to_string(SyslogUpdaterUpdDbProgGet(path));
 }
-std::string isComplete(std::string& path) {
+std::string isCompleteAt(std::string& path) {
     return SyslogUpdaterUpdCompete(path, path) ? "yes" : "no";
 }
 
@@ -71,7 +71,7 @@ INSTANTIATE_TEST_SUITE_P(Calls, UpgradeOutOfMemory,
                                            OutOfMemory{"Field", "VESKDBFetchField", total, "-1"},
                                            OutOfMemory{"Open", "DBCon", progress, "-1"},
                                            OutOfMemory{"Count", "DBInfoCntGet", progress, "-1"},
-                                           OutOfMemory{"Complete", "VESKDBFetchRow", isComplete, "no"}),
+                                           OutOfMemory{"Complete", "VESKDBFetchRow", isCompleteAt, "no"}),
                          CaseName());
 
 }  // namespace

@@ -13,7 +13,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr const char* kCount = "SELECT COUNT(*) FROM logs";
+constexpr const char* kCountRows = "SELECT COUNT(*) FROM logs";
 constexpr const char* kNoConnection = "err utils_updater:182 Fail to connect to database";
 constexpr const char* kNoCount = "err utils_updater:187 Fail to get log count";
 constexpr const char* kNoTotal = "err utils_updater:203 Fail to get old database total count";
@@ -54,7 +54,7 @@ TEST_F(UpgradeProgress, TheTotalIsAskedForInThisOrder) {
     EXPECT_THAT(
         platform.calls.lines(),
         ElementsAre("VESKDBConnect(null, null, null, \"/volume1/old.DB\")",
-                    std::string("VESKDBExecute(\"") + kCount + "\")", "VESKDBFetchRow()", "VESKDBNumRows()",
+                    std::string("VESKDBExecute(\"") + kCountRows + "\")", "VESKDBFetchRow()", "VESKDBNumRows()",
                     "VESKDBFetchField(0, \"COUNT(*)\")", "VESKDBFreeResult()", "VESKDBClose()"));
 }
 
@@ -86,14 +86,14 @@ INSTANTIATE_TEST_SUITE_P(Paths, UpgradeTotalBadPath,
                                            BadPath{"Blank", " /volume1/old.DB"}),
                          CaseName());
 
-struct FailedStep {
+struct FailedCopyStep {
     std::string name;
     std::string call;
     int result;
     Lines lines;
 };
 
-class UpgradeTotalFailure : public UpgradeProgress, public ::testing::WithParamInterface<FailedStep> {
+class UpgradeTotalFailure : public UpgradeProgress, public ::testing::WithParamInterface<FailedCopyStep> {
 protected:
     void expectFailure() {
         platform.failCall(GetParam().call);
@@ -113,11 +113,11 @@ TEST_P(UpgradeTotalFailure, ReleasesAlsoWhatAFailedStatementHandedOut) {
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, UpgradeTotalFailure,
-    ::testing::Values(FailedStep{"Connect", "VESKDBConnect", -1, {"err Fail to connect syslog log database"}},
-                      FailedStep{"Statement", "VESKDBExecute", -1, {"err Fail to select syslog log database"}},
-                      FailedStep{"Row", "VESKDBFetchRow", -1, {kNotFetched}},
-                      FailedStep{"NumberOfRows", "VESKDBNumRows", -2, {}},
-                      FailedStep{"Field", "VESKDBFetchField", 0, {}}),
+    ::testing::Values(FailedCopyStep{"Connect", "VESKDBConnect", -1, {"err Fail to connect syslog log database"}},
+                      FailedCopyStep{"Statement", "VESKDBExecute", -1, {"err Fail to select syslog log database"}},
+                      FailedCopyStep{"Row", "VESKDBFetchRow", -1, {kNotFetched}},
+                      FailedCopyStep{"NumberOfRows", "VESKDBNumRows", -2, {}},
+                      FailedCopyStep{"Field", "VESKDBFetchField", 0, {}}),
     CaseName());
 
 struct Answer {
@@ -130,7 +130,7 @@ struct Answer {
 class UpgradeTotalAnswer : public UpgradeProgress, public ::testing::WithParamInterface<Answer> {};
 
 TEST_P(UpgradeTotalAnswer, IsReadFromItsOneRow) {
-    platform.sqlRows[kCount] = GetParam().rows;
+    platform.sqlRows[kCountRows] = GetParam().rows;
     EXPECT_EQ(SyslogUpdaterOldDbTotalGet(oldPath), GetParam().total);
     EXPECT_EQ(platform.syslogLines, GetParam().lines);
 }
@@ -271,7 +271,7 @@ TEST_F(UpgradeProgress, AMissingFileIsNoOldDatabaseAndNothingIsSaid) {
 
 // ---- is it complete
 
-struct Completion {
+struct CompletionCase {
     std::string name;
     long long total;
     long long progress;
@@ -279,7 +279,7 @@ struct Completion {
     Lines lines;
 };
 
-class UpgradeCompletion : public UpgradeProgress, public ::testing::WithParamInterface<Completion> {};
+class UpgradeCompletion : public UpgradeProgress, public ::testing::WithParamInterface<CompletionCase> {};
 
 TEST_P(UpgradeCompletion, ComparesTheTwoCounts) {
     old().count = GetParam().total;
@@ -290,14 +290,15 @@ TEST_P(UpgradeCompletion, ComparesTheTwoCounts) {
 
 INSTANTIATE_TEST_SUITE_P(
     Counts, UpgradeCompletion,
-    ::testing::Values(Completion{"AllThere", 3, 3, true, {}}, Completion{"BothEmpty", 0, 0, true, {}},
-                      Completion{"NoneYet", 3, 0, false, {}}, Completion{"OneMissing", 3, 2, false, {}},
-                      Completion{"OneTooMany", 3, 4, false, {}}, Completion{"RowsOfNothing", 0, 1, false, {}},
-                      Completion{"GreatestTotal", 2147483647LL, 2147483647LL, true, {}},
-                      Completion{"TotalTooLarge", 2147483648LL, 2147483648LL, false, {kNoTotal}},
-                      Completion{"ProgressTooLarge", 3, 2147483648LL, false, {kNoCount, kNoProgress}},
-                      Completion{"BothFail", -1, -1, false, {kNoTotal}},
-                      Completion{"NoProgress", 3, -1, false, {kNoCount, kNoProgress}}),
+    ::testing::Values(CompletionCase{"AllThere", 3, 3, true, {}}, CompletionCase{"BothEmpty", 0, 0, true, {}},
+                      CompletionCase{"NoneYet", 3, 0, false, {}}, CompletionCase{"OneMissing", 3, 2, false, {}},
+                      CompletionCase{"OneTooMany", 3, 4, false, {}},
+                      CompletionCase{"RowsOfNothing", 0, 1, false, {}},
+                      CompletionCase{"GreatestTotal", 2147483647LL, 2147483647LL, true, {}},
+                      CompletionCase{"TotalTooLarge", 2147483648LL, 2147483648LL, false, {kNoTotal}},
+                      CompletionCase{"ProgressTooLarge", 3, 2147483648LL, false, {kNoCount, kNoProgress}},
+                      CompletionCase{"BothFail", -1, -1, false, {kNoTotal}},
+                      CompletionCase{"NoProgress", 3, -1, false, {kNoCount, kNoProgress}}),
     CaseName());
 
 TEST_F(UpgradeProgress, CompletionAsksForTheTotalFirst) {
@@ -315,7 +316,7 @@ TEST_F(UpgradeProgress, WithoutATotalTheNewDatabaseIsNotOpened) {
 }
 
 TEST_F(UpgradeProgress, ATotalOfMoreThanOneRowIsNoTotal) {
-    platform.sqlRows[kCount] = {{{"COUNT(*)", "2"}}, {{"COUNT(*)", "2"}}};
+    platform.sqlRows[kCountRows] = {{{"COUNT(*)", "2"}}, {{"COUNT(*)", "2"}}};
     EXPECT_FALSE(SyslogUpdaterUpdCompete(oldPath, newPath));
     EXPECT_THAT(platform.syslogLines, ElementsAre(kNoTotal));
 }

@@ -3,17 +3,15 @@
 #include "tools/ombrel-notify/file_watch.h"
 
 #include <sys/inotify.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <string_view>
 #include <utility>
 
+#include "linux/common/inotify_events.h"
 #include "linux/common/path_parts.h"
 
 namespace ombrel {
@@ -72,20 +70,11 @@ unsigned FileWatch::concerned(int watch, std::string_view name) const {
 }
 
 unsigned FileWatch::changed() {
-    alignas(inotify_event) std::array<char, 8192> buffer;
     unsigned files = 0;
-    for (;;) {
-        const ssize_t got = ::read(inotify_.get(), buffer.data(), buffer.size());
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) return files;
-        for (ssize_t at = 0; at < got;) {
-            inotify_event event{};
-            std::memcpy(&event, buffer.data() + at, sizeof event);
-            const std::string_view name(event.len > 0 ? buffer.data() + at + sizeof event : "");
-            files |= (event.mask & IN_Q_OVERFLOW) != 0 ? ~0U : concerned(event.wd, name);
-            at += static_cast<ssize_t>(sizeof event + event.len);
-        }
-    }
+    readInotifyEvents(inotify_.get(), [&](const inotify_event& event, std::string_view name) {
+        files |= (event.mask & IN_Q_OVERFLOW) != 0 ? ~0U : concerned(event.wd, name);
+    });
+    return files;
 }
 
 }  // namespace ombrel

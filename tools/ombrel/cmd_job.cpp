@@ -2,72 +2,97 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // `ombrel job`: switches one service job and waits until it is up or down.
-#include <sysexits.h>
-
-#include <cstdio>
-#include <string_view>
+#include <memory>
 
 #include "linux/common/error_record.h"
 #include "linux/common/text_escape.h"
 #include "platform/veskserviceconf.h"
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/error_text.h"
+#include "tools/ombrel/json_writer.h"
+
+namespace ombrel {
 
 namespace {
-
-constexpr const char* kUsage = "usage: ombrel job start|stop|restart|reload|status NAME";
 
 /// What the error record says of a job that did not do as it was told.
 std::string reason() {
     const int code = VLIBCErrGet();
     switch (code) {
-        case ombrel::kErrorNotFound:
-        case ombrel::kErrorInvalidArgument:
+        case kErrorNotFound:
+        case kErrorInvalidArgument:
             return "there is no such job";
-        case ombrel::kErrorTimeout:
+        case kErrorTimeout:
             return "not in time; the job's log says why";
-        case ombrel::fromErrno(ECONNREFUSED):
-        case ombrel::fromErrno(ENOENT):
-        case ombrel::fromErrno(EHOSTUNREACH):
+        case fromErrno(ECONNREFUSED):
+        case fromErrno(ENOENT):
+        case fromErrno(EHOSTUNREACH):
             return "the service manager cannot be reached; start s6-svscan on the scan folder, or D-Bus for "
                    "systemd";
-        case ombrel::fromErrno(ESRCH):
+        case fromErrno(ESRCH):
             return "it is not running";
-        case ombrel::fromErrno(EOPNOTSUPP):
+        case fromErrno(EOPNOTSUPP):
             return "the job has no such action, or this machine neither systemd nor a scan folder of jobs";
         default:
-            const std::string text = ombrel::errorText(code);
+            const std::string text = errorText(code);
             return text.empty() ? "the job's log and the system log say why" : text;
     }
 }
 
-int status(const char* job) {
-    VLIBCErrSetEx(0, "", 0);
-    const bool running = VLIBServicectlIsJobRunning(job, 0) != 0;
-    if (!running && VLIBCErrGet() != 0) {
-        return ombrel::complain(1, "nothing is known of " + std::string(job) + ": " + reason());
-    }
-    (void)printf("%s: %s\n", ombrel::escapeForLine(job).c_str(), running ? "running" : "stopped");
-    return running ? EX_OK : 1;
+std::string jobJson(const std::string& job, bool isRunning) {
+    return JsonWriter().beginObject().member("job", job).member("running", isRunning).endObject().takeLine();
 }
 
-int report(int result, const char* job, const char* what) {
-    if (result >= 0) return EX_OK;
-    return ombrel::complain(1, std::string(job) + " could not be " + what + ": " + reason());
+int status(const Context& context, const std::string& job) {
+    VLIBCErrSetEx(0, "", 0);
+    const bool isRunning = VLIBServicectlIsJobRunning(job.c_str(), 0) != 0;
+    if (!isRunning && VLIBCErrGet() != 0) {
+        return complain(1, "nothing is known of " + job + ": " + reason());
+    }
+    const std::string text = escapeForLine(job) + (isRunning ? ": running\n" : ": stopped\n");
+    return endOfOutput(say(context.json ? jobJson(job, isRunning) : text), isRunning ? 0 : 1);
+}
+
+struct Switch {
+    const char* name;
+    const char* summary;
+    const char* done;  ///< "could not be ..."
+    int (*act)(const char* job);
+    bool isRunning;  ///< when it is done
+};
+
+constexpr Switch kSwitches[] = {
+    {"start", "Start a job, also at every boot from now on.", "started", VLIBServicectlJobStart, true},
+    {"stop", "Stop a job, until it is started again.", "stopped", VLIBServicectlJobStop, false},
+    {"restart", "Stop a job and start it.", "restarted",
+     [](const char* job) { return VLIBServicectlRestart(job, 0); }, true},
+    {"reload", "Have a running job read its settings again.", "reloaded", VLIBServicectlJobReload, true}};
+
+int act(const Context& context, const Switch& kind, const std::string& job) {
+    if (kind.act(job.c_str()) < 0) {
+        return complain(1, job + " could not be " + kind.done + ": " + reason());
+    }
+    return context.json ? endOfOutput(say(jobJson(job, kind.isRunning))) : 0;
 }
 
 }  // namespace
 
-int ombrel::cmdJob(std::span<char* const> words) {
-    if (asksForHelp(words)) return showHelp(kUsage);
-    if (words.size() != 2) return complain(EX_USAGE, kUsage);
-    const std::string_view action = words[0];
-    const char* job = words[1];
-    if (action == "start") return report(VLIBServicectlJobStart(job), job, "started");
-    if (action == "stop") return report(VLIBServicectlJobStop(job), job, "stopped");
-    if (action == "restart") return report(VLIBServicectlRestart(job, 0), job, "restarted");
-    if (action == "reload") return report(VLIBServicectlJobReload(job), job, "reloaded");
-    if (action == "status") return status(job);
-    return complain(EX_USAGE,
-                    "no action \"" + std::string(action) + "\"; expected start, stop, restart, reload or status");
+void addJobCommand(Command& root) {
+    Command& group = root.add("job", "Switch a service job and wait until it is up or down.");
+    for (const Switch& kind : kSwitches) {
+        auto job = std::make_shared<std::string>();
+        group.add(kind.name, kind.summary)
+            .word("NAME", *job, "the job", WordKind::kJob)
+            .example(std::string("ombrel job ") + kind.name + " pkg-Ombrel-bsd")
+            .run([job, &kind](const Context& context) { return act(context, kind, *job); });
+    }
+    auto job = std::make_shared<std::string>();
+    group.add("status", "Tell whether a job runs.")
+        .word("NAME", *job, "the job", WordKind::kJob)
+        .exitCode(0, "it runs")
+        .exitCode(1, "it is stopped, or nothing is known of it")
+        .example("ombrel job status pkg-Ombrel-syslog")
+        .run([job](const Context& context) { return status(context, *job); });
 }
+
+}  // namespace ombrel

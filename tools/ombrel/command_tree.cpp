@@ -22,11 +22,11 @@ void addOld(Command& root, const char* name, const char* summary, int (*run)(std
 
 Command ombrelCommands() {
     Command root("ombrel", "The management of the log receiver.");
-    addOld(root, "archive", "archive the databases that are due, or all that hold rows", cmdArchive);
+    addArchiveCommand(root);
     addCompleteCommand(root);
     addEventsCommand(root);
     addImportCommand(root);
-    addOld(root, "job", "switch a service job and wait until it is up or down", cmdJob);
+    addJobCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
     addOld(root, "settings", "show and change the settings", cmdSettings);
     addStatusCommand(root);
