@@ -13,16 +13,16 @@ namespace ombrel::test {
 
 namespace {
 
-constexpr const char* kFinished =
+constexpr const char* kFinishedLine =
     R"({"time":"2024-03-09T10:00:00+01:00","event":"archive_finished","text":"/srv/logs/a.ZIP"})"
     "\n";
-constexpr const char* kFailed =
+constexpr const char* kFailedLine =
     R"({"time":"2024-03-09T10:00:00+00:00","event":"archive_failed","text":"/srv/logs/b.DB"})"
     "\n";
-constexpr const char* kDied =
+constexpr const char* kDiedLine =
     R"({"time":"2024-03-09T11:00:00Z","event":"job_died","text":"pkg-Ombrel-bsd","job":"pkg-Ombrel-bsd","exit_code":78})"
     "\n";
-constexpr const char* kRemoved =
+constexpr const char* kRemovedLine =
     R"({"time":"2024-03-09T11:30:00Z","event":"archive_removed","text":"/srv/logs/old.ZIP","reason":"age","bytes":5000000000})"
     "\n";
 
@@ -31,7 +31,7 @@ protected:
     EventsCommand() {
         fakeStatusMachine() = {};
         platform.now = 1709985600;  // 2024-03-09 12:00:00
-        write(std::string(kFinished) + kFailed + kDied + kRemoved);
+        write(std::string(kFinishedLine) + kFailedLine + kDiedLine + kRemovedLine);
     }
     void write(const std::string& text) { platform.addFile(kEventFile, text); }
     int run(std::vector<std::string> words = {}) {
@@ -79,12 +79,12 @@ TEST_F(EventsCommand, GivesObjectsWithAllThatTheyHold) {
 )");
 }
 
-struct Choice {
+struct EventChoice {
     std::string name;
     std::vector<std::string> words;
     std::string events;  ///< their hours and minutes
 };
-class EventsChosen : public EventsCommand, public ::testing::WithParamInterface<Choice> {};
+class EventsChosen : public EventsCommand, public ::testing::WithParamInterface<EventChoice> {};
 
 TEST_P(EventsChosen, AreThoseThatAreAskedFor) {
     EXPECT_EQ(run(GetParam().words), 0);
@@ -96,19 +96,19 @@ TEST_P(EventsChosen, AreThoseThatAreAskedFor) {
 
 INSTANTIATE_TEST_SUITE_P(
     Words, EventsChosen,
-    ::testing::Values(Choice{"Number", {"-n", "2"}, "11:00 11:30"}, Choice{"Since", {"--since", "90m"}, "11:00 11:30"},
-                      Choice{"SinceAnInstant", {"--since", "2024-03-09T10:00:00Z"}, "10:00 11:00 11:30"},
-                      Choice{"Event", {"--event", "archive_failed"}, "10:00"},
-                      Choice{"NoSuchEvent", {"--event", "junk"}, ""},
-                      Choice{"Failures", {"--failures"}, "10:00 11:00"},
-                      Choice{"LastFailure", {"--failures", "--number", "1"}, "11:00"},
-                      Choice{"FailuresSince", {"--failures", "--since", "10:30"}, "11:00"}),
+    ::testing::Values(EventChoice{"Number", {"-n", "2"}, "11:00 11:30"}, EventChoice{"Since", {"--since", "90m"}, "11:00 11:30"},
+                      EventChoice{"SinceAnInstant", {"--since", "2024-03-09T10:00:00Z"}, "10:00 11:00 11:30"},
+                      EventChoice{"Event", {"--event", "archive_failed"}, "10:00"},
+                      EventChoice{"NoSuchEvent", {"--event", "junk"}, ""},
+                      EventChoice{"Failures", {"--failures"}, "10:00 11:00"},
+                      EventChoice{"LastFailure", {"--failures", "--number", "1"}, "11:00"},
+                      EventChoice{"FailuresSince", {"--failures", "--since", "10:30"}, "11:00"}),
     CaseName());
 
 TEST_F(EventsCommand, ShowsTwentyUnlessAskedForMoreAndAllSinceATime) {
     std::string many;
     for (int i = 0; i < 50; ++i)
-        many += kDied;
+        many += kDiedLine;
     write(many);
     const auto rows = [this] { return std::count(out.begin(), out.end(), '\n'); };
     EXPECT_EQ(run(), 0);
@@ -120,8 +120,8 @@ TEST_F(EventsCommand, ShowsTwentyUnlessAskedForMoreAndAllSinceATime) {
 }
 
 TEST_F(EventsCommand, GoesOnInTheFileThatWasTurnedAway) {
-    platform.addFile(std::string(kEventFile) + ".1", std::string(kFinished) + kFailed);
-    write(std::string(kDied) + kRemoved);
+    platform.addFile(std::string(kEventFile) + ".1", std::string(kFinishedLine) + kFailedLine);
+    write(std::string(kDiedLine) + kRemovedLine);
     EXPECT_EQ(run({"-n", "3"}), 0);
     EXPECT_EQ(out.substr(0, 35), "2024-03-09 10:00:00\tarchive_failed\t");
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 3);
@@ -132,7 +132,7 @@ TEST_F(EventsCommand, GoesOnInTheFileThatWasTurnedAway) {
 
 TEST_F(EventsCommand, PassesOverDamagedLinesAndSaysSoOnce) {
     const std::string longest(200'000, 'x');
-    write("junk\n" + longest + "\n" + kFailed + "\n{\"event\":\"job_died\"}\n" + longest + "\n" + kDied +
+    write("junk\n" + longest + "\n" + kFailedLine + "\n{\"event\":\"job_died\"}\n" + longest + "\n" + kDiedLine +
           R"({"time":"2024-03-09T11:00:00Z","event":"archive_fai)");
     EXPECT_EQ(run(), 0);
     EXPECT_EQ(err, "ombrel: damaged lines in " + platform.real(kEventFile) + " are passed over\n");
@@ -156,7 +156,7 @@ TEST_F(EventsCommand, LeavesToWhoeverFollowsWhatIsWrittenBehindItsPlace) {
     EventFollower follower(platform.real(kEventFile));
     follower.start(std::nullopt);
     const auto place = follower.position();
-    write(std::string(kFinished) + kFailed + kDied + kRemoved + kDied);  // grown
+    write(std::string(kFinishedLine) + kFailedLine + kDiedLine + kRemovedLine + kDiedLine);  // grown
     EXPECT_EQ(readEventHistory(platform.real(kEventFile), {}, place).records.size(), 4U);
     EXPECT_EQ(readEventHistory(platform.real(kEventFile), {}, EventPosition{}).records.size(), 0U)
         << "there was no file yet";

@@ -24,7 +24,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr const char* kEnabled = "/var/packages/Ombrel/target/service/conf/enable_services";
-constexpr long long kNow = 1709985600;  // 2024-03-09 12:00:00
+constexpr long long kStatusNow = 1709985600;  // 2024-03-09 12:00:00
 constexpr const char* kUdpTable =
     "   sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode ref pointer "
     "drops\n"
@@ -33,20 +33,20 @@ constexpr const char* kTcpTable =
     "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n"
     "   0: 00000000:1972 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0        0 78 1 0\n";
 
-std::string counted(unsigned long long received, unsigned long long dropped) {
+std::string countedText(unsigned long long received, unsigned long long dropped) {
     return "SourceName;SourceId;SourceInstance;State;Type;Number\ndst.http;d_udp#0;http,http://x;a;dropped;" +
            std::to_string(dropped) + "\ndst.http;d_udp#0;http,http://x;a;processed;9\ncenter;;received;a;processed;" +
            std::to_string(received) + "\n.\n";
 }
 
 /// A database with one row at each of these ages, in seconds, oldest first.
-FakeDatabase received(const std::vector<long long>& ages, long long rows = 4000) {
+FakeDatabase holding(const std::vector<long long>& ages, long long rows = 4000) {
     FakeDatabase database = march(rows);
-    database.start = kNow - 3600;
+    database.start = kStatusNow - 3600;
     for (const long long age : ages) {
         _SYSLOG_LOG_DATA_tag row;
         row.rowId = std::to_string(database.rows.size() + 1);
-        row.receiveTime = std::to_string(kNow - age);
+        row.receiveTime = std::to_string(kStatusNow - age);
         database.rows.push_back(row);
     }
     return database;
@@ -56,7 +56,7 @@ class StatusCommand : public PlatformTest {
 protected:
     StatusCommand() {
         machine = {};
-        platform.now = kNow;
+        platform.now = kStatusNow;
         platform.error = {0, "", 0};
         platform.addFile(kServerConf, sampleText({{"server_ssl", "0"},
                                                   {"arch_by_device", "0"},
@@ -66,7 +66,7 @@ protected:
         platform.addFile(kRules, ruleSection({"lamp", "RAW", "tcp", 6514, false, true}) +
                                      ruleSection({"door", "BSD", "udp", 2514, false, false}));
         platform.jobs = {{"pkg-Ombrel-syslog", 1}, {"pkg-Ombrel-bsd", 1}, {kRuleJob, 1}, {"syslog-notify", 1}};
-        platform.addDatabase(kSharedDb, received({90, 61, 60, 30, 1}));
+        platform.addDatabase(kSharedDb, holding({90, 61, 60, 30, 1}));
         platform.addFile(kDest + std::string("/2024-01-01_2024-02-03.ZIP"), std::string(300'000, 'x'));
         platform.addFile(kDest + std::string("/2024-02-03_2024-02-29.DB"), std::string(200'000, 'x'));
         platform.addFile(kEventFile,
@@ -75,7 +75,7 @@ protected:
                          R"({"time":"2024-03-08T10:30:00Z","event":"archive_finished","text":"/volume1/logs/b.DB"})"
                          "\n");
         machine.volume = {12'000'000'000, 48'000'000'000};
-        machine.counters = {{"bsd", counted(1234567, 3)}, {"custrule", counted(5, 0)}};
+        machine.counters = {{"bsd", countedText(1234567, 3)}, {"custrule", countedText(5, 0)}};
         machine.socketTables = {{"udp", kUdpTable}, {"tcp", kTcpTable}};
     }
     std::string screen(int columns = 80, int lines = 24) const {
@@ -128,7 +128,7 @@ TEST_F(StatusCommand, NeverHasMoreLinesThanTheTerminal) {
         rules += ruleSection({"rule" + std::to_string(i), "RAW", "tcp", 7000 + i, false, i % 2 == 0});
     platform.addFile(kRules, rules);
     for (int i = 0; i < 50; ++i)
-        platform.addDatabase(hostDb("host" + std::to_string(i)), received({1}));
+        platform.addDatabase(hostDb("host" + std::to_string(i)), holding({1}));
     for (int lines = 1; lines < 60; ++lines) {
         const std::string text = screen(80, lines);
         EXPECT_LT(std::count(text.begin(), text.end(), '\n'), lines);
@@ -136,14 +136,14 @@ TEST_F(StatusCommand, NeverHasMoreLinesThanTheTerminal) {
     EXPECT_THAT(screen(80, 24), HasSubstr("more\n"));
 }
 
-struct Failure {
+struct StatusFailure {
     std::string name;
     std::function<void(FakePlatform&, FakeStatusMachine&)> happen;
     std::string screen;  ///< what is in it then
     std::string note;
     int exitCode = 0;
 };
-class StatusWithout : public StatusCommand, public ::testing::WithParamInterface<Failure> {};
+class StatusWithout : public StatusCommand, public ::testing::WithParamInterface<StatusFailure> {};
 
 TEST_P(StatusWithout, ShowsTheRestAndSaysWhy) {
     GetParam().happen(platform, machine);
@@ -160,7 +160,7 @@ TEST_P(StatusWithout, ShowsTheRestAndSaysWhy) {
 INSTANTIATE_TEST_SUITE_P(
     Failures, StatusWithout,
     ::testing::Values(
-        Failure{"TheRightToSeeJobs",
+        StatusFailure{"TheRightToSeeJobs",
                 [](FakePlatform& platform, FakeStatusMachine& machine) {
                     platform.calls.onFailure = [&platform] { platform.error.code = kErrorNotFound; };
                     platform.failEveryCall("VLIBServicectlIsJobRunning");
@@ -168,35 +168,35 @@ INSTANTIATE_TEST_SUITE_P(
                 },
                 "RFC 3164      ?      5140/udp",
                 "/run-folder may not be read, so the jobs and what they count are not known; root can read it"},
-        Failure{"AServiceManager",
+        StatusFailure{"AServiceManager",
                 [](FakePlatform& platform, FakeStatusMachine&) {
                     platform.calls.onFailure = [&platform] { platform.error.code = fromErrno(ECONNREFUSED); };
                     platform.failEveryCall("VLIBServicectlIsJobRunning");
                 },
                 "Jobs ?      pkg-Ombrel-syslog",
                 "not all jobs are known to the service manager (Connection refused)"},
-        Failure{"Counters", [](FakePlatform&, FakeStatusMachine& machine) { machine.counters.erase("bsd"); },
+        StatusFailure{"Counters", [](FakePlatform&, FakeStatusMachine& machine) { machine.counters.erase("bsd"); },
                 "RFC 3164      running  5140/udp          ?",
                 "receiver RFC 3164 does not say what it has counted"},
-        Failure{"Rules",
+        StatusFailure{"Rules",
                 [](FakePlatform& platform, FakeStatusMachine&) { platform.failEveryCall("VLIBCFileEnumSection"); },
                 "all rules", std::string(kRules) + " cannot be read"},
-        Failure{"ReadableDatabase",
+        StatusFailure{"ReadableDatabase",
                 [](FakePlatform& platform, FakeStatusMachine&) { platform.failEveryCall("DBCon"); },
                 "? messages in the last minute", kSharedDb + " cannot be read as a log database"},
-        Failure{"ReadableRows",
+        StatusFailure{"ReadableRows",
                 [](FakePlatform& platform, FakeStatusMachine&) { platform.failEveryCall("SyslogDBSelect"); },
                 "? messages in the last minute", "the newest rows of " + kSharedDb + " cannot be read"},
-        Failure{"TheRightToReadADatabase",
+        StatusFailure{"TheRightToReadADatabase",
                 [](FakePlatform&, FakeStatusMachine& machine) { machine.hidden = {kSharedDb}; },
                 "? messages in the last minute", kSharedDb + " may not be read; root can read it"},
-        Failure{"TheRightToReadTheArchiveFolder",
+        StatusFailure{"TheRightToReadTheArchiveFolder",
                 [](FakePlatform&, FakeStatusMachine& machine) { machine.hidden = {kDest}; }, "Archives    ?",
                 std::string(kDest) +
                     " may not be read, so databases and archives are not known; root can read it"},
-        Failure{"Volume", [](FakePlatform&, FakeStatusMachine& machine) { machine.volume.reset(); },
+        StatusFailure{"Volume", [](FakePlatform&, FakeStatusMachine& machine) { machine.volume.reset(); },
                 "Volume      ?", "the free space of /volume1/logs is not known: Input/output error"},
-        Failure{"Settings",
+        StatusFailure{"Settings",
                 [](FakePlatform& platform, FakeStatusMachine&) {
                     platform.addFile(kServerConf, sampleText({}, {"arch_time"}));
                 },
@@ -213,7 +213,7 @@ TEST_F(StatusCommand, WithoutEventsSaysWhichRightIsMissing) {
 
 TEST_F(StatusCommand, ShowsWhatStrangersNamedInASafeWay) {
     platform.addFile(kRules, ruleSection({"a\x1b[2Jb", "RAW", "tcp", 6514, false, true}));
-    platform.addDatabase(hostDb("x\x1b[31m"), received({1}));
+    platform.addDatabase(hostDb("x\x1b[31m"), holding({1}));
     platform.addFile(kEventFile,
                      R"({"time":"2024-03-08T10:00:00Z","event":"e\u001b[2J","text":"t\u001b[2J\n"})"
                      "\n");
@@ -255,10 +255,10 @@ TEST_F(StatusCommand, CountsMessagesASecondFromTwoLooks) {
     StatusWatch watch;
     EXPECT_EQ(watch.look().receivers[0].perSecond, std::nullopt);
     platform.now += 2;
-    machine.counters["bsd"] = counted(1234567 + 25, 3);
+    machine.counters["bsd"] = countedText(1234567 + 25, 3);
     EXPECT_EQ(watch.look().receivers[0].perSecond, 13U);
     platform.now += 2;
-    machine.counters["bsd"] = counted(10, 0);
+    machine.counters["bsd"] = countedText(10, 0);
     EXPECT_EQ(watch.look().receivers[0].perSecond, std::nullopt) << "it was started anew";
 }
 
@@ -303,92 +303,91 @@ TEST_F(StatusCommand, GivesAnObjectAtEachLookWhileItWatches) {
 
 TEST(MinuteCounted, SaysThatThereAreMoreUntilTheyAreOlderThanAMinute) {
     FakePlatform platform;
-    platform.addDatabase(kSharedDb, received({50, 40, 30, 20, 10}));
+    platform.addDatabase(kSharedDb, holding({50, 40, 30, 20, 10}));
     MinuteCount count(3);
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(count.messages(), 3U);
     EXPECT_TRUE(count.isMoreThan());
-    count.pass(kNow + 61);
+    count.pass(kStatusNow + 61);
     EXPECT_EQ(count.messages(), 0U);
     EXPECT_FALSE(count.isMoreThan());
 }
 
 TEST(MinuteCounted, AddsWhatHasComeSinceAndOnlyThat) {
     FakePlatform platform;
-    FakeDatabase& database = platform.addDatabase(kSharedDb, received({30, 20}));
+    FakeDatabase& database = platform.addDatabase(kSharedDb, holding({30, 20}));
     MinuteCount count;
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(count.messages(), 2U);
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(count.messages(), 2U);
-    database.rows = received({30, 20, 5}).rows;
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    database.rows = holding({30, 20, 5}).rows;
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(count.messages(), 3U);
-    database.rows = received({4}).rows;  // archived, and begun anew
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    database.rows = holding({4}).rows;  // archived, and begun anew
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(count.messages(), 4U);
-    database.rows = received({9, 8, 7}).rows;  // likewise, and further on than the one before
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    database.rows = holding({9, 8, 7}).rows;  // likewise, and further on than the one before
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(count.messages(), 7U);
 }
 
 TEST(MinuteCounted, IsNotMisledByRowsThatWereEnteredLate) {
     FakePlatform platform;
-    platform.addDatabase(kSharedDb, received({30, 20, 500, 400}));
+    platform.addDatabase(kSharedDb, holding({30, 20, 500, 400}));
     MinuteCount count;
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(count.messages(), 2U);
 }
 
 TEST(MinuteCounted, CostsNoMoreWhenMoreIsStored) {
     FakePlatform platform;
-    platform.addDatabase(kSharedDb, received(std::vector<long long>(5000, 3600)));
+    platform.addDatabase(kSharedDb, holding(std::vector<long long>(5000, 3600)));
     MinuteCount count;
-    ASSERT_TRUE(count.look(kSharedDb, kNow));
+    ASSERT_TRUE(count.look(kSharedDb, kStatusNow));
     EXPECT_EQ(platform.calls.count("SyslogDBSelect"), 1);
 }
 
 struct DueCase {
     std::string name;
-    Settings settings;
+    std::set<std::string> rules;
     long long rows;
     long long age;
     unsigned long long bytes;
     std::string expected;
 };
-class Due : public ::testing::TestWithParam<DueCase> {};
+class DueDatabase : public ::testing::TestWithParam<DueCase> {};
 
-TEST_P(Due, IsToldInWords) {
-    SettingsRecord settings;
-    settings.arch_count = 1000;
-    settings.arch_time = 3 * 86400;
-    settings.arch_count_enable = GetParam().settings.contains("count");
-    settings.arch_time_enable = GetParam().settings.contains("age");
-    settings.arch_size = GetParam().settings.contains("size") ? 64 : 0;
+TEST_P(DueDatabase, IsToldInWords) {
+    const FakePlatform platform;
+    LogArchiver archiver;
+    archiver.ArchCount = GetParam().rules.contains("count") ? 1000 : 0;
+    archiver.ArchInterval = GetParam().rules.contains("age") ? 3 * 86400 : 0;
+    archiver.ArchSize = GetParam().rules.contains("size") ? 64 : 0;
     DatabaseStatus database;
     database.rows = GetParam().rows;
     database.bytes = GetParam().bytes;
-    database.rules = dueRules(settings, database, kNow - GetParam().age, kNow);
+    addDue(archiver, kStatusNow - GetParam().age, kStatusNow, database);
     EXPECT_EQ(dueText(database), GetParam().expected);
 }
 
-const Settings kAllRules = {{"count", ""}, {"age", ""}, {"size", ""}};
+const std::set<std::string> kAllRules = {"count", "age", "size"};
 constexpr unsigned long long kMib = 1048576;
 INSTANTIATE_TEST_SUITE_P(
-    Rules, Due,
+    Rules, DueDatabase,
     ::testing::Values(DueCase{"Empty", kAllRules, 0, 0, 0, "empty"}, DueCase{"NoRule", {}, 5000, 0, 0, "by no rule"},
                       DueCase{"Count", kAllRules, 1001, 0, 0, "due now by count"},
-                      DueCase{"AtTheCount", {{"count", ""}}, 1000, 0, 0, "count 100 %"},
+                      DueCase{"AtTheCount", {"count"}, 1000, 0, 0, "count 100 %"},
                       DueCase{"Age", kAllRules, 1, 3 * 86400 + 1, 0, "due now by age"},
-                      DueCase{"AtTheAge", {{"age", ""}}, 1, 3 * 86400, 0, "age in 1 s"},
+                      DueCase{"AtTheAge", {"age"}, 1, 3 * 86400, 0, "age in 1 s"},
                       DueCase{"Size", kAllRules, 1, 0, 65 * kMib, "due now by size"},
-                      DueCase{"AtTheSize", {{"size", ""}}, 1, 0, 65 * kMib - 1, "size 100 %"},
-                      DueCase{"Days", {{"age", ""}}, 1, 86400 - 3 * 3600, 0, "age in 2 d 3 h"},
-                      DueCase{"Hours", {{"age", ""}}, 1, 3 * 86400 - 7500, 0, "age in 2 h 5 min"},
-                      DueCase{"Minutes", {{"age", ""}}, 1, 3 * 86400 - 130, 0, "age in 2 min"},
+                      DueCase{"AtTheSize", {"size"}, 1, 0, 65 * kMib - 1, "size 100 %"},
+                      DueCase{"Days", {"age"}, 1, 86400 - 3 * 3600, 0, "age in 2 d 3 h"},
+                      DueCase{"Hours", {"age"}, 1, 3 * 86400 - 7500, 0, "age in 2 h 5 min"},
+                      DueCase{"Minutes", {"age"}, 1, 3 * 86400 - 130, 0, "age in 2 min"},
                       DueCase{"TheNextOneFirst", kAllRules, 800, 86400, 32 * kMib,
                               "count 80 %, size 50 %, age in 2 d"},
-                      DueCase{"FromTheFuture", {{"age", ""}}, 1, -3600, 0, "age in 3 d 1 h"}),
+                      DueCase{"FromTheFuture", {"age"}, 1, -3600, 0, "age in 3 d 1 h"}),
     CaseName());
 
 struct CounterCase {
@@ -396,18 +395,18 @@ struct CounterCase {
     std::string stats;
     std::optional<std::pair<unsigned long long, unsigned long long>> expected;
 };
-class Counters : public ::testing::TestWithParam<CounterCase> {};
+class ReceiverStats : public ::testing::TestWithParam<CounterCase> {};
 
-TEST_P(Counters, AreReadFromWhatSyslogNgSays) {
+TEST_P(ReceiverStats, AreReadFromWhatSyslogNgSays) {
     const auto counters = readCounters(GetParam().stats);
     ASSERT_EQ(counters.has_value(), GetParam().expected.has_value());
     if (counters) EXPECT_EQ(std::pair(counters->received, counters->dropped), *GetParam().expected);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Answers, Counters,
-    ::testing::Values(CounterCase{"Usual", counted(7, 2), {{7, 2}}},
-                      CounterCase{"SeveralDestinations", counted(7, 2) + counted(8, 3), {{8, 5}}},
+    Answers, ReceiverStats,
+    ::testing::Values(CounterCase{"Usual", countedText(7, 2), {{7, 2}}},
+                      CounterCase{"SeveralDestinations", countedText(7, 2) + countedText(8, 3), {{8, 5}}},
                       CounterCase{"Empty", "", {}}, CounterCase{"Dot", ".\n", {}},
                       CounterCase{"NoNumber", "center;;received;a;processed;x\n", {}},
                       CounterCase{"Negative", "center;;received;a;processed;-1\n", {}},

@@ -57,15 +57,16 @@ private:
         long long lookedAt = 0;
         bool isThere = false;
     };
-    void lookAtDatabase(const LogFile& file, const SettingsRecord& settings, StatusReport& report);
+    void lookAtDatabase(const LogFile& file, StatusReport& report);
     static void probe(Known& known, StatusReport& report);
 
     LogArchiver archiver_;
     std::map<std::string, Known> known_;
 };
 
-/// The rules that are on, and how far they are. Nothing of a database without rows or whose rows are not known.
-std::vector<DueRule> dueRules(const SettingsRecord& settings, const DatabaseStatus& database, long long start,
-                              long long now);
+/// Fills in which rule of the archiver makes the database due, and how far each that is on has come; nothing of a
+/// database without rows or whose rows are not known.
+/// @param start  time of its first row
+void addDue(const LogArchiver& archiver, long long start, long long now, DatabaseStatus& database);
 
 }  // namespace ombrel

@@ -114,9 +114,7 @@ std::string minuteText(const DatabaseStatus& database) {
 }
 
 Lines databaseLines(const Terminal& terminal, std::vector<DatabaseStatus> databases, std::size_t most) {
-    const auto isDue = [](const DatabaseStatus& database) {
-        return std::any_of(database.rules.begin(), database.rules.end(), [](const auto& rule) { return rule.isDue; });
-    };
+    const auto isDue = [](const DatabaseStatus& database) { return database.due != ArchiveRule::kNone; };
     bringForward(databases, most, [&](const DatabaseStatus& database) {
         return std::pair(!database.rows || isDue(database), database.lastMinute.value_or(0));
     });
@@ -225,6 +223,30 @@ std::string titleLine(const Terminal& terminal, const StatusReport& report) {
            unit + " in the last minute";
 }
 
+/// What fits into a line with the codes of its colours, which take no place.
+std::string cutPainted(const std::string& line, std::size_t columns) {
+    std::string cut;
+    std::string plain;  // up to the next code
+    const auto add = [&] {
+        const std::string fits = cutToColumns(plain, columns);
+        columns = fits.size() < plain.size() ? 0 : columns - mostColumns(fits);
+        cut += fits;
+        plain.clear();
+    };
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line[i] != '\x1b') {
+            plain += line[i];
+            continue;
+        }
+        add();
+        const std::size_t end = std::min(line.find('m', i), line.size() - 1);
+        cut.append(line, i, end - i + 1);
+        i = end;
+    }
+    add();
+    return cut;
+}
+
 /// What is left of the lines for the lists, one for each in turn.
 struct Share {
     std::size_t wanted;
@@ -279,7 +301,7 @@ std::string statusScreen(const StatusReport& report, const Terminal& terminal) {
     }
     std::string text;
     for (std::size_t i = 0; i < std::min(all.size(), lines); ++i)
-        text += (i == 0 ? "" : "\n") + all[i];
+        text += (i == 0 ? "" : "\n") + cutPainted(all[i], static_cast<std::size_t>(terminal.columns));
     return text;
 }
 
