@@ -6,16 +6,26 @@ namespace ombrel {
 
 Command ombrelCommands() {
     Command root("ombrel", "The management of the log receiver.");
+    Command root("ombrel", "manage the log receiver of this machine");
     addArchiveCommand(root);
     addCompleteCommand(root);
     addDoctorCommand(root);
     addEventsCommand(root);
+    addExportCommand(root);
     addImportCommand(root);
     addJobCommand(root);
     addRuleCommand(root);
     addSettingsCommand(root);
     addStatusCommand(root);
     addStorageCommand(root);
+    addRetentionCommand(root);
+    addRuleCommand(root);
+    addScheduleCommand(root);
+    addSettingsCommand(root);
+    addStatsCommand(root);
+    addStatusCommand(root);
+    addStorageCommand(root);
+    addTailCommand(root);
     addUpgradeCommand(root);
     return root;
 }
