@@ -5,7 +5,6 @@
 namespace ombrel {
 
 Command ombrelCommands() {
-    Command root("ombrel", "The management of the log receiver.");
     Command root("ombrel", "manage the log receiver of this machine");
     addArchiveCommand(root);
     addCompleteCommand(root);
@@ -14,10 +13,6 @@ Command ombrelCommands() {
     addExportCommand(root);
     addImportCommand(root);
     addJobCommand(root);
-    addRuleCommand(root);
-    addSettingsCommand(root);
-    addStatusCommand(root);
-    addStorageCommand(root);
     addRetentionCommand(root);
     addRuleCommand(root);
     addScheduleCommand(root);
