@@ -6,8 +6,13 @@
 #pragma once
 
 #include <set>
+#include "tests/unit/fake_machine_checks.h"
+#include <functional>
+#include <set>
 #include <string>
 #include <vector>
+
+#include "tools/ombrel/follow_watch.h"
 
 namespace ombrel::test {
 
@@ -20,9 +25,19 @@ struct FakeMachine {
     int beatSeconds = 0;                ///< between two of them
     std::set<std::string> conversions;  ///< archives that are being converted
     std::vector<std::string> removals;  ///< events: path, reason, bytes
+    CheckedMachine checked{};
 
     std::vector<std::vector<std::string>> executed;  ///< path and words of the programs that took over
     int execResult = 0;                              ///< the exit code of such a program
+
+    /// What happens while somebody who follows files waits; without it he is asked to stop.
+    std::function<FollowWake()> whileWaiting;
+    std::set<std::string> watchedFolders;
+    bool canWatch = true;
+
+    std::string output;  ///< what was written to the output file, or to standard output in its place
+    bool outputIsFull = false;
+    bool stopAsked = false;  ///< by a signal
 };
 
 /// The same object for everybody; a CommandLineRun begins with a fresh one.
