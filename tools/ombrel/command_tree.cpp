@@ -28,6 +28,7 @@ Command ombrelCommands() {
     addImportCommand(root);
     addJobCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
+    addSearchCommand(root);
     addOld(root, "settings", "show and change the settings", cmdSettings);
     addStatusCommand(root);
     addUpgradeCommand(root);
