@@ -5,12 +5,11 @@
 // recording platform.
 #pragma once
 
-#include <set>
-#include "tests/unit/fake_machine_checks.h"
 #include <functional>
 #include <set>
 #include <string>
 #include <vector>
+#include "tests/unit/fake_machine_checks.h"
 
 #include "tools/ombrel/follow_watch.h"
 
