@@ -12,6 +12,7 @@
 #include <set>
 #include <string>
 #include <vector>
+#include "tests/unit/fake_machine_checks.h"
 
 #include "tools/ombrel/follow_watch.h"
 
