@@ -229,6 +229,16 @@ TEST_F(StatusCommand, NeverHasMoreLinesThanTheTerminal) {
     EXPECT_THAT(screen(80, 24), HasSubstr("more\n"));
 }
 
+TEST_F(StatusCommand, KnowsTheLastArchivingFromTheSettingsOrTheEvents) {
+    const auto last = [] { return StatusWatch().look().lastArchived; };
+    EXPECT_EQ(last(), 1709900000) << "the last run of the schedule";
+    platform.addFile(kServerConf, sampleText({{"server_ssl", "0"}, {"arch_last_time", "0"}}));
+    EXPECT_EQ(last(), 1709893800) << "by hand: 2024-03-08 10:30:00";
+    platform.removeFile(kEventFile);
+    EXPECT_EQ(last(), 0);
+    EXPECT_THAT(screen(80, 40), HasSubstr("\nArchived    never"));
+}
+
 struct StatusFailure {
     std::string name;
     std::function<void(FakePlatform&, FakeStatusMachine&)> happen;

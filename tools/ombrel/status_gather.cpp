@@ -52,6 +52,16 @@ void wantJobs(StatusReport& report) {
     }
 }
 
+/// The settings know the last run of the schedule; of what was archived otherwise there is but the event.
+long long lastArchived(const SettingsRecord& settings, const StatusReport& report) {
+    long long last = settings.arch_last_time;
+    if (!report.events) return last;
+    for (const EventRecord& event : *report.events) {
+        if (event.line.event == "archive_finished") last = std::max(last, event.time);
+    }
+    return last;
+}
+
 }  // namespace
 
 StatusReport StatusWatch::look() {
@@ -64,12 +74,12 @@ StatusReport StatusWatch::look() {
         receivers_.lookAtReceivers(*settings.record, report);
         databases_.look(*settings.record, report);
         lookAtVolume(settings.record->arch_dest, report);
-        report.lastArchived = settings.record->arch_last_time;
     } else {
         report.notes.push_back(settings.complaint);
     }
     wantJobs(report);
     lookAtEvents(report);
+    if (settings.record) report.lastArchived = lastArchived(*settings.record, report);
     return report;
 }
 
