@@ -40,9 +40,8 @@ std::string firstLine(const char* words) {
     return line.empty() ? "libnftables gives no reason" : escapeForLine(line.substr(0, kMostShown));
 }
 
-}  // namespace
-
-int runTransaction(const std::string& commands, std::string& reason) {
+/// `answer` may be null.
+int run(const std::string& commands, std::string* answer, std::string& reason) {
     // The library ends the whole process when it cannot open this socket, so it is tried first.
     if (!Fd(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_NETFILTER))) {
         const int error = errno;
@@ -55,9 +54,23 @@ int runTransaction(const std::string& commands, std::string& reason) {
         reason = "libnftables cannot be set up: out of memory";
         return kErrorOutOfMemory;
     }
-    if (nft_run_cmd_from_buffer(context.get(), commands.c_str()) == 0) return 0;
+    if (nft_run_cmd_from_buffer(context.get(), commands.c_str()) == 0) {
+        const char* const said = nft_ctx_get_output_buffer(context.get());
+        if (answer != nullptr) *answer = said != nullptr ? said : "";
+        return 0;
+    }
     reason = firstLine(nft_ctx_get_error_buffer(context.get()));
     return codeOf(reason);
+}
+
+}  // namespace
+
+int runTransaction(const std::string& commands, std::string& reason) {
+    return run(commands, nullptr, reason);
+}
+
+int askFirewall(const std::string& command, std::string& answer, std::string& reason) {
+    return run(command, &answer, reason);
 }
 
 }  // namespace ombrel

@@ -10,4 +10,7 @@ namespace ombrel {
 /// @return 0; else a code of error_record.h, with the reason on one line in `reason`
 int runTransaction(const std::string& commands, std::string& reason);
 
+/// The same of a command that answers, such as "list table inet ombrel".
+int askFirewall(const std::string& command, std::string& answer, std::string& reason);
+
 }  // namespace ombrel

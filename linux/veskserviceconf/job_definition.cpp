@@ -64,6 +64,7 @@ bool take(const KeyValue& line, JobDefinition& job) {
     if (line.key == "stop_signal") return takeOneOf(line.value, {"TERM", "INT", "QUIT", "HUP"}, job.stopSignal);
     if (line.key == "stop_timeout_seconds") return takeNumber(line.value, 1, 25, job.stopTimeoutSeconds);
     if (line.key == "after") return takeName(line.value, job.after);
+    if (line.key == "every_seconds") return takeNumber(line.value, 1, 604800, job.everySeconds);
     return false;
 }
 

@@ -14,6 +14,10 @@
 //   stop_signal          the signal that ends it; TERM without it
 //   stop_timeout_seconds 1..25, until it is killed; 10 without it
 //   after                a job that is started earlier
+//   every_seconds        1..604800: the command does something once and ends, and is to be run so often. systemd
+//   has a
+//                        timer for that; elsewhere it is told --every=N and --notify-fd=N, does it by itself and
+//                        is ready in between
 #pragma once
 
 #include <string>
@@ -32,6 +36,7 @@ struct JobDefinition {
     std::string stopSignal = "TERM";
     int stopTimeoutSeconds = 10;
     std::string after;
+    int everySeconds = 0;  ///< 0: it runs all the time
 };
 
 /// Reads a definition.

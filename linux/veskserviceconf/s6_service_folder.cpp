@@ -39,10 +39,20 @@ std::string script(const JobDefinition& job, const std::string& body) {
     return "#!/bin/sh\n# Made from " + job.name + ".job by ombrel-jobs, which also writes over changes.\n" + body;
 }
 
+/// s6 has no timers: what is to be done again and again does so by itself.
+std::vector<std::string> commandOf(const JobDefinition& job) {
+    std::vector<std::string> command = job.command;
+    if (job.everySeconds > 0) {
+        command.push_back("--every=" + std::to_string(job.everySeconds));
+        command.push_back("--notify-fd=" + std::to_string(job.readyFd));
+    }
+    return command;
+}
+
 std::string runScript(const JobDefinition& job) {
     std::string line = "exec";
     if (job.user != "root") line += " /usr/bin/s6-setuidgid " + quoted(job.user);
-    return script(job, "exec 2>&1\n" + line + commandLine(job.command) + "\n");
+    return script(job, "exec 2>&1\n" + line + commandLine(commandOf(job)) + "\n");
 }
 
 /// s6 gives it 5 s; its exit code 125 would keep the job from being started again.

@@ -24,25 +24,16 @@ int refuse(int code, const std::string& reason) {
     return fail(code);
 }
 
-int readSockets(const std::string& path, Transport transport, int port, std::vector<Inode>& sockets) {
+int readSockets(const std::string& path, Transport transport, std::vector<SocketRow>& sockets) {
     std::string table;
     const int error = readBounded(path, kMostTableBytes, table);
     if (error != 0) return refuse(fromErrno(error), path + ": " + std::strerror(error));
     const std::optional<std::vector<SocketRow>> rows = readSocketTable(table, transport);
     if (!rows) return refuse(kErrorProgramFailed, path + ": is no table of sockets");
     for (const SocketRow& row : *rows) {
-        if (row.localPort == port && takesFromAnybody(row, transport)) sockets.push_back(row.inode);
+        if (takesFromAnybody(row, transport)) sockets.push_back(row);
     }
     return 0;
-}
-
-/// A kernel without IPv6 has no tables of it.
-int readAllSockets(const std::string& processes, Transport transport, int port, std::vector<Inode>& sockets) {
-    const std::string table = processes + (transport == Transport::kTcp ? "/net/tcp" : "/net/udp");
-    if (readSockets(table, transport, port, sockets) != 0) return -1;
-    const std::string table6 = table + "6";
-    if (::access(table6.c_str(), F_OK) != 0 && errno == ENOENT) return 0;
-    return readSockets(table6, transport, port, sockets);
 }
 
 bool declares(const Declaration& declaration, int port, Transport transport) {
@@ -53,6 +44,15 @@ bool declares(const Declaration& declaration, int port, Transport transport) {
 }
 
 }  // namespace
+
+// A kernel without IPv6 has no tables of it.
+int readTakingSockets(const std::string& processes, Transport transport, std::vector<SocketRow>& sockets) {
+    const std::string table = processes + (transport == Transport::kTcp ? "/net/tcp" : "/net/udp");
+    if (readSockets(table, transport, sockets) != 0) return -1;
+    const std::string table6 = table + "6";
+    if (::access(table6.c_str(), F_OK) != 0 && errno == ENOENT) return 0;
+    return readSockets(table6, transport, sockets);
+}
 
 std::string describe(const PortUse& use) {
     if (!use.file.empty())
@@ -79,8 +79,12 @@ int findPortUses(const PortPlaces& places, std::string_view service, int port, T
     SettingsFault fault;
     if (readDeclarations(places.declarations, declarations, fault) != 0)
         return refuse(fault.code, describe(fault));
+    std::vector<SocketRow> rows;
+    if (readTakingSockets(places.processes, transport, rows) != 0) return -1;
     std::vector<Inode> sockets;
-    if (readAllSockets(places.processes, transport, port, sockets) != 0) return -1;
+    for (const SocketRow& row : rows) {
+        if (row.localPort == port) sockets.push_back(row.inode);
+    }
     std::vector<PortUse> found = declarersOf(declarations, service, port, transport);
     const OwnPrograms own(places.package);
     for (Holder& holder : foreignHolders(places.processes, sockets, own))

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "linux/common/declared_ports.h"
-#include "linux/veskserviceconf/socket_holders.h"
+#include "linux/common/socket_holders.h"
 
 namespace ombrel {
 
@@ -31,6 +31,9 @@ struct PortPlaces {
     std::string package;
 };
 
+/// The sockets that take what anybody sends.
+/// @return 0; -1, with the reason in the error record and in the system log, when it cannot be told
+int readTakingSockets(const std::string& processes, Transport transport, std::vector<SocketRow>& sockets);
 /// The declarations of the port by other sections than `service`, and the processes that have bound it.
 std::vector<PortUse> declarersOf(const std::vector<Declaration>& declarations, std::string_view service, int port,
                                  Transport transport);

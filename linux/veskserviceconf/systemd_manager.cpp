@@ -44,15 +44,24 @@ SystemdManager::SystemdManager(std::string busAddress, std::chrono::milliseconds
     : busAddress_(std::move(busAddress)), longest_(longest) {
 }
 
-int SystemdManager::find(SystemdBus& bus, const std::string& job, Unit& unit) const {
-    unit.name = job + ".service";
+int SystemdManager::lookAt(SystemdBus& bus, const std::string& name, Unit& unit) {
+    unit.name = name;
     std::string loaded;
-    int code = bus.open(busAddress_, deadlineIn(longest_));
-    if (code == 0) code = bus.load(unit.name, unit.object);
+    int code = bus.load(unit.name, unit.object);
     if (code == 0) code = bus.text(unit.object, kUnit, "LoadState", loaded);
     if (code == 0) code = codeOfLoad(loaded);
     if (code == 0) code = bus.text(unit.object, kUnit, "ActiveState", unit.state);
     return code;
+}
+
+int SystemdManager::find(SystemdBus& bus, const std::string& job, Unit& unit) const {
+    int code = bus.open(busAddress_, deadlineIn(longest_));
+    if (code == 0) code = lookAt(bus, job + ".service", unit);
+    std::string type;
+    if (code == 0) code = bus.text(unit.object, kService, "Type", type);
+    if (code != 0 || type != "oneshot") return code;
+    unit.service = unit.name;
+    return lookAt(bus, job + ".timer", unit);
 }
 
 int SystemdManager::bringUp(SystemdBus& bus, const char* method, const Unit& unit) const {
@@ -104,6 +113,10 @@ int SystemdManager::stop(const std::string& job) {
     std::string result;
     code = bus.runJob("StopUnit", unit.name, result);
     if (code == 0) code = codeOfJob(result);
+    if (code == 0 && !unit.service.empty()) {  // a run that is at work
+        code = bus.runJob("StopUnit", unit.service, result);
+        if (code == 0) code = codeOfJob(result);
+    }
     return report(code != 0 ? code : marked);
 }
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// Service jobs as units of systemd: the job NAME is the unit NAME.service. A unit that is enabled is started at
-// boot, so starting a job enables it and stopping it disables it.
+// Service jobs as units of systemd: the job NAME is the unit NAME.service, or NAME.timer where that service does
+// something once and ends (Type=oneshot). A unit that is enabled is started at boot, so starting a job enables it
+// and stopping it disables it.
 #pragma once
 
 #include <chrono>
@@ -34,12 +35,14 @@ public:
 private:
     struct Unit {
         std::string name;
-        std::string object;  ///< on the bus
-        std::string state;   ///< "active", "reloading", "inactive", "failed", "activating", "deactivating"
+        std::string object;   ///< on the bus
+        std::string state;    ///< "active", "reloading", "inactive", "failed", "activating", "deactivating"
+        std::string service;  ///< of a timer: what it starts
     };
 
     // Codes of error_record.h, 0 for success.
     int find(SystemdBus& bus, const std::string& job, Unit& unit) const;
+    static int lookAt(SystemdBus& bus, const std::string& name, Unit& unit);
     int bringUp(SystemdBus& bus, const char* method, const Unit& unit) const;
     int startFound(SystemdBus& bus, const Unit& unit) const;
     void giveUp(SystemdBus& bus, const Unit& unit) const;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// A job's unit for systemd, rendered from its definition. The first line of such a file says that it is ours.
+// A job's unit for systemd, rendered from its definition, with a timer for one that is run again and again. The
+// first line of such a file says that it is ours.
 #pragma once
 
 #include <string>
@@ -14,8 +15,11 @@ namespace ombrel {
 /// The unit file NAME.service (systemd.service(5)).
 /// @param jobFolder  where the definition is, as the unit is to name it
 std::string renderUnit(const JobDefinition& job, const std::string& jobFolder);
+/// NAME.timer (systemd.timer(5)), which is what is switched on and off then.
+std::string renderTimer(const JobDefinition& job, const std::string& jobFolder);
 
-/// Writes unitFolder/NAME.service, each file as a whole.
+/// Writes unitFolder/NAME.service and, of a job with a timer, NAME.timer, each file as a whole; a timer that was
+/// made of an earlier definition is removed.
 /// @return 0; -1 with errno set and entered in the error record: EEXIST when there is a unit of that name that
 ///         somebody else has made
 int writeUnit(const JobDefinition& job, const std::string& jobFolder, const std::string& unitFolder);

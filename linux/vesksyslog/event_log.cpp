@@ -68,7 +68,7 @@ std::string members(std::span<const EventField> fields) {
     std::string text;
     for (const EventField& field : fields) {
         text += "," + quoteJson(field.name) + ":";
-        const int* number = std::get_if<int>(&field.value);
+        const long long* number = std::get_if<long long>(&field.value);
         text += number != nullptr ? std::to_string(*number) : quoteJson(std::get<std::string>(field.value));
     }
     return text;

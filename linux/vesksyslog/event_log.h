@@ -21,12 +21,17 @@ struct Event {
 /// A member of an event's line beside the usual ones.
 struct EventField {
     const char* name;
-    std::variant<int, std::string> value;
+    std::variant<long long, std::string> value;
 };
 
 /// A service job that ended although nobody had asked it to. Fields: `job`, and `exit_code` (a number) or
 /// `signal` ("KILL").
 constexpr Event kJobDied = {"job_died", "bacf5e2866014b0e8fbefd69d702336e", "Job ended by itself", true};
+
+/// An archive that a limit of the retention has removed; the text is its path. Fields: `reason` ("days", "size",
+/// "free_space") and `bytes`.
+constexpr Event kArchiveRemoved = {"archive_removed", "2343fd5669504c72b980fb2914006e9b", "Archive removed",
+                                   false};
 
 constexpr const char* kEventFile = "/var/packages/Ombrel/target/service/log/events.jsonl";
 constexpr const char* kJournalSocket = "/run/systemd/journal/socket";

@@ -2,50 +2,25 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "receiver/launcher/ports.h"
 
-#include <netinet/in.h>
 #include <sys/socket.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <fstream>
 #include <numeric>
 #include <string>
 
-#include "linux/common/fd.h"
 #include "linux/common/process_sockets.h"
+#include "linux/common/try_bind.h"
 
 namespace ombrel {
 
-namespace {
-
-int bindOne(int family, int type, std::uint16_t port) noexcept {
-    const Fd socket(::socket(family, type | SOCK_CLOEXEC, 0));
-    if (!socket) return errno;
-    const int on = 1;
-    if (::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) return errno;
-    sockaddr_in6 six{};
-    six.sin6_family = AF_INET6;
-    six.sin6_port = htons(port);
-    sockaddr_in four{};
-    four.sin_family = AF_INET;
-    four.sin_port = htons(port);
-    const bool isSix = family == AF_INET6;
-    const auto* const address =
-        isSix ? reinterpret_cast<const sockaddr*>(&six) : reinterpret_cast<const sockaddr*>(&four);
-    const socklen_t size = isSix ? sizeof six : sizeof four;
-    if (::bind(socket.get(), address, size) != 0) return errno;
-    return type == SOCK_STREAM && ::listen(socket.get(), 1) != 0 ? errno : 0;
-}
-
-}  // namespace
-
 bool canUseIpv6() noexcept {
-    return bindOne(AF_INET6, SOCK_DGRAM, 0) == 0;
+    return tryToBind(AF_INET6, SOCK_DGRAM, 0) == 0;
 }
 
 int tryToBind(const Source& source, bool ipv6) noexcept {
     const int type = source.kind == SourceKind::kUdp ? SOCK_DGRAM : SOCK_STREAM;
-    return bindOne(ipv6 ? AF_INET6 : AF_INET, type, source.port);
+    return tryToBind(ipv6 ? AF_INET6 : AF_INET, type, source.port);
 }
 
 PortKey portKeyOf(const Source& source) noexcept {

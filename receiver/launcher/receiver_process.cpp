@@ -22,7 +22,7 @@
 #include "receiver/launcher/ports.h"
 #include "receiver/launcher/receiver_settings.h"
 #include "receiver/launcher/resources.h"
-#include "receiver/launcher/tls_files.h"
+#include "linux/common/tls_files.h"
 
 namespace ombrel {
 

@@ -17,7 +17,7 @@
 #include "receiver/launcher/log_socket.h"
 #include "receiver/launcher/ports.h"
 #include "receiver/launcher/receiver_files.h"
-#include "receiver/launcher/tls_files.h"
+#include "linux/common/tls_files.h"
 #include "receiver/rules/rule_sources.h"
 
 namespace ombrel {

@@ -105,6 +105,7 @@ int text(sd_bus* /*bus*/, const char* /*path*/, const char* /*interface*/, const
     const auto* unit = static_cast<const FakeUnit*>(pointer);
     const std::string& value = std::strcmp(property, "LoadState") == 0     ? unit->loadState
                                : std::strcmp(property, "ActiveState") == 0 ? unit->activeState
+                               : std::strcmp(property, "Type") == 0        ? unit->serviceType
                                                                            : unit->serviceResult;
     return sd_bus_message_append(reply, "s", value.c_str());
 }
@@ -132,8 +133,9 @@ const std::array<sd_bus_vtable, 5> kUnitTable{{SD_BUS_VTABLE_START(0),
                                                SD_BUS_PROPERTY("ActiveState", "s", text, 0, 0),
                                                SD_BUS_PROPERTY("CanReload", "b", flag, 0, 0), SD_BUS_VTABLE_END}};
 
-const std::array<sd_bus_vtable, 3> kServiceTable{
-    {SD_BUS_VTABLE_START(0), SD_BUS_PROPERTY("Result", "s", text, 0, 0), SD_BUS_VTABLE_END}};
+const std::array<sd_bus_vtable, 4> kServiceTable{{SD_BUS_VTABLE_START(0),
+                                                  SD_BUS_PROPERTY("Result", "s", text, 0, 0),
+                                                  SD_BUS_PROPERTY("Type", "s", text, 0, 0), SD_BUS_VTABLE_END}};
 
 void need(int result, const char* what) {
     if (result < 0) throw std::runtime_error(std::string(what) + ": " + std::strerror(-result));

@@ -48,6 +48,7 @@ struct FakeUnit {
     std::string activeState = "inactive";
     bool canReload = true;
     std::string serviceResult = "success";
+    std::string serviceType = "notify";
     std::string jobResult = "done";     ///< of the next jobs; empty: they never end
     std::string stateAfter = "active";  ///< of a job that starts it
     std::string stopResult = "done";

@@ -49,6 +49,7 @@ TEST(Definition, HasDefaults) {
     EXPECT_EQ(job.reloadSignal, "");
     EXPECT_EQ(job.stopSignal, "TERM");
     EXPECT_EQ(job.stopTimeoutSeconds, 10);
+    EXPECT_EQ(job.everySeconds, 0);
 }
 
 struct Wrong {
@@ -82,6 +83,7 @@ INSTANTIATE_TEST_SUITE_P(
         Wrong{"UnknownSignal", "reload_signal=\"KILL\"\n", "\"reload_signal\""},
         Wrong{"StopLongerThanAnyoneWaits", "stop_timeout_seconds=\"26\"\n", "\"stop_timeout_seconds\""},
         Wrong{"UserWithBlanks", "user=\"a b\"\n", "\"user\""},
+        Wrong{"NeverAgain", "every_seconds=\"0\"\n", "\"every_seconds\""},
         Wrong{"AfterAPath", "after=\"../x\"\n", "\"after\""}),
     [](const auto& one) { return std::string(one.param.name); });
 
@@ -170,7 +172,16 @@ TEST_P(Unit, IsWhatItsDefinitionSays) {
     EXPECT_EQ(renderUnit(read, "/jobs"), bytesOf(path + ".expected"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, Unit, ::testing::Values("plain", "odd_words"),
+TEST(Timer, IsWhatItsDefinitionSays) {
+    JobDefinition read;
+    ASSERT_EQ(parseJobDefinition(bytesOf(OMBREL_JOB_FILES "/timed.job"), read), "");
+    read.name = "timed";
+    EXPECT_EQ(renderTimer(read, "/jobs"), bytesOf(OMBREL_JOB_FILES "/timed.timer.expected"));
+    EXPECT_THAT(textOf(renderServiceFolder(read, "/logs"), "run"),
+                HasSubstr("'logger' '/usr/bin/job' 'run' '--all' '--every=300' '--notify-fd=4'\n"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, Unit, ::testing::Values("plain", "odd_words", "timed"),
                          [](const auto& one) { return std::string(one.param); });
 
 }  // namespace

@@ -166,6 +166,27 @@ TEST_F(OmbrelJobsUnits, GoWithTheirDefinitionAndThoseOfOthersStay) {
     EXPECT_TRUE(exists("units/theirs.service"));
 }
 
+TEST_F(OmbrelJobsUnits, HaveATimerForAsLongAsTheirDefinitionWantsOne) {
+    const std::string timed = std::string(kGood) + "every_seconds=\"300\"\n";
+    const std::string link = folder + "/units/timers.target.wants/one.timer";
+    fs::create_directory(folder + "/units/timers.target.wants");
+    for (const bool isGone : {false, true}) {
+        define("one", timed);
+        define("two", kGood);
+        ASSERT_EQ(runUnits().exitCode, 0);
+        EXPECT_THAT(unit("one.service"), HasSubstr("\nType=oneshot\n"));
+        EXPECT_THAT(unit("one.timer"), HasSubstr("\nOnUnitActiveSec=300\n"));
+        EXPECT_FALSE(exists("units/two.timer"));
+        fs::create_symlink(folder + "/units/one.timer", link);
+        define("one", kGood);
+        if (isGone) fs::remove(folder + "/jobs/one.job");
+        ASSERT_EQ(runUnits().exitCode, 0);
+        EXPECT_FALSE(exists("units/one.timer"));
+        EXPECT_FALSE(fs::is_symlink(link));
+        EXPECT_EQ(exists("units/one.service"), !isGone);
+    }
+}
+
 TEST_F(OmbrelJobsUnits, OfOthersAreNotWrittenOver) {
     define("one", kGood);
     std::ofstream(folder + "/units/one.service") << "[Service]\nExecStart=/bin/other\n";
@@ -211,7 +232,7 @@ TEST(Definitions, OfTheProductAreRight) {
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     const std::size_t writer = result.output.find("pkg-Ombrel-syslog\n");
     EXPECT_NE(writer, std::string::npos);
-    for (const char* const receiver : {"bsd", "ietf", "custrule", "localarchive"}) {
+    for (const char* const receiver : {"bsd", "ietf", "custrule", "localarchive", "schedule"}) {
         const std::size_t place = result.output.find(std::string("pkg-Ombrel-") + receiver + "\n");
         EXPECT_NE(place, std::string::npos) << receiver;
         EXPECT_GT(place, writer) << receiver << " starts before the log writer";

@@ -71,6 +71,41 @@ TEST_F(Systemd, DisablesAndStopsAJob) {
     EXPECT_EQ(manager().stop("job"), 0);
 }
 
+/// What does something once and ends is switched by its timer.
+class SystemdTimer : public Systemd {
+protected:
+    void SetUp() override {
+        Systemd::SetUp();
+        if (fake == nullptr) return;
+        unit().serviceType = "oneshot";
+        fake->units["job.timer"] = {};
+    }
+};
+
+TEST_F(SystemdTimer, IsEnabledAndStartedInPlaceOfItsService) {
+    EXPECT_EQ(manager().start("job"), 0);
+    EXPECT_THAT(calls(), ElementsAre("EnableUnitFiles job.timer", "StartUnit job.timer"));
+    EXPECT_TRUE(manager().isRunning("job"));
+    EXPECT_EQ(manager().restart("job"), 0);
+    EXPECT_THAT(calls(), ElementsAre("EnableUnitFiles job.timer", "RestartUnit job.timer"));
+    unit().activeState = "activating";
+    EXPECT_EQ(manager().stop("job"), 0);
+    EXPECT_THAT(calls(), ElementsAre("DisableUnitFiles job.timer", "StopUnit job.timer", "StopUnit job.service"));
+    EXPECT_FALSE(manager().isRunning("job"));
+}
+
+TEST_F(SystemdTimer, ThatIsMissingOrCannotBeReloadedIsSaid) {
+    fake->units["job.timer"].canReload = false;
+    EXPECT_EQ(manager().reload("job"), -1);
+    EXPECT_EQ(VLIBCErrGet(), fromErrno(EOPNOTSUPP));
+    fake->units["job.timer"].stopResult = "timeout";
+    EXPECT_EQ(manager().stop("job"), -1);
+    EXPECT_EQ(VLIBCErrGet(), kErrorTimeout);
+    fake->units.erase("job.timer");
+    EXPECT_EQ(manager().start("job"), -1);
+    EXPECT_EQ(VLIBCErrGet(), kErrorNotFound);
+}
+
 TEST_F(Systemd, KeepsAJobOffThatCouldNotBeStarted) {
     unit().jobResult = "failed";
     unit().serviceResult = "exit-code";

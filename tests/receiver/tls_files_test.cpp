@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
-#include "receiver/launcher/tls_files.h"
+#include "linux/common/tls_files.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

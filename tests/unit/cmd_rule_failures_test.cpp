@@ -4,11 +4,10 @@
 // `ombrel rule` when a call of the platform fails: what failed, how far it came, what is down and what to do.
 #include <map>
 
-#include "tests/unit/command_run.h"
+#include "tests/unit/command_line_run.h"
 #include "tests/unit/failure_sweep.h"
 #include "tests/unit/rule_file.h"
 #include "tests/unit/sample_settings.h"
-#include "tools/ombrel/commands.h"
 
 namespace ombrel::test {
 
@@ -43,9 +42,9 @@ protected:
     RuleCommandFails() {
         platform.calls.onFailure = [this] { platform.error.code = kNoPermission; };
     }
-    int run(const Lines& words) { return command.run(cmdRule, words); }
+    int run(const Lines& words) { return command.runBelow("rule", words); }
 
-    CommandRun command;
+    CommandLineRun command;
 };
 
 TEST_P(RuleCommandFails, InOneLineThatSaysHowFarItCame) {
@@ -182,8 +181,8 @@ TEST_F(RuleCommandFails, TheSameValuesThatCouldNotBeWrittenAgainAreNotCalledChan
 
 /// The exit code and what stands in front of the first semicolon or line end, without the name of the program.
 std::string outcome(const Lines& words) {
-    CommandRun command;
-    const int exitCode = command.run(cmdRule, words);
+    CommandLineRun command;
+    const int exitCode = command.runBelow("rule", words);
     const std::string said = command.err.empty() ? command.out : command.err.substr(8);
     EXPECT_EQ(command.err.empty(), exitCode == 0 || words[0] == "check") << command.err;
     return std::to_string(exitCode) + " " + said.substr(0, said.find_first_of(";\n"));

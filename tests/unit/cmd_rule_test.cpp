@@ -2,10 +2,9 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // `ombrel rule` with the library on the recording platform: what each verb does, and what it refuses.
-#include "tests/unit/command_run.h"
+#include "tests/unit/command_line_run.h"
 #include "tests/unit/rule_file.h"
 #include "tests/unit/sample_settings.h"
-#include "tools/ombrel/commands.h"
 
 namespace ombrel::test {
 
@@ -14,14 +13,9 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-const std::string kUsage =
-    "ombrel: usage: ombrel rule list | show NAME | add NAME port=N [KEY=VALUE...] | set NAME KEY=VALUE... | "
-    "rename "
-    "NAME NEW | delete|enable|disable NAME | check [NAME]; ombrel rule --help says more\n";
-
 class RuleCommand : public RuleTest {
 protected:
-    int run(const Lines& words) { return command.run(cmdRule, words); }
+    int run(const Lines& words) { return command.runBelow("rule", words); }
     void expectDone(const Lines& words, const std::string& output) {
         EXPECT_EQ(run(words), 0);
         EXPECT_EQ(command.out, output);
@@ -38,13 +32,13 @@ protected:
         EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), 0);
     }
 
-    CommandRun command;
+    CommandLineRun command;
 };
 
 // ---- questions
 
 TEST_F(RuleCommand, ListsTheRulesInFileOrder) {
-    expectDone({"list"}, "lamp  off  IETF  tcp+TLS  6514\ndoor  on   BSD   udp      2514\n");
+    expectDone({"list"}, "lamp\toff\tIETF\ttcp+TLS\t6514\ndoor\ton\tBSD\tudp\t2514\n");
 }
 
 TEST_F(RuleCommand, ListsNothingWithoutRules) {
@@ -75,8 +69,8 @@ TEST_F(RuleCommand, QuestionsChangeNothing) {
 TEST_F(RuleCommand, SaysItsHelp) {
     for (const Lines& words : {Lines{"--help"}, Lines{"add", "--help"}}) {
         EXPECT_EQ(run(words), 0);
-        EXPECT_THAT(command.out, StartsWith("usage: ombrel rule list "));
-        EXPECT_THAT(command.out, HasSubstr("Examples:\n  ombrel rule add printers port=1514\n"));
+        EXPECT_THAT(command.out, StartsWith("usage: ombrel rule "));
+        EXPECT_THAT(command.out, HasSubstr("  ombrel rule add printers port=1514\n"));
         EXPECT_EQ(command.err, "");
     }
 }
@@ -253,27 +247,26 @@ TEST_P(RuleCommandRefuses, InOneLineBeforeAnythingIsDone) {
     expectRefused(GetParam().words, 64, GetParam().complaint);
 }
 
-std::string usageLine() {
-    return kUsage.substr(8, kUsage.size() - 9);
+std::string seeHelp(const std::string& what, const std::string& verb) {
+    return what + "; ombrel rule" + (verb.empty() ? "" : " " + verb) + " --help says more";
 }
+const std::string kVerbs = "list, show, check, add, set, rename, delete, enable or disable";
 
 INSTANTIATE_TEST_SUITE_P(
     Words, RuleCommandRefuses,
     ::testing::Values(
-        Refusal{"Nothing", {}, usageLine()}, Refusal{"TooMuchToList", {"list", "lamp"}, usageLine()},
-        Refusal{"NothingToShow", {"show"}, usageLine()},
-        Refusal{"TooMuchToShow", {"show", "lamp", "x"}, usageLine()},
-        Refusal{"NothingToAdd", {"add"}, usageLine()}, Refusal{"NothingToSet", {"set", "lamp"}, usageLine()},
-        Refusal{"NoNewName", {"rename", "lamp"}, usageLine()},
-        Refusal{"TooMuchToRename", {"rename", "lamp", "a", "b"}, usageLine()},
-        Refusal{"NothingToDelete", {"delete"}, usageLine()},
-        Refusal{"TooMuchToEnable", {"enable", "lamp", "door"}, usageLine()},
-        Refusal{"NothingToDisable", {"disable"}, usageLine()},
-        Refusal{"TooMuchToCheck", {"check", "lamp", "door"}, usageLine()},
-        Refusal{"OtherVerb",
-                {"remove", "lamp"},
-                "no action \"remove\"; expected list, show, add, set, rename, delete, enable, disable or check"},
-        Refusal{"OnlyForce", {"set", "lamp", "--force"}, "nothing to set: expected KEY=VALUE behind the name"},
+        Refusal{"Nothing", {}, seeHelp("expected a command: " + kVerbs, "")},
+        Refusal{"TooMuchToList", {"list", "lamp"}, seeHelp("one word too many: \"lamp\"", "list")},
+        Refusal{"NothingToShow", {"show"}, seeHelp("its word NAME is missing", "show")},
+        Refusal{"TooMuchToShow", {"show", "lamp", "x"}, seeHelp("one word too many: \"x\"", "show")},
+        Refusal{"NothingToAdd", {"add"}, seeHelp("its word NAME is missing", "add")},
+        Refusal{"NothingToSet", {"set", "lamp"}, seeHelp("its word KEY=VALUE is missing", "set")},
+        Refusal{"NoNewName", {"rename", "lamp"}, seeHelp("its word NEW is missing", "rename")},
+        Refusal{"NothingToDelete", {"delete"}, seeHelp("its word NAME is missing", "delete")},
+        Refusal{"NothingToDisable", {"disable"}, seeHelp("its word NAME is missing", "disable")},
+        Refusal{"OtherVerb", {"remove", "lamp"}, seeHelp("no command \"remove\"; expected " + kVerbs, "")},
+        Refusal{"OnlyForce", {"set", "lamp", "--force"}, seeHelp("its word KEY=VALUE is missing", "set")},
+        Refusal{"ForceOfRename", {"rename", "lamp", "x", "--force"}, seeHelp("no option \"--force\"", "rename")},
         Refusal{"WordOfAdd", {"add", "roof", "514"}, "\"514\" is not KEY=VALUE"},
         Refusal{"KeyOfAdd",
                 {"add", "roof", "colour=red"},
@@ -287,7 +280,7 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Values, RuleCommandRefuses,
     ::testing::Values(
-        Refusal{"NoPort", {"add", "roof"}, "port=N is missing: expected a port from 1 to 65535"},
+        Refusal{"NoPort", {"add", "roof", "format=RAW"}, "port=N is missing: expected a port from 1 to 65535"},
         Refusal{"Port", {"add", "roof", "port=65536"}, "port=\"65536\": expected a port from 1 to 65535"},
         Refusal{"PortZero", {"set", "lamp", "port=0"}, "port=\"0\": expected a port from 1 to 65535"},
         Refusal{"Format", {"add", "roof", "port=1", "format=x"}, "format=\"x\": expected BSD, IETF or RAW"},
@@ -340,6 +333,39 @@ INSTANTIATE_TEST_SUITE_P(
                               {"set", "lamp", "port=2514", "protocol=udp", "ssl=no"},
                               "port 2514/udp" + kTaken}),
     CaseName());
+
+TEST_F(RuleCommand, TakesTheTurnForChangesAlone) {
+    EXPECT_EQ(run({"list"}), 0);
+    EXPECT_EQ(run({"add", "roof", "port=x"}), 64);
+    EXPECT_EQ(fakeMachine().turnsTaken, 0);
+    fakeMachine().turnResult = 75;
+    for (const Lines& words :
+         {Lines{"add", "roof", "port=1514"}, Lines{"set", "lamp", "port=1"}, Lines{"rename", "lamp", "x"},
+          Lines{"delete", "lamp"}, Lines{"enable", "lamp"}, Lines{"disable", "door"}})
+        expectRefused(words, 75, "no turn");
+    EXPECT_EQ(fakeMachine().turnsTaken, 6);
+}
+
+TEST_F(RuleCommand, AnswersInJson) {
+    const std::string lamp =
+        R"({"name":"lamp","format":"IETF","protocol":"tcp","port":6514,"ssl":true,"enable":false})";
+    const std::string door =
+        R"({"name":"door","format":"BSD","protocol":"udp","port":2514,"ssl":false,"enable":true})";
+    expectDone({"list", "--json"}, "{\"rules\":[" + lamp + "," + door + "]}\n");
+    expectDone({"show", "lamp", "--json"}, lamp + "\n");
+    expectDone({"disable", "lamp", "--json"}, "{\"changed\":false,\"rule\":" + lamp + "}\n");
+    const std::string roof =
+        R"({"name":"roof","format":"RAW","protocol":"tcp","port":1514,"ssl":false,"enable":true})";
+    expectDone({"add", "roof", "port=1514", "format=RAW", "protocol=tcp", "--json"},
+               "{\"changed\":true,\"rule\":" + roof + "}\n");
+    expectDone({"delete", "roof", "--json"}, "{\"deleted\":\"roof\"}\n");
+    platform.addFile(kRules, ruleSection({"a", "JSON", "udp", 1, false, true}) + other);
+    EXPECT_EQ(run({"check", "--json"}), 1);
+    EXPECT_EQ(command.out,
+              "{\"ok\":false,\"findings\":[{\"name\":\"a\",\"ok\":false,\"state\":\"wrong\",\"what\":"
+              "\"format=\\\"JSON\\\": expected BSD, IETF or RAW\",\"advice\":\"\"},"
+              "{\"name\":\"door\",\"ok\":true,\"state\":\"ok\",\"what\":\"\",\"advice\":\"\"}]}\n");
+}
 
 TEST_F(RuleCommand, RefusesAChangeOfARuleThatHasOtherFaults) {
     const std::string bad = ruleSection({"bad", "JSON", "udp", 0, false, true});

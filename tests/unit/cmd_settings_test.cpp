@@ -3,9 +3,8 @@
 //
 // `ombrel settings` with the library on the recording platform.
 #include "tests/unit/archiver_test.h"
-#include "tests/unit/command_run.h"
+#include "tests/unit/command_line_run.h"
 #include "tests/unit/settings_update_test.h"
-#include "tools/ombrel/commands.h"
 
 namespace ombrel::test {
 
@@ -16,8 +15,6 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
 
-constexpr const char* kSettingsUsage = "usage: ombrel settings show | ombrel settings set KEY=VALUE...\n";
-
 class SettingsCommand : public SettingsUpdateTest {
 protected:
     SettingsCommand() {
@@ -25,7 +22,7 @@ protected:
         platform.addFile(kServerConf, sampleText({{"server_ssl", "0"}}));
         platform.addFolder(kDest);
     }
-    int run(const Lines& words) { return command.run(cmdSettings, words); }
+    int run(const Lines& words) { return command.runBelow("settings", words); }
     void expectNothingDone() {
         EXPECT_EQ(running(), "bsd ietf local");
         EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), 0);
@@ -33,7 +30,7 @@ protected:
         EXPECT_EQ(platform.calls.count("VLIBCFileSetKeys"), 0);
     }
 
-    CommandRun command;
+    CommandLineRun command;
     std::string& out = command.out;
     std::string& err = command.err;
 };
@@ -96,12 +93,20 @@ TEST_P(SettingsCommandRefuses, WrongWordsInOneLineBeforeAnythingIsDone) {
 INSTANTIATE_TEST_SUITE_P(
     Words, SettingsCommandRefuses,
     ::testing::Values(
-        WrongWords{"Nothing", {}, "usage: ombrel settings show | ombrel settings set KEY=VALUE..."},
-        WrongWords{"NothingToSet", {"set"}, "usage: ombrel settings show | ombrel settings set KEY=VALUE..."},
+        WrongWords{"Nothing",
+                   {},
+                   "expected a command: show, get, check, diff, set or apply; ombrel settings --help says more"},
+        WrongWords{"NothingToSet", {"set"}, "its word KEY=VALUE is missing; ombrel settings set --help says more"},
         WrongWords{"TooMuchToShow",
                    {"show", "server_port"},
-                   "usage: ombrel settings show | ombrel settings set KEY=VALUE..."},
-        WrongWords{"OtherAction", {"get"}, "no action \"get\"; expected show or set"},
+                   "one word too many: \"server_port\"; ombrel settings show --help says more"},
+        WrongWords{"NothingToGet", {"get"}, "its word KEY is missing; ombrel settings get --help says more"},
+        WrongWords{"KeyToGet", {"get", "junk"}, "no setting \"junk\"; ombrel settings show lists them"},
+        WrongWords{
+            "OtherAction",
+            {"put"},
+            "no command \"put\"; expected show, get, check, diff, set or apply; ombrel settings --help says "
+            "more"},
         WrongWords{
             "Key", {"set", "server_ssl=0", "junk=1"}, "no setting \"junk\"; ombrel settings show lists them"},
         WrongWords{"Value", {"set", "server_port=0"}, "server_port=\"0\": expected a port from 1 to 65535"},
@@ -110,9 +115,41 @@ INSTANTIATE_TEST_SUITE_P(
         WrongWords{"Together", {"set", "server_ssl=1"}, "server_ssl=1 needs server_trans=tcp: TLS runs over TCP"}),
     CaseName());
 
+TEST_F(SettingsCommand, GetsSingleValuesAsTheyAre) {
+    EXPECT_EQ(run({"get", "arch_dest", "server_port", "bsd_enable"}), 0);
+    EXPECT_EQ(out, "/volume1/logs\n5140\n1\n");
+    EXPECT_EQ(run({"get", "arch_dest", "server_port", "bsd_enable", "--json"}), 0);
+    EXPECT_EQ(out, "{\"arch_dest\":\"/volume1/logs\",\"server_port\":5140,\"bsd_enable\":true}\n");
+}
+
+TEST_F(SettingsCommand, ShowsEverySettingInJsonWithItsType) {
+    EXPECT_EQ(run({"show", "--json"}), 0);
+    EXPECT_EQ(
+        out,
+        R"({"bsd_enable":true,"server_ssl":false,"server_port":5140,"server_trans":"udp","ietf_enable":true,)"
+        R"("server_ietf_ssl":true,"server_ietf_port":6514,"server_ietf_trans":"tcp","server_db_loc":"logs",)"
+        R"("server_db_path":"/volume1/logs/db","server_ca_key":"/etc/ssl/ombrel.key",)"
+        R"("server_ca_file":"/etc/ssl/ombrel.crt","arch_dest":"/volume1/logs","arch_time":86400,"arch_size":64,)"
+        R"("arch_count":5000,"arch_fmt":"txt","arch_compress":true,"arch_by_device":true,)"
+        R"("localarchive_enable":true,"arch_last_time":1600000000,"system_flush_line":100,)"
+        R"("system_flush_timeout":10,"arch_time_enable":true,"arch_count_enable":true})"
+        "\n");
+    expectNothingDone();
+}
+
+TEST_F(SettingsCommand, TakesTheTurnForChangesAlone) {
+    EXPECT_EQ(run({"show"}), 0);
+    EXPECT_EQ(run({"set", "arch_count=7", "--dry-run"}), 0);
+    EXPECT_EQ(fakeMachine().turnsTaken, 0);
+    fakeMachine().turnResult = 75;
+    EXPECT_EQ(run({"set", "arch_count=7"}), 75);
+    EXPECT_EQ(err, "ombrel: no turn\n");
+    expectNothingDone();
+}
+
 TEST_F(SettingsCommand, SaysItsUsage) {
-    EXPECT_EQ(run({"--help"}), 0);
-    EXPECT_EQ(out, kSettingsUsage);
+    EXPECT_EQ(run({"set", "--help"}), 0);
+    EXPECT_THAT(out, StartsWith("usage: ombrel settings set "));
     EXPECT_EQ(err, "");
 }
 

@@ -18,6 +18,11 @@ struct CommandLineRun {
     CommandLineRun() { fakeMachine() = {}; }
 
     int run(const std::vector<std::string>& words) { return run(ombrelCommands(), words); }
+    /// The words of a group, without its name.
+    int runBelow(const std::string& group, std::vector<std::string> words) {
+        words.insert(words.begin(), group);
+        return run(words);
+    }
     int run(const Command& root, const std::vector<std::string>& words) {
         ::testing::internal::CaptureStdout();
         ::testing::internal::CaptureStderr();

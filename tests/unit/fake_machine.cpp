@@ -48,6 +48,35 @@ std::optional<FolderEntry> fileEntry(const std::string& path) {
     return std::nullopt;
 }
 
+namespace {
+
+class ToldWatch : public FollowWatch {
+public:
+    bool watch(const std::string& folder) override {
+        test::fakeMachine().watchedFolders.insert(folder);
+        return true;
+    }
+    FollowWake wait() override {
+        FollowWake wake;
+        wake.stop = true;
+        const auto& told = test::fakeMachine().whileWaiting;
+        if (told) wake = told();
+        isStopped_ = wake.stop;
+        return wake;
+    }
+    [[nodiscard]] bool stopAsked() const override { return isStopped_; }
+
+private:
+    bool isStopped_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<FollowWatch> openFollowWatch(const std::string& /*settingsFile*/) {
+    errno = EMFILE;
+    return test::fakeMachine().canWatch ? std::make_unique<ToldWatch>() : nullptr;
+}
+
 int execProgram(const std::string& path, const std::vector<std::string>& words) {
     test::fakeMachine().executed.push_back({path});
     auto& program = test::fakeMachine().executed.back();

@@ -99,26 +99,29 @@ TEST(RulePorts, AreSharedOverTheSameTransportByAnotherRule) {
     EXPECT_EQ(findWithSamePort(rules, rules[3]), &rules[1]);
 }
 
-TEST(RuleTable, HasAColumnEachAsWideAsItsWidestValue) {
+constexpr Terminal kScreen = {true, false, 80, 24};
+
+TEST(RuleTable, HasAColumnForEachValue) {
     const std::vector<Rule> rules = {lampRule(), {"edge firewall", "BSD", "udp", 514, false, true}};
-    EXPECT_EQ(ruleTable(rules),
-              "lamp           off  IETF  tcp+TLS  6514\n"
-              "edge firewall  on   BSD   udp      514\n");
+    EXPECT_EQ(ruleTable(rules).text(kScreen),
+              "NAME           STATE  FORMAT  PROTOCOL  PORT\n"
+              "lamp           off    IETF    tcp+TLS   6514\n"
+              "edge firewall  on     BSD     udp        514\n");
 }
 
 TEST(RuleTable, CountsCharactersAndShowsWhatIsEmpty) {
     const std::vector<Rule> rules = {{"T\xc3\xbcr", "", "", 0, true, false},
                                      {"Tor", "RAW", "udp", 1, false, true}};
-    EXPECT_EQ(ruleTable(rules), "T\xc3\xbcr  off  -    -+TLS  0\nTor  on   RAW  udp    1\n");
+    EXPECT_EQ(ruleTable(rules).text({}), "T\xc3\xbcr\toff\t-\t-+TLS\t0\nTor\ton\tRAW\tudp\t1\n");
 }
 
 TEST(RuleTable, IsSafeForATerminal) {
     const std::vector<Rule> rules = {{"a\x1b", "\x1b[2J", "x\ny", 1, false, true}};
-    EXPECT_EQ(ruleTable(rules), "a\\x1b  on  \\x1b[2J  x\\x0ay  1\n");
+    EXPECT_EQ(ruleTable(rules).text({}), "a\\x1b\ton\t\\x1b[2J\tx\\x0ay\t1\n");
 }
 
 TEST(RuleTable, OfNoRulesIsEmpty) {
-    EXPECT_EQ(ruleTable({}), "");
+    EXPECT_EQ(ruleTable({}).text(kScreen), "");
 }
 
 }  // namespace

@@ -13,11 +13,8 @@ namespace {
 
 using ::testing::ElementsAre;
 
-std::optional<std::string> apply(Lines words, Rule& rule) {
-    std::vector<char*> pointers;
-    for (std::string& word : words)
-        pointers.push_back(word.data());
-    return applyRuleWords(pointers, rule);
+std::optional<std::string> applyTo(const Lines& words, Rule& rule) {
+    return applyRuleWords(words, rule);
 }
 
 Lines printed(const Rule& rule) {
@@ -36,7 +33,7 @@ TEST(RuleFields, AreThoseOfTheRuleFileInItsOrderAndWords) {
 
 TEST(RuleFields, WhatIsPrintedIsTakenBack) {
     Rule rule;
-    EXPECT_EQ(apply(printed(lampRule()), rule), std::nullopt);
+    EXPECT_EQ(applyTo(printed(lampRule()), rule), std::nullopt);
     EXPECT_EQ(printed(rule), printed(lampRule()));
     EXPECT_EQ(rule.name, "");
 }
@@ -134,7 +131,7 @@ class RuleWords : public ::testing::TestWithParam<RuleWordsCase> {};
 
 TEST_P(RuleWords, TheFirstWrongOneIsNamed) {
     Rule rule = lampRule();
-    EXPECT_EQ(apply(GetParam().words, rule), GetParam().complaint);
+    EXPECT_EQ(applyTo(GetParam().words, rule), GetParam().complaint);
 }
 
 INSTANTIATE_TEST_SUITE_P(

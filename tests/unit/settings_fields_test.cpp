@@ -17,11 +17,8 @@ namespace {
 using ::testing::ElementsAre;
 using Record = SettingsRecord;
 
-std::optional<std::string> apply(Lines words, Record& record) {
-    std::vector<char*> pointers;
-    for (std::string& word : words)
-        pointers.push_back(word.data());
-    return applyWords(pointers, record);
+std::optional<std::string> apply(const Lines& words, Record& record) {
+    return applyWords(words, record);
 }
 
 class SettingsFields : public PlatformTest {

@@ -2,67 +2,113 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // `ombrel rule`: shows the customized rules, or changes one, its port and its receiver, all by the library.
-#include <sysexits.h>
-
-#include <algorithm>
-#include <cstdint>
-#include <string_view>
+#include <memory>
 
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/rule_commands.h"
 
+namespace ombrel {
+
 namespace {
 
-constexpr const char* kUsage =
-    "usage: ombrel rule list | show NAME | add NAME port=N [KEY=VALUE...] | set NAME KEY=VALUE... | rename NAME "
-    "NEW | delete|enable|disable NAME | check [NAME]; ombrel rule --help says more";
-constexpr const char* kHelp =
-    "usage: ombrel rule list                    one line a rule: name, on or off, format, protocol, port\n"
-    "       ombrel rule show NAME               all values of a rule\n"
-    "       ombrel rule add NAME port=N [format=BSD|IETF|RAW] [protocol=udp|tcp] [ssl=yes|no] [enable=yes|no]\n"
-    "                                           without them: BSD, udp, no, yes\n"
-    "       ombrel rule set NAME KEY=VALUE...   the same keys\n"
-    "       ombrel rule rename NAME NEW\n"
-    "       ombrel rule delete|enable|disable NAME\n"
-    "       ombrel rule check [NAME]            each rule: ok, or what is wrong with it\n"
-    "add and set refuse a port that another service has declared or another program holds; with --force behind\n"
-    "the name they take it. Every change restarts the receiver of the rules.\n"
-    "Examples:\n"
-    "  ombrel rule add printers port=1514\n"
-    "  ombrel rule add \"edge firewall\" port=6515 format=IETF protocol=tcp ssl=yes\n"
-    "  ombrel rule set printers port=1515 protocol=tcp\n"
-    "Exit codes: 0 done (of check: all ok), 1 something failed (of check: is wrong), 64 refused, nothing was\n"
-    "changed, 78 the rules cannot be read";
-
-struct Verb {
-    std::string_view name;
-    std::size_t fewest;  ///< words behind it
-    std::size_t most;
-    int (*run)(ombrel::Words);
+struct Words {
+    std::string name;
+    std::string newName;
+    std::vector<std::string> pairs;
+    bool force = false;
 };
+using SharedWords = std::shared_ptr<Words>;
 
-constexpr Verb kVerbs[] = {
-    {"list", 0, 0, ombrel::listRules},     {"show", 1, 1, ombrel::showRule},
-    {"add", 1, SIZE_MAX, ombrel::addRule}, {"set", 2, SIZE_MAX, ombrel::setRule},
-    {"rename", 2, 2, ombrel::renameRule},  {"delete", 1, 1, ombrel::deleteRule},
-    {"enable", 1, 1, ombrel::enableRule},  {"disable", 1, 1, ombrel::disableRule},
-    {"check", 0, 1, ombrel::checkRules},
-};
+SharedWords newWords() {
+    return std::make_shared<Words>();
+}
+
+constexpr const char* kKeys = "format=BSD|IETF|RAW, protocol=udp|tcp, port=N, ssl=yes|no, enable=yes|no";
+constexpr const char* kForce = "take the port even if another service has declared it or another program holds it";
+constexpr const char* kUnreadable = "the rules cannot be read";
+constexpr const char* kRefused = "refused, nothing was changed";
+
+Command& addNamed(Command& group, const char* verb, const char* summary, const SharedWords& words) {
+    return group.add(verb, summary)
+        .word("NAME", words->name, "the rule", WordKind::kRule)
+        .exitCode(78, kUnreadable);
+}
+
+void addQuestions(Command& group) {
+    group.add("list", "one line a rule: name, on or off, format, protocol, port")
+        .example("ombrel rule list")
+        .exitCode(78, kUnreadable)
+        .run([](const Context& context) { return listRules(context); });
+    auto shown = newWords();
+    addNamed(group, "show", "all values of a rule", shown)
+        .example("ombrel rule show printers")
+        .run([shown](const Context& context) { return showRule(context, shown->name); });
+    auto checked = newWords();
+    group.add("check", "each rule: ok, or what is wrong with it")
+        .optionalWord("NAME", checked->name, "this rule alone", WordKind::kRule)
+        .example("ombrel rule check")
+        .exitCode(1, "a rule is wrong")
+        .exitCode(78, kUnreadable)
+        .run([checked](const Context& context) { return checkRules(context, checked->name); });
+}
+
+void addAdd(Command& group) {
+    auto words = newWords();
+    group.add("add", "make a rule, and serve it unless enable=no")
+        .describe("What is not said is format=BSD protocol=udp ssl=no enable=yes; the port has to be said.")
+        .word("NAME", words->name, "the new rule's name")
+        .words("KEY=VALUE", words->pairs, kKeys)
+        .flag("--force", words->force, kForce)
+        .example("ombrel rule add printers port=1514")
+        .example("ombrel rule add \"edge firewall\" port=6515 format=IETF protocol=tcp ssl=yes")
+        .exitCode(64, kRefused)
+        .exitCode(78, kUnreadable)
+        .run(
+            [words](const Context& context) { return addRule(context, words->name, words->pairs, words->force); });
+}
+
+void addSet(Command& group) {
+    auto words = newWords();
+    addNamed(group, "set", "change values of a rule", words)
+        .words("KEY=VALUE", words->pairs, kKeys)
+        .flag("--force", words->force, kForce)
+        .example("ombrel rule set printers port=1515 protocol=tcp")
+        .exitCode(64, kRefused)
+        .run(
+            [words](const Context& context) { return setRule(context, words->name, words->pairs, words->force); });
+}
+
+void addOtherChanges(Command& group) {
+    auto renamed = newWords();
+    addNamed(group, "rename", "give a rule another name", renamed)
+        .word("NEW", renamed->newName, "its new name")
+        .example("ombrel rule rename printers \"office printers\"")
+        .exitCode(64, kRefused)
+        .run([renamed](const Context& context) { return renameRule(context, renamed->name, renamed->newName); });
+    auto deleted = newWords();
+    addNamed(group, "delete", "remove a rule and withdraw its port", deleted)
+        .example("ombrel rule delete printers")
+        .run([deleted](const Context& context) { return deleteRule(context, deleted->name); });
+    auto enabled = newWords();
+    addNamed(group, "enable", "serve a rule", enabled)
+        .example("ombrel rule enable printers")
+        .run([enabled](const Context& context) { return enableRule(context, enabled->name); });
+    auto disabled = newWords();
+    addNamed(group, "disable", "keep a rule, but do not serve it", disabled)
+        .example("ombrel rule disable printers")
+        .run([disabled](const Context& context) { return disableRule(context, disabled->name); });
+}
 
 }  // namespace
 
-int ombrel::cmdRule(std::span<char* const> words) {
-    if (words.empty()) return complain(EX_USAGE, kUsage);
-    const std::string_view name = words[0];
-    const auto rest = words.subspan(1);
-    if (asksForHelp(words) || asksForHelp(rest)) return showHelp(kHelp);
-    const auto* verb = std::find_if(std::begin(kVerbs), std::end(kVerbs),
-                                    [name](const Verb& candidate) { return candidate.name == name; });
-    if (verb == std::end(kVerbs)) {
-        return complain(EX_USAGE,
-                        "no action \"" + std::string(name) +
-                            "\"; expected list, show, add, set, rename, delete, enable, disable or check");
-    }
-    if (rest.size() < verb->fewest || rest.size() > verb->most) return complain(EX_USAGE, kUsage);
-    return verb->run(rest);
+void addRuleCommand(Command& root) {
+    Command& group = root.add("rule", "customized receiving rules: a port of its own for each");
+    group.describe("Every change restarts the receiver of the rules.")
+        .example("ombrel rule add printers port=1514");
+    addQuestions(group);
+    addAdd(group);
+    addSet(group);
+    addOtherChanges(group);
 }
+
+}  // namespace ombrel

@@ -3,101 +3,94 @@
 //
 // `ombrel settings`: shows the settings, or applies a change of them to the receivers, the ports, the archiving
 // and the settings file, all by the library.
-#include <sysexits.h>
+#include <memory>
 
-#include <cstdio>
-#include <string_view>
-
-#include "linux/common/text_escape.h"
-#include "platform/veskcore.h"
-#include "src/fixed_paths.h"
 #include "tools/ombrel/commands.h"
-#include "tools/ombrel/error_text.h"
-#include "tools/ombrel/settings_change.h"
+#include "tools/ombrel/settings_commands.h"
+
+namespace ombrel {
 
 namespace {
 
-using ombrel::complain;
-using ombrel::SettingsPart;
-using ombrel::SettingsRecord;
+struct Words {
+    std::vector<std::string> words;
+    std::string file;
+    ApplyOptions options;
+};
 
-constexpr const char* kUsage = "usage: ombrel settings show | ombrel settings set KEY=VALUE...";
+constexpr const char* kUnreadable = "the settings cannot be read";
+constexpr const char* kNoFile = "FILE cannot be opened";
+constexpr const char* kBadFile = "FILE has a line that is no setting";
 
-int complainUnreadable() {
-    return complain(EX_CONFIG, std::string(kSettingsFile) + " cannot be read or lacks a required key");
+void addQuestions(Command& group) {
+    group.add("show", "all settings, KEY=\"VALUE\" on a line each")
+        .example("ombrel settings show > settings.txt")
+        .exitCode(78, kUnreadable)
+        .run(showSettings);
+    auto got = std::make_shared<Words>();
+    group.add("get", "the values of these settings, one on a line")
+        .words("KEY", got->words, "the settings", true, WordKind::kSetting)
+        .example("ombrel settings get server_port")
+        .exitCode(78, kUnreadable)
+        .run([got](const Context& context) { return getSettings(context, got->words); });
+    group.add("check", "whether this machine can do what the settings say: ports, certificates, folders, share")
+        .example("ombrel settings check")
+        .exitCode(1, "something is wrong")
+        .exitCode(78, kUnreadable)
+        .run(checkSettingsAsTheyStand);
+    auto compared = std::make_shared<Words>();
+    group.add("diff", "what applying a file would change")
+        .word("FILE", compared->file, "lines KEY=\"VALUE\", as show prints them", WordKind::kPath)
+        .example("ombrel settings diff settings.txt")
+        .exitCode(0, "nothing would change")
+        .exitCode(1, "something would, or the comparison failed")
+        .exitCode(65, kBadFile)
+        .exitCode(66, kNoFile)
+        .exitCode(78, kUnreadable)
+        .run([compared](const Context& context) { return diffSettings(context, compared->file); });
 }
 
-std::string line(const ombrel::SettingsField& field, const SettingsRecord& record) {
-    return std::string(field.name) + "=\"" + ombrel::escapeForLine(field.print(record)) + "\"";
+Command& addApplyOptions(Command& command, ApplyOptions& options) {
+    return command.flag("--dry-run", options.dryRun, "say what would happen, and do nothing")
+        .flag("--force", options.force, "apply it although the machine is found not to be fit for it")
+        .exitCode(1, "the change failed on its way; the line says what is down")
+        .exitCode(64, "refused, nothing was changed")
+        .exitCode(75, "another command is changing something")
+        .exitCode(78, kUnreadable);
 }
 
-int show() {
-    SettingsRecord record;
-    if (SyslogConfGet(kSettingsFile, record) < 0) return complainUnreadable();
-    bool shown = true;
-    for (const auto& field : ombrel::settingsFields())
-        shown = puts(line(field, record).c_str()) >= 0 && shown;
-    return shown && fflush(stdout) == 0 ? EX_OK : complain(1, "the settings could not be written out");
-}
-
-/// The jobs that are wanted and do not run: "; JOB is down", or nothing.
-std::string jobsDown(const SettingsRecord& wanted, const SettingsRecord& after) {
-    std::string text;
-    const auto add = [&text](const char* job, int wantedState, int state) {
-        if (wantedState != 0 && state == 0) text += (text.empty() ? "; down: " : ", ") + std::string(job);
-    };
-    add("pkg-Ombrel-bsd", wanted.bsd_enable, after.bsd_enable);
-    add("pkg-Ombrel-ietf", wanted.ietf_enable, after.ietf_enable);
-    add("pkg-Ombrel-localarchive", wanted.localarchive_enable, after.localarchive_enable);
-    return text;
-}
-
-/// Which part failed, with what, what is down because of it and where to look.
-int complainNotApplied(const SettingsRecord& before, const SettingsRecord& wanted, int code) {
-    std::string what = "the change was not applied";
-    const std::string error = ombrel::errorText(code);
-    const std::string reason = error.empty() ? "" : " (" + error + ")";
-    SettingsRecord after;
-    if (SyslogConfGet(kSettingsFile, after) < 0) {
-        what += reason;
-    } else {
-        const bool receivers = ombrel::failedPart(before, wanted, after) == SettingsPart::kReceivers;
-        what = receivers
-                   ? "the receivers could not be changed" + reason + "; the storage settings are as they were"
-                   : "the storage settings could not be changed" + reason;
-        what += jobsDown(wanted, after);
-    }
-    return complain(1, what + "; the system log names the step, and the log of a job why it did not start");
-}
-
-void printChanges(const SettingsRecord& before, const SettingsRecord& wanted) {
-    for (const auto& field : ombrel::settingsFields()) {
-        if (field.print(before) != field.print(wanted)) (void)puts(line(field, wanted).c_str());
-    }
-}
-
-int set(std::span<char* const> words) {
-    if (words.empty()) return complain(EX_USAGE, kUsage);
-    SettingsRecord blank;  // so that wrong words are told whatever the settings are
-    if (const auto wrong = ombrel::applyWords(words, blank)) return complain(EX_USAGE, *wrong);
-    SettingsRecord before;
-    if (SyslogConfGet(kSettingsFile, before) < 0) return complainUnreadable();
-    SettingsRecord wanted = before;
-    if (const auto wrong = ombrel::applyWords(words, wanted)) return complain(EX_USAGE, *wrong);
-    if (const auto why = ombrel::whyNotTogether(before, wanted)) return complain(EX_USAGE, *why);
-    VLIBCErrSetEx(0, "", 0);
-    if (SyslogConfSet(kSettingsFile, wanted) < 0) return complainNotApplied(before, wanted, VLIBCErrGet());
-    printChanges(before, wanted);
-    return EX_OK;
+void addChanges(Command& group) {
+    auto given = std::make_shared<Words>();
+    Command& set = group.add("set", "change settings, and bring everything that depends on them up to date");
+    set.describe(
+        "Checked first: ports, certificates, the archive folder and the share, as far as the change touches "
+        "them. A change of receiver settings restarts both receivers; one of storage settings archives "
+        "every working database first.");
+    addApplyOptions(set, given->options)
+        .words("KEY=VALUE", given->words, "the settings and their new values", true, WordKind::kSetting)
+        .example("ombrel settings set server_port=1514 bsd_enable=1")
+        .example("ombrel settings set --dry-run arch_dest=/volume1/logs")
+        .run([given](const Context& context) { return setSettings(context, given->words, given->options); });
+    auto applied = std::make_shared<Words>();
+    Command& apply = group.add("apply", "change all settings that a file names, as one change");
+    addApplyOptions(apply, applied->options)
+        .word("FILE", applied->file, "lines KEY=\"VALUE\", as show prints them; not all have to be there",
+              WordKind::kPath)
+        .example("ombrel settings apply --dry-run settings.txt")
+        .exitCode(65, kBadFile)
+        .exitCode(66, kNoFile)
+        .run([applied](const Context& context) {
+            return applySettingsFile(context, applied->file, applied->options);
+        });
 }
 
 }  // namespace
 
-int ombrel::cmdSettings(std::span<char* const> words) {
-    if (asksForHelp(words)) return showHelp(kUsage);
-    if (words.empty()) return complain(EX_USAGE, kUsage);
-    const std::string_view action = words[0];
-    if (action == "set") return set(words.subspan(1));
-    if (action == "show") return words.size() == 1 ? show() : complain(EX_USAGE, kUsage);
-    return complain(EX_USAGE, "no action \"" + std::string(action) + "\"; expected show or set");
+void addSettingsCommand(Command& root) {
+    Command& group = root.add("settings", "show, check and change the settings");
+    group.example("ombrel settings show");
+    addQuestions(group);
+    addChanges(group);
 }
+
+}  // namespace ombrel

@@ -22,14 +22,25 @@ void addOld(Command& root, const char* name, const char* summary, int (*run)(std
 
 Command ombrelCommands() {
     Command root("ombrel", "The management of the log receiver.");
+    addOld(root, "archive", "archive the databases that are due, or all that hold rows", cmdArchive);
+    addDoctorCommand(root);
+    addOld(root, "job", "switch a service job and wait until it is up or down", cmdJob);
+    addRuleCommand(root);
+    addSettingsCommand(root);
+    addStorageCommand(root);
     addArchiveCommand(root);
     addCompleteCommand(root);
     addEventsCommand(root);
+    addExportCommand(root);
     addImportCommand(root);
     addJobCommand(root);
+    addRetentionCommand(root);
     addOld(root, "rule", "customized receiving rules", cmdRule);
+    addScheduleCommand(root);
     addOld(root, "settings", "show and change the settings", cmdSettings);
+    addStatsCommand(root);
     addStatusCommand(root);
+    addTailCommand(root);
     addUpgradeCommand(root);
     return root;
 }

@@ -30,6 +30,8 @@ void addTailCommand(Command& root);
 void addUpgradeCommand(Command& root);
 
 // Those that read their words by themselves.
+int cmdArchive(std::span<char* const> words);
+int cmdJob(std::span<char* const> words);
 int cmdRule(std::span<char* const> words);
 int cmdSettings(std::span<char* const> words);
 

@@ -18,7 +18,7 @@ namespace ombrel {
 /// @param find     the field of a name, or null; a field has `parse` and `allowed`
 /// @param unknown  what to say of a name without a field: "no KIND", and behind the name where to look
 template <typename Find, typename Record>
-std::optional<std::string> applyKeyValues(std::span<char* const> words, Find find,
+std::optional<std::string> applyKeyValues(std::span<const std::string> words, Find find,
                                           const std::pair<const char*, const char*>& unknown, Record& record) {
     std::set<std::string_view> seen;
     for (const std::string_view word : words) {

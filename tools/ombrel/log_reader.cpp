@@ -160,28 +160,42 @@ bool LogReader::isHopeless() {
     return loadKeys() && std::any_of(conditions.begin(), conditions.end(), isUnknown);
 }
 
-/// The ids that come next, from one that there is on: ids may have gaps of any size.
-std::optional<LogReader::Stretch> LogReader::nextStretch() {
-    const bool isDescending = order_ == ReadOrder::kNewestFirst;
+/// The first or the last id that there is between the ones that are done with; nothing when there is none, or
+/// `error_` says why it cannot be told.
+std::optional<long long> LogReader::edgeId(ReadOrder from) {
+    if (above_ >= LLONG_MAX - 1 || below_ <= above_ + 1) return std::nullopt;
     std::list<Condition> conditions = {rowCondition(SYSLOG_SQL_AT_LEAST, above_ + 1),
                                        rowCondition(SYSLOG_SQL_AT_MOST, below_ - 1)};
     _SYSLOG_SQL_LIMIT_tag one = {1, 0};
-    _SYSLOG_SQL_ORDER_tag order = {isDescending ? 1 : 0, 0};
+    _SYSLOG_SQL_ORDER_tag order = {from == ReadOrder::kNewestFirst ? 1 : 0, 0};
     long long id = -1;
     const auto take = [](Record& row, void* context) {
         *static_cast<long long*>(context) = numberOf(row.rowId);
         return 0;
     };
-    if (above_ >= LLONG_MAX - 1 || below_ <= above_ + 1) return std::nullopt;
     if (SyslogDBSelect(path_, conditions, &one, &order, take, &id, false) < 0) {
         if (isSameFile()) error_ = readError(path_);
         return std::nullopt;
     }
     if (!isSameFile() || id <= above_ || id >= below_) return std::nullopt;
+    return id;
+}
+
+/// The ids that come next, from one that there is on: ids may have gaps of any size. In a database that grows they
+/// end with the last one that there is now, since those behind it are done with once they have come.
+std::optional<LogReader::Stretch> LogReader::nextStretch() {
+    const auto edge = edgeId(order_);
+    if (!edge) return std::nullopt;
+    const long long id = *edge;
     const long long ids = stretchIds_;
     stretchIds_ = std::min(ids * 2, isWorking_ ? kMostOfWorking : kMostOfArchive);
-    if (isDescending) return Stretch{id - above_ > ids ? id - ids + 1 : above_ + 1, id};
-    return Stretch{id, below_ - id > ids ? id + ids - 1 : below_ - 1};
+    if (order_ == ReadOrder::kNewestFirst) return Stretch{id - above_ > ids ? id - ids + 1 : above_ + 1, id};
+    Stretch stretch{id, below_ - id > ids ? id + ids - 1 : below_ - 1};
+    if (!isWorking_) return stretch;
+    const auto newest = edgeId(ReadOrder::kNewestFirst);
+    if (!newest) return std::nullopt;
+    stretch.last = std::min(stretch.last, *newest);
+    return stretch;
 }
 
 /// The rows of the stretch, or as many as a batch takes.

@@ -73,6 +73,7 @@ private:
     bool isHopeless();
     bool knowsKeys(const std::vector<_SYSLOG_LOG_DATA_tag>& rows) const;
     bool isSameFile();
+    std::optional<long long> edgeId(ReadOrder from);
     std::optional<Stretch> nextStretch();
     bool readBatch(const Stretch& stretch, Batch& batch);
     End deliver(Batch& batch, const Stretch& stretch, const Sink& sink);

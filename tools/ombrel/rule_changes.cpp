@@ -5,41 +5,23 @@
 #include <sysexits.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <string_view>
 #include <vector>
 
 #include "platform/veskcore.h"
 #include "platform/veskserviceconf.h"
 #include "src/service_jobs.h"
-#include "tools/ombrel/commands.h"
+#include "tools/ombrel/answer.h"
 #include "tools/ombrel/rule_checks.h"
 #include "tools/ombrel/rule_commands.h"
 #include "tools/ombrel/rule_store.h"
+#include "tools/ombrel/turn.h"
 
 namespace {
 
 using ombrel::complain;
+using ombrel::Context;
 using ombrel::RuleRecord;
-using ombrel::Words;
-
-/// The words of a change behind the name.
-struct Change {
-    std::vector<char*> pairs;
-    bool force = false;
-};
-
-Change changeOf(Words words) {
-    Change change;
-    for (char* const word : words) {
-        if (std::string_view(word) == "--force") {
-            change.force = true;
-        } else {
-            change.pairs.push_back(word);
-        }
-    }
-    return change;
-}
+using Words = std::vector<std::string>;
 
 // ---- what is refused: nothing, or the exit code
 
@@ -120,92 +102,110 @@ bool isStored(const RuleRecord& rule) {
     return stored && areEqual(*stored, rule);
 }
 
-int printChanges(const RuleRecord& before, const RuleRecord& wanted) {
-    bool written = before.name == wanted.name || puts(ombrel::nameLine(wanted).c_str()) >= 0;
-    for (const auto& field : ombrel::ruleFields()) {
-        if (field.print(before) == field.print(wanted)) continue;
-        written = puts(ombrel::ruleLine(field, wanted).c_str()) >= 0 && written;
+int sayChanged(const Context& context, const RuleRecord& before, const RuleRecord& wanted) {
+    if (context.json) {
+        ombrel::JsonWriter json;
+        json.beginObject().member("changed", !areEqual(before, wanted)).key("rule");
+        ombrel::writeRule(json, wanted);
+        return ombrel::endOfOutput(ombrel::say(json.endObject().takeLine()));
     }
-    return ombrel::endOfOutput(written);
+    std::string text = before.name == wanted.name ? "" : ombrel::nameLine(wanted) + '\n';
+    for (const auto& field : ombrel::ruleFields()) {
+        if (field.print(before) != field.print(wanted)) text += ombrel::ruleLine(field, wanted) + '\n';
+    }
+    return ombrel::endOfOutput(ombrel::say(text));
 }
 
-int replace(const Kind& kind, const RuleRecord& before, const RuleRecord& wanted) {
+int replace(const Context& context, const Kind& kind, const RuleRecord& before, const RuleRecord& wanted) {
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomizedRuleSet(before.name, wanted) >= 0) return printChanges(before, wanted);
+    if (VESKCustomizedRuleSet(before.name, wanted) >= 0) return sayChanged(context, before, wanted);
     const std::string reason = takeReason();
     return complainFailed(kind, before.name, !areEqual(before, wanted) && isStored(wanted), reason);
 }
 
-int control(const Kind& kind, const std::string& name, _CUSTOMIZED_RULE_CMD_tag command) {
+int control(const Context& context, const Kind& kind, const std::string& name, _CUSTOMIZED_RULE_CMD_tag command) {
+    ombrel::Turn turn;
+    if (const int refused = turn.take()) return refused;
     RuleRecord before;
     if (const auto refused = ombrel::readOrRefuse(name, before)) return *refused;
     RuleRecord wanted = before;
     wanted.enable = command == CUSTOMIZED_RULE_ENABLE;
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomziedRuleControl(name, command) >= 0) return printChanges(before, wanted);
+    if (VESKCustomziedRuleControl(name, command) >= 0) return sayChanged(context, before, wanted);
     const std::string reason = takeReason();
     return complainFailed(kind, name, !areEqual(before, wanted) && isStored(wanted), reason);
 }
 
 }  // namespace
 
-int ombrel::addRule(Words words) {
-    const Change change = changeOf(words.subspan(1));
-    RuleRecord rule{words[0], "BSD", "udp", 0, false, true};
-    if (const auto wrong = applyRuleWords(change.pairs, rule)) return complain(EX_USAGE, *wrong);
+int ombrel::addRule(const Context& context, const std::string& name, const Words& pairs, bool force) {
+    RuleRecord rule{name, "BSD", "udp", 0, false, true};
+    if (const auto wrong = applyRuleWords(pairs, rule)) return complain(EX_USAGE, *wrong);
     if (rule.port == 0) return complain(EX_USAGE, "port=N is missing: expected a port from 1 to 65535");
     if (const auto refused = refuseValues(RuleRecord{}, rule)) return *refused;
+    Turn turn;
+    if (const int refused = turn.take()) return refused;
     if (const auto refused = refuseNewName(rule.name)) return *refused;
-    if (!change.force) {
+    if (!force) {
         if (const auto refused = refusePort(rule.name, rule)) return *refused;
     }
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomizedRuleAdd(rule) >= 0) return printRule(rule);
-    const std::string reason = takeReason();
-    return complainFailed(kAdded, rule.name, isStored(rule), reason);
+    if (VESKCustomizedRuleAdd(rule) < 0) {
+        const std::string reason = takeReason();
+        return complainFailed(kAdded, rule.name, isStored(rule), reason);
+    }
+    return context.json ? sayChanged(context, RuleRecord{}, rule) : endOfOutput(say(ruleText(rule)));
 }
 
-int ombrel::setRule(Words words) {
-    const Change change = changeOf(words.subspan(1));
-    if (change.pairs.empty()) return complain(EX_USAGE, "nothing to set: expected KEY=VALUE behind the name");
+int ombrel::setRule(const Context& context, const std::string& name, const Words& pairs, bool force) {
     RuleRecord blank;  // so that wrong words are told whatever the rules are
-    if (const auto wrong = applyRuleWords(change.pairs, blank)) return complain(EX_USAGE, *wrong);
+    if (const auto wrong = applyRuleWords(pairs, blank)) return complain(EX_USAGE, *wrong);
+    Turn turn;
+    if (const int refused = turn.take()) return refused;
     RuleRecord before;
-    if (const auto refused = readOrRefuse(words[0], before)) return *refused;
+    if (const auto refused = readOrRefuse(name, before)) return *refused;
     RuleRecord wanted = before;
-    (void)applyRuleWords(change.pairs, wanted);  // the words have just been taken
+    (void)applyRuleWords(pairs, wanted);  // the words have just been taken
     if (const auto refused = refuseValues(before, wanted)) return *refused;
-    if (!change.force && portText(before) != portText(wanted)) {
+    if (!force && portText(before) != portText(wanted)) {
         if (const auto refused = refusePort(before.name, wanted)) return *refused;
     }
-    return replace(kChanged, before, wanted);
+    return replace(context, kChanged, before, wanted);
 }
 
-int ombrel::renameRule(Words words) {
+int ombrel::renameRule(const Context& context, const std::string& name, const std::string& newName) {
+    Turn turn;
+    if (const int refused = turn.take()) return refused;
     RuleRecord before;
-    if (const auto refused = readOrRefuse(words[0], before)) return *refused;
-    if (const auto refused = refuseNewName(words[1])) return *refused;
+    if (const auto refused = readOrRefuse(name, before)) return *refused;
+    if (const auto refused = refuseNewName(newName)) return *refused;
     RuleRecord wanted = before;
-    wanted.name = words[1];
+    wanted.name = newName;
     if (const auto refused = refuseValues(before, wanted)) return *refused;
-    return replace(kRenamed, before, wanted);
+    return replace(context, kRenamed, before, wanted);
 }
 
-int ombrel::deleteRule(Words words) {
+int ombrel::deleteRule(const Context& context, const std::string& name) {
+    Turn turn;
+    if (const int refused = turn.take()) return refused;
     RuleRecord rule;
-    if (const auto refused = readOrRefuse(words[0], rule)) return *refused;
+    if (const auto refused = readOrRefuse(name, rule)) return *refused;
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomizedRuleDel(rule.name) >= 0) return EX_OK;
-    const std::string reason = takeReason();
-    const auto names = ruleNames();
-    const bool gone = names && std::find(names->begin(), names->end(), rule.name) == names->end();
-    return complainFailed(kDeleted, rule.name, gone, reason);
+    if (VESKCustomizedRuleDel(rule.name) < 0) {
+        const std::string reason = takeReason();
+        const auto names = ruleNames();
+        const bool gone = names && std::find(names->begin(), names->end(), rule.name) == names->end();
+        return complainFailed(kDeleted, rule.name, gone, reason);
+    }
+    if (!context.json) return EX_OK;
+    JsonWriter json;
+    return endOfOutput(say(json.beginObject().member("deleted", rule.name).endObject().takeLine()));
 }
 
-int ombrel::enableRule(Words words) {
-    return control(kEnabled, words[0], CUSTOMIZED_RULE_ENABLE);
+int ombrel::enableRule(const Context& context, const std::string& name) {
+    return control(context, kEnabled, name, CUSTOMIZED_RULE_ENABLE);
 }
 
-int ombrel::disableRule(Words words) {
-    return control(kDisabled, words[0], CUSTOMIZED_RULE_DISABLE);
+int ombrel::disableRule(const Context& context, const std::string& name) {
+    return control(context, kDisabled, name, CUSTOMIZED_RULE_DISABLE);
 }

@@ -87,7 +87,7 @@ const RuleField* findRuleField(std::string_view name) {
     return found == std::end(kFields) ? nullptr : found;
 }
 
-std::optional<std::string> applyRuleWords(std::span<char* const> words, RuleRecord& record) {
+std::optional<std::string> applyRuleWords(const std::vector<std::string>& words, RuleRecord& record) {
     return applyKeyValues(words, findRuleField, {"no key", "expected format, protocol, port, ssl or enable"},
                           record);
 }

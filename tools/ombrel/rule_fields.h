@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "ombrel/customizerule.h"
 
@@ -29,7 +30,7 @@ std::span<const RuleField> ruleFields();
 const RuleField* findRuleField(std::string_view name);
 
 /// Changes the record as the words KEY=VALUE say. Nothing, or what is wrong with the first wrong word.
-std::optional<std::string> applyRuleWords(std::span<char* const> words, RuleRecord& record);
+std::optional<std::string> applyRuleWords(const std::vector<std::string>& words, RuleRecord& record);
 
 /// KEY="VALUE", safe for a terminal.
 std::string ruleLine(const RuleField& field, const RuleRecord& record);

@@ -5,14 +5,14 @@
 #include <sysexits.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <vector>
 
 #include "linux/common/text_escape.h"
 #include "ombrel/utils.h"
 #include "platform/veskcore.h"
 #include "src/fixed_paths.h"
-#include "tools/ombrel/commands.h"
+#include "tools/ombrel/answer.h"
+#include "tools/ombrel/finding.h"
 #include "tools/ombrel/rule_checks.h"
 #include "tools/ombrel/rule_commands.h"
 #include "tools/ombrel/rule_store.h"
@@ -21,18 +21,6 @@
 namespace {
 
 using ombrel::RuleRecord;
-
-/// All rules, or the exit code.
-std::optional<int> readAll(std::vector<RuleRecord>& rules) {
-    const auto names = ombrel::ruleNames();
-    if (!names) return ombrel::complainNoRules();
-    for (const std::string& name : *names) {
-        const auto rule = ombrel::readRule(name);
-        if (!rule) return ombrel::complainNoRules();
-        rules.push_back(*rule);
-    }
-    return std::nullopt;
-}
 
 /// What keeps every rule with TLS from being served; empty when nothing does or no rule has TLS.
 std::string whyNoTls(const std::vector<RuleRecord>& rules) {
@@ -88,38 +76,64 @@ std::optional<int> ombrel::readOrRefuse(const std::string& name, RuleRecord& rul
     return std::nullopt;
 }
 
-int ombrel::printRule(const RuleRecord& rule) {
-    bool written = puts(nameLine(rule).c_str()) >= 0;
-    for (const auto& field : ruleFields())
-        written = puts(ruleLine(field, rule).c_str()) >= 0 && written;
-    return endOfOutput(written);
-}
-
-int ombrel::listRules(Words /*words*/) {
-    std::vector<RuleRecord> rules;
-    if (const auto failed = readAll(rules)) return *failed;
-    return endOfOutput(fputs(ruleTable(rules).c_str(), stdout) >= 0);
-}
-
-int ombrel::showRule(Words words) {
-    RuleRecord rule;
-    if (const auto refused = readOrRefuse(words[0], rule)) return *refused;
-    return printRule(rule);
-}
-
-int ombrel::checkRules(Words words) {
-    std::vector<RuleRecord> rules(words.size());
-    const auto failed = words.empty() ? readAll(rules) : readOrRefuse(words[0], rules[0]);
-    if (failed) return *failed;
-    const std::string noTls = whyNoTls(rules);
-    bool good = true;
-    bool written = true;
-    for (const RuleRecord& rule : rules) {
-        const std::vector<std::string> faults = faultsOf(rule, rules, noTls);
-        good = good && faults.empty();
-        const std::string answer = rule.name + ": " + (faults.empty() ? "ok" : joined(faults));
-        written = puts(escapeForLine(answer).c_str()) >= 0 && written;
+std::optional<int> ombrel::readAllRules(std::vector<RuleRecord>& rules) {
+    const auto names = ruleNames();
+    if (!names) return complainNoRules();
+    for (const std::string& name : *names) {
+        const auto rule = readRule(name);
+        if (!rule) return complainNoRules();
+        rules.push_back(*rule);
     }
+    return std::nullopt;
+}
+
+std::string ombrel::ruleText(const RuleRecord& rule) {
+    std::string text = nameLine(rule) + '\n';
+    for (const auto& field : ruleFields())
+        text += ruleLine(field, rule) + '\n';
+    return text;
+}
+
+void ombrel::writeRule(JsonWriter& json, const RuleRecord& rule) {
+    json.beginObject().member("name", rule.name).member("format", rule.format).member("protocol", rule.protocol);
+    json.member("port", rule.port).member("ssl", rule.ssl).member("enable", rule.enable).endObject();
+}
+
+int ombrel::listRules(const Context& context) {
+    std::vector<RuleRecord> rules;
+    if (const auto failed = readAllRules(rules)) return *failed;
+    if (!context.json) return endOfOutput(say(ruleTable(rules).text(context.out)));
+    JsonWriter json;
+    json.beginObject().key("rules").beginArray();
+    for (const RuleRecord& rule : rules)
+        writeRule(json, rule);
+    return endOfOutput(say(json.endArray().endObject().takeLine()));
+}
+
+int ombrel::showRule(const Context& context, const std::string& name) {
+    RuleRecord rule;
+    if (const auto refused = readOrRefuse(name, rule)) return *refused;
+    if (!context.json) return endOfOutput(say(ruleText(rule)));
+    JsonWriter json;
+    writeRule(json, rule);
+    return endOfOutput(say(json.takeLine()));
+}
+
+int ombrel::checkRules(const Context& context, const std::string& name) {
+    std::vector<RuleRecord> rules(name.empty() ? 0 : 1);
+    const auto failed = name.empty() ? readAllRules(rules) : readOrRefuse(name, rules[0]);
+    if (failed) return *failed;
+    std::vector<RuleRecord> all;  // a rule may be wrong because of another one
+    if (const auto unread = readAllRules(all)) return *unread;
+    const std::string noTls = whyNoTls(rules);
+    Findings findings;
+    std::string text;
+    for (const RuleRecord& rule : rules) {
+        const std::string faults = joined(faultsOf(rule, all, noTls));
+        findings.push_back({faults.empty() ? FindingState::kOk : FindingState::kWrong, rule.name, faults, ""});
+        text += escapeForLine(rule.name + ": " + (faults.empty() ? "ok" : faults)) + '\n';
+    }
+    const bool written = say(context.json ? findingsJson(findings) : text);
     const int exitCode = endOfOutput(written);
-    return good ? exitCode : 1;
+    return isGood(findings) ? exitCode : 1;
 }

@@ -23,14 +23,18 @@ std::optional<RuleRecord> readRule(const std::string& name) {
 }
 
 std::optional<PortFault> whyNoPort(const std::string& service, const RuleRecord& rule) {
+    return whyNoPort(service, rule.port, transportOf(rule));
+}
+
+std::optional<PortFault> whyNoPort(const std::string& service, int port, const std::string& protocol) {
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomizedRulePortCheck(service, rule.port, transportOf(rule)) == 0) return std::nullopt;
+    if (VESKCustomizedRulePortCheck(service, port, protocol) == 0) return std::nullopt;
     const int code = VLIBCErrGet();
+    const std::string text = "port " + std::to_string(port) + "/" + protocol;
     if (code == 0) {
-        return PortFault{
-            true, "port " + portText(rule) + " is declared by another rule or service or held by another program"};
+        return PortFault{true, text + " is declared by another rule or service or held by another program"};
     }
-    return PortFault{false, "whether port " + portText(rule) + " is free cannot be told" + reasonOf(code)};
+    return PortFault{false, "whether " + text + " is free cannot be told" + reasonOf(code)};
 }
 
 std::string reasonOf(int code) {

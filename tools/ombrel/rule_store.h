@@ -23,6 +23,8 @@ struct PortFault {
     std::string what;
 };
 std::optional<PortFault> whyNoPort(const std::string& service, const RuleRecord& rule);
+/// The same of any port; `protocol` is "udp" or "tcp".
+std::optional<PortFault> whyNoPort(const std::string& service, int port, const std::string& protocol);
 
 /// What the error record says, in parentheses behind a blank; empty when it says nothing.
 std::string reasonOf(int code);

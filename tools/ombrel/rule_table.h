@@ -5,14 +5,13 @@
 #pragma once
 
 #include <span>
-#include <string>
 
 #include "tools/ombrel/rule_fields.h"
+#include "tools/ombrel/table.h"
 
 namespace ombrel {
 
-/// One line a rule, safe for a terminal: name, on or off, format, protocol and "+TLS", port. A value that is
-/// empty shows as "-".
-std::string ruleTable(std::span<const RuleRecord> rules);
+/// One line a rule: name, on or off, format, protocol and "+TLS", port.
+Table ruleTable(std::span<const RuleRecord> rules);
 
 }  // namespace ombrel

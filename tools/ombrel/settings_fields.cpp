@@ -27,6 +27,7 @@ std::optional<int> parseNumber(std::string_view text, int lowest, int highest) {
 
 template <auto kMember>
 struct Number {
+    static constexpr SettingsKind kKind = SettingsKind::kNumber;
     static constexpr const char* kAllowed = "a number from 0 to 2147483647";
     static std::string print(const Record& record) { return std::to_string(record.*kMember); }
     static bool parse(std::string_view text, Record& record) {
@@ -48,6 +49,7 @@ struct Port : Number<kMember> {
 
 template <int Record::*kMember>
 struct Switch {
+    static constexpr SettingsKind kKind = SettingsKind::kSwitch;
     static constexpr const char* kAllowed = "0 or 1";
     static std::string print(const Record& record) { return record.*kMember != 0 ? "1" : "0"; }
     static bool parse(std::string_view text, Record& record) {
@@ -60,6 +62,7 @@ struct Switch {
 
 template <int Record::*kMember>
 struct TransportOf {
+    static constexpr SettingsKind kKind = SettingsKind::kText;
     static constexpr const char* kAllowed = "udp or tcp";
     static std::string print(const Record& record) {
         return record.*kMember == SYSLOG_TRANSMISSION_UDP ? "udp" : "tcp";
@@ -72,6 +75,7 @@ struct TransportOf {
 };
 
 struct Format {
+    static constexpr SettingsKind kKind = SettingsKind::kText;
     static constexpr const char* kAllowed = "db, xml or txt";
     static std::string print(const Record& record) {
         if (record.arch_fmt == SYSLOG_ARCH_FMT_XML) return "xml";
@@ -95,6 +99,7 @@ bool isPlain(std::string_view text) {
 
 template <std::string Record::*kMember>
 struct Path {
+    static constexpr SettingsKind kKind = SettingsKind::kText;
     static constexpr const char* kAllowed =
         "an absolute path or nothing, at most 4095 bytes without control characters";
     static std::string print(const Record& record) { return record.*kMember; }
@@ -106,6 +111,7 @@ struct Path {
 };
 
 struct Share {
+    static constexpr SettingsKind kKind = SettingsKind::kText;
     static constexpr const char* kAllowed =
         "the name of a share or nothing, without slashes and control characters";
     static std::string print(const Record& record) { return record.server_db_loc; }
@@ -118,7 +124,7 @@ struct Share {
 
 template <typename Kind>
 constexpr SettingsField field(const char* name, SettingsPart part) {
-    return {name, part, Kind::kAllowed, Kind::print, Kind::parse};
+    return {name, part, Kind::kKind, Kind::kAllowed, Kind::print, Kind::parse};
 }
 
 constexpr SettingsField kFields[] = {

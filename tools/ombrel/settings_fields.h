@@ -21,9 +21,13 @@ enum class SettingsPart {
     kAlong,  ///< kept along with a change of the storage settings, and no change by itself
 };
 
+/// What the value is where types count.
+enum class SettingsKind { kSwitch, kNumber, kText };
+
 struct SettingsField {
     const char* name;
     SettingsPart part;
+    SettingsKind kind;
     const char* allowed;  ///< what a value may be, to stand behind "expected"
     std::string (*print)(const SettingsRecord&);
     /// False, with the record as it was, when the text is not allowed.

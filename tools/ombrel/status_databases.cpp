@@ -49,7 +49,7 @@ struct MinutePage {
         }
         // After archiving there is another database, whose ids begin anew.
         if (newest < known || (id == known && received != count.newestReceived_)) known = 0;
-        if (id <= known || count.messages_ >= MinuteCount::kMost) return false;
+        if (id <= known || count.messages_ >= count.most_) return false;
         if (id >= lowest) return true;
         lowest = id;
         if (received < oldest) return true;
@@ -101,28 +101,22 @@ bool MinuteCount::look(const std::string& path, long long now) {
         newestId_ = page.newest;
         newestReceived_ = page.newestReceived;
     }
-    if (messages_ >= kMost) moreThanUntil_ = now;
+    if (messages_ >= most_) moreThanUntil_ = now;
     return true;
 }
 
-std::vector<DueRule> dueRules(const SettingsRecord& settings, const DatabaseStatus& database, long long start,
-                              long long now) {
-    std::vector<DueRule> rules;
-    if (database.rows.value_or(0) <= 0) return rules;
-    if (settings.arch_count_enable != 0 && settings.arch_count != 0) {
-        const bool isDue = *database.rows > settings.arch_count;
-        rules.push_back({DueRule::Kind::kCount, isDue, settings.arch_count, *database.rows});
-    }
-    if (settings.arch_time_enable != 0 && settings.arch_time != 0) {
-        const long long age = now - start;
-        rules.push_back({DueRule::Kind::kAge, age > settings.arch_time, settings.arch_time, age});
-    }
-    if (settings.arch_size != 0) {
-        const auto bytes = static_cast<long long>(database.bytes);
-        const bool isDue = bytes / kMebibyte > settings.arch_size;  // whole MiB
-        rules.push_back({DueRule::Kind::kSize, isDue, settings.arch_size * kMebibyte, bytes});
-    }
-    return rules;
+void addDue(const LogArchiver& archiver, long long start, long long now, DatabaseStatus& database) {
+    database.due = ArchiveRule::kNone;
+    database.rules.clear();
+    if (database.rows.value_or(0) <= 0) return;
+    const auto bytes = static_cast<long long>(database.bytes);
+    database.due = dueState(archiver, {*database.rows, start, static_cast<int>(bytes / kMebibyte)}, now).rule;
+    if (archiver.ArchCount != 0)
+        database.rules.push_back({ArchiveRule::kCount, archiver.ArchCount, *database.rows});
+    if (archiver.ArchInterval != 0)
+        database.rules.push_back({ArchiveRule::kAge, archiver.ArchInterval, now - start});
+    if (archiver.ArchSize != 0)
+        database.rules.push_back({ArchiveRule::kSize, archiver.ArchSize * kMebibyte, bytes});
 }
 
 void DatabaseWatch::probe(Known& known, StatusReport& report) {
@@ -151,7 +145,7 @@ void DatabaseWatch::probe(Known& known, StatusReport& report) {
     }
 }
 
-void DatabaseWatch::lookAtDatabase(const LogFile& file, const SettingsRecord& settings, StatusReport& report) {
+void DatabaseWatch::lookAtDatabase(const LogFile& file, StatusReport& report) {
     Known& known = known_[file.path];
     known.isThere = true;
     // A change within the second of the look may not show in the time of the file.
@@ -173,13 +167,17 @@ void DatabaseWatch::lookAtDatabase(const LogFile& file, const SettingsRecord& se
         status.lastMinute = known.minute.messages();
         status.isMoreThan = known.minute.isMoreThan();
     }
-    status.rules = dueRules(settings, status, known.start, report.time);
+    addDue(archiver_, known.start, report.time, status);
     report.databases.push_back(std::move(status));
 }
 
 void DatabaseWatch::look(const SettingsRecord& settings, StatusReport& report) {
-    archiver_.strArchDest = settings.arch_dest;
+    // Loading them again would be a dozen lines in the system log each time.
+    archiver_.ArchCount = settings.arch_count_enable != 0 ? settings.arch_count : 0;
+    archiver_.ArchInterval = settings.arch_time_enable != 0 ? settings.arch_time : 0;
+    archiver_.ArchSize = settings.arch_size;
     archiver_.ByDevice = settings.arch_by_device;
+    archiver_.strArchDest = settings.arch_dest;
     ArchiveStatus archives;
     archives.folder = settings.arch_dest;
     if (const auto right = missingRight(settings.arch_dest)) {
@@ -191,7 +189,7 @@ void DatabaseWatch::look(const SettingsRecord& settings, StatusReport& report) {
     LogFiles found = findLogFiles(archiver_, LogPlaces::kAll);
     for (const LogFile& file : found.files) {
         if (file.kind == LogFile::Kind::kWorking) {
-            lookAtDatabase(file, settings, report);
+            lookAtDatabase(file, report);
             continue;
         }
         ++archives.count;

@@ -20,6 +20,7 @@ class MinuteCount {
 public:
     /// More than these are not counted at one look.
     static constexpr unsigned long long kMost = 1'000'000;
+    explicit MinuteCount(unsigned long long most = kMost) : most_(most) {}
 
     /// Reads the newest rows in pages, down to those of a minute ago or of the look before; false when they cannot
     /// be read.
@@ -34,6 +35,7 @@ private:
     void add(long long received);
     void forgetBefore(long long oldest);
 
+    unsigned long long most_;
     unsigned long long newestId_ = 0;  // of all that were read
     long long newestReceived_ = 0;     // with which another database has no row of that id
     std::map<long long, unsigned long long> seconds_;
@@ -55,15 +57,16 @@ private:
         long long lookedAt = 0;
         bool isThere = false;
     };
-    void lookAtDatabase(const LogFile& file, const SettingsRecord& settings, StatusReport& report);
+    void lookAtDatabase(const LogFile& file, StatusReport& report);
     static void probe(Known& known, StatusReport& report);
 
     LogArchiver archiver_;
     std::map<std::string, Known> known_;
 };
 
-/// The rules that are on, and how far they are. Nothing of a database without rows or whose rows are not known.
-std::vector<DueRule> dueRules(const SettingsRecord& settings, const DatabaseStatus& database, long long start,
-                              long long now);
+/// Fills in which rule of the archiver makes the database due, and how far each that is on has come; nothing of a
+/// database without rows or whose rows are not known.
+/// @param start  time of its first row
+void addDue(const LogArchiver& archiver, long long start, long long now, DatabaseStatus& database);
 
 }  // namespace ombrel

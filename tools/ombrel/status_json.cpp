@@ -45,14 +45,13 @@ void write(JsonWriter& json, const ReceiverStatus& receiver) {
         .endObject();
 }
 
-void write(JsonWriter& json, const DueRule& rule) {
-    const bool isAge = rule.kind == DueRule::Kind::kAge;
-    const std::string unit = isAge ? "_seconds" : rule.kind == DueRule::Kind::kSize ? "_bytes" : "_rows";
+void write(JsonWriter& json, const RuleProgress& progress) {
+    const bool isAge = progress.rule == ArchiveRule::kAge;
+    const std::string unit = isAge ? "_seconds" : progress.rule == ArchiveRule::kSize ? "_bytes" : "_rows";
     json.beginObject()
-        .member("rule", ruleName(rule.kind))
-        .member("due", rule.isDue)
-        .member("limit" + unit, rule.limit)
-        .member("reached" + unit, rule.reached)
+        .member("rule", ruleName(progress.rule))
+        .member("limit" + unit, progress.limit)
+        .member("reached" + unit, progress.reached)
         .endObject();
 }
 
@@ -66,10 +65,12 @@ void write(JsonWriter& json, const DatabaseStatus& database) {
         .member("last_day", orNull(database.lastDay))
         .member("messages_last_minute", database.lastMinute)
         .member("messages_last_minute_is_more", database.isMoreThan)
+        .member("due", database.due != ArchiveRule::kNone)
+        .member("rule", orNull(ruleName(database.due)))
         .key("rules")
         .beginArray();
-    for (const DueRule& rule : database.rules)
-        write(json, rule);
+    for (const RuleProgress& progress : database.rules)
+        write(json, progress);
     json.endArray().endObject();
 }
 
@@ -113,7 +114,11 @@ std::string statusJson(const StatusReport& report) {
     const auto writeOne = [&](const auto& one) { write(json, one); };
     writeList(json, "receivers", report.receivers, writeOne);
     writeList(json, "jobs", report.jobs, [&](const JobStatus& job) {
-        json.beginObject().member("name", job.name).member("running", job.running).endObject();
+        json.beginObject()
+            .member("name", job.name)
+            .member("wanted", job.isWanted)
+            .member("running", job.running)
+            .endObject();
     });
     writeList(json, "databases", report.databases, writeOne);
     const auto minute = lastMinuteOf(report);

@@ -12,14 +12,12 @@
 #include "platform/veskserviceconf.h"
 #include "src/fixed_paths.h"
 #include "tools/ombrel/error_text.h"
+#include "tools/ombrel/job_names.h"
 #include "tools/ombrel/status_machine.h"
 
 namespace ombrel {
 
 namespace {
-
-constexpr const char* kWriterJob = "pkg-Ombrel-syslog";
-constexpr const char* kRuleJob = "pkg-Ombrel-custrule";
 
 struct NamedReceiver {
     ReceiverStatus::Kind kind;
@@ -27,12 +25,10 @@ struct NamedReceiver {
     const char* job;
 };
 constexpr std::array<NamedReceiver, 4> kReceivers = {
-    {{ReceiverStatus::Kind::kRfc3164, "bsd", "pkg-Ombrel-bsd"},
-     {ReceiverStatus::Kind::kRfc5424, "ietf", "pkg-Ombrel-ietf"},
-     {ReceiverStatus::Kind::kLocal, "local", "pkg-Ombrel-localarchive"},
-     {ReceiverStatus::Kind::kRules, "custrule", kRuleJob}}};
-constexpr std::array<const char*, 6> kJobs = {kWriterJob,   "pkg-Ombrel-bsd",          "pkg-Ombrel-ietf",
-                                              kRuleJob,     "pkg-Ombrel-localarchive", "syslog-notify"};
+    {{ReceiverStatus::Kind::kRfc3164, "bsd", kBsdJob},
+     {ReceiverStatus::Kind::kRfc5424, "ietf", kIetfJob},
+     {ReceiverStatus::Kind::kLocal, "local", kLocalArchiveJob},
+     {ReceiverStatus::Kind::kRules, "custrule", kCustomRuleJob}}};
 
 /// What was last asked for, of a job that the settings switch.
 bool wasSwitchedOn(const char* job) {
@@ -96,10 +92,10 @@ void lookAtSockets(std::map<ReceiverStatus::Kind, std::set<Inode>>& own, StatusR
     const auto udp = openSockets(Transport::kUdp);
     const auto tcp = openSockets(Transport::kTcp);
     for (ReceiverStatus& receiver : report.receivers) {
-        if (!receiver.port || !receiver.running.value_or(false)) continue;
+        if (!receiver.port || !receiver.running.value_or(receiver.isWanted)) continue;
         const bool isRule = receiver.kind == ReceiverStatus::Kind::kRule;
         const auto& open = receiver.transport == "udp" ? udp : tcp;
-        if (isRule && open) receiver.running = isOpen(*receiver.port, *open);
+        if (isRule && receiver.running && open) receiver.running = isOpen(*receiver.port, *open);
         if (receiver.transport == "udp" && udp)
             receiver.lostDatagrams =
                 lostAt(*receiver.port, *udp, own[isRule ? ReceiverStatus::Kind::kRules : receiver.kind]);
@@ -116,7 +112,7 @@ void setPort(ReceiverStatus& receiver, int port, bool isUdp, bool hasTls) {
 
 void ReceiverWatch::lookAtJobs(StatusReport& report) const {
     int code = 0;
-    for (const char* const name : kJobs) {
+    for (const char* const name : kJobNames) {
         JobStatus job;
         job.name = name;
         job.running = isRunning(name);

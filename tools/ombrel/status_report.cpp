@@ -23,28 +23,15 @@ std::string waitText(long long seconds) {
     return seconds >= kMinute ? pair(seconds / kMinute, " min", 0, "") : pair(seconds, " s", 0, "");
 }
 
-std::string farText(const DueRule& rule) {
-    if (rule.kind == DueRule::Kind::kAge) return "age in " + waitText(rule.limit - rule.reached + 1);
-    return std::string(ruleName(rule.kind)) + " " + std::to_string(percentOf(rule)) + " %";
+std::string farText(const RuleProgress& progress) {
+    if (progress.rule == ArchiveRule::kAge) return "age in " + waitText(progress.limit - progress.reached + 1);
+    return std::string(ruleName(progress.rule)) + " " + std::to_string(percentOf(progress)) + " %";
 }
 
 }  // namespace
 
-const char* ruleName(DueRule::Kind kind) {
-    switch (kind) {
-        case DueRule::Kind::kCount:
-            return "count";
-        case DueRule::Kind::kAge:
-            return "age";
-        case DueRule::Kind::kSize:
-            return "size";
-    }
-    return "";
-}
-
-long long percentOf(const DueRule& rule) {
-    if (rule.limit <= 0) return rule.isDue ? 100 : 0;
-    const double share = static_cast<double>(rule.reached) / static_cast<double>(rule.limit);
+long long percentOf(const RuleProgress& progress) {
+    const double share = static_cast<double>(progress.reached) / static_cast<double>(std::max(progress.limit, 1LL));
     return static_cast<long long>(std::clamp(share, 0.0, 1.0) * 100);
 }
 
@@ -83,16 +70,15 @@ std::optional<unsigned long long> lostOf(const ReceiverStatus& receiver) {
 std::string dueText(const DatabaseStatus& database) {
     if (!database.rows) return "?";
     if (*database.rows == 0) return "empty";
-    for (const DueRule& rule : database.rules) {
-        if (rule.isDue) return std::string("due now by ") + ruleName(rule.kind);
-    }
+    if (database.due != ArchiveRule::kNone) return std::string("due now by ") + ruleName(database.due);
     // What comes first is told first.
-    std::vector<DueRule> rules = database.rules;
-    std::stable_sort(rules.begin(), rules.end(),
-                     [](const DueRule& a, const DueRule& b) { return percentOf(a) > percentOf(b); });
+    std::vector<RuleProgress> rules = database.rules;
+    std::stable_sort(rules.begin(), rules.end(), [](const RuleProgress& a, const RuleProgress& b) {
+        return percentOf(a) > percentOf(b);
+    });
     std::string text;
-    for (const DueRule& rule : rules)
-        text += (text.empty() ? "" : ", ") + farText(rule);
+    for (const RuleProgress& progress : rules)
+        text += (text.empty() ? "" : ", ") + farText(progress);
     return text.empty() ? "by no rule" : text;
 }
 

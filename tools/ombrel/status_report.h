@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/ombrel/archive_due.h"
 #include "tools/ombrel/event_records.h"
 
 namespace ombrel {
@@ -35,10 +36,8 @@ struct JobStatus {
 };
 
 /// How far a rule of archiving is from making a database due.
-struct DueRule {
-    enum class Kind { kCount, kAge, kSize };
-    Kind kind = Kind::kCount;
-    bool isDue = false;
+struct RuleProgress {
+    ArchiveRule rule = ArchiveRule::kNone;
     long long limit = 0;    ///< rows, seconds or bytes
     long long reached = 0;  ///< of these
 };
@@ -50,7 +49,8 @@ struct DatabaseStatus {
     std::optional<long long> rows;
     std::string firstDay;  ///< YYYY-MM-DD; empty when there are no rows
     std::string lastDay;
-    std::vector<DueRule> rules;  ///< those that are on, in the order in which they are tried
+    ArchiveRule due = ArchiveRule::kNone;  ///< the first rule that holds
+    std::vector<RuleProgress> rules;       ///< those that are on; none without rows
     std::optional<unsigned long long> lastMinute;  ///< rows that came in within the last minute
     bool isMoreThan = false;                       ///< they were counted no further
 };
@@ -88,10 +88,8 @@ struct LastMinute {
 };
 std::optional<LastMinute> lastMinuteOf(const StatusReport& report);
 
-/// "count", "age", "size".
-const char* ruleName(DueRule::Kind kind);
 /// 0..100, of the limit.
-long long percentOf(const DueRule& rule);
+long long percentOf(const RuleProgress& progress);
 /// "RFC 3164", "this machine", "all rules", the name of a rule.
 std::string receiverName(const ReceiverStatus& receiver);
 /// Both kinds of losses; nothing when neither could be told.

@@ -28,7 +28,8 @@ Lines linesOf(const std::string& text) {
     Lines lines;
     for (std::size_t at = 0; at < text.size();) {
         const std::size_t end = std::min(text.find('\n', at), text.size());
-        lines.push_back(text.substr(at, end - at));
+        const std::size_t last = text.find_last_not_of(' ', end - 1);  // of a cell without a text
+        lines.push_back(text.substr(at, last == std::string::npos || last < at ? 0 : last + 1 - at));
         at = end + 1;
     }
     return lines;
@@ -113,9 +114,7 @@ std::string minuteText(const DatabaseStatus& database) {
 }
 
 Lines databaseLines(const Terminal& terminal, std::vector<DatabaseStatus> databases, std::size_t most) {
-    const auto isDue = [](const DatabaseStatus& database) {
-        return std::any_of(database.rules.begin(), database.rules.end(), [](const auto& rule) { return rule.isDue; });
-    };
+    const auto isDue = [](const DatabaseStatus& database) { return database.due != ArchiveRule::kNone; };
     bringForward(databases, most, [&](const DatabaseStatus& database) {
         return std::pair(!database.rows || isDue(database), database.lastMinute.value_or(0));
     });
@@ -151,21 +150,19 @@ std::string labelled(const Terminal& terminal, const std::string& label, const s
     return painted(terminal, Colour::kBold, label) + std::string(kLabelColumns - label.size(), ' ') + cut;
 }
 
-/// Words in as many lines as they need.
-void addWords(const Terminal& terminal, const std::string& label, Colour colour, const Lines& words, Lines& lines) {
+/// Words in as many lines as they need; the label stands before the first one.
+void addWords(const Terminal& terminal, std::string label, Colour colour, const Lines& words, Lines& lines) {
     std::string line;
-    std::size_t used = 0;
     const auto finish = [&] {
-        const std::string head = lines.empty() || !line.empty() ? label : "";
-        lines.push_back(painted(terminal, colour == Colour::kRed ? Colour::kRed : Colour::kBold, head) +
-                        std::string(kLabelColumns - head.size(), ' ') + painted(terminal, colour, line));
+        lines.push_back(painted(terminal, colour == Colour::kRed ? Colour::kRed : Colour::kBold, label) +
+                        std::string(kLabelColumns - label.size(), ' ') + painted(terminal, colour, line));
         line.clear();
+        label.clear();
     };
     for (const std::string& word : words) {
-        if (!line.empty() && kLabelColumns + used + 1 + word.size() > static_cast<std::size_t>(terminal.columns))
-            finish();
+        const std::size_t columns = kLabelColumns + line.size() + 1 + word.size();
+        if (!line.empty() && columns > static_cast<std::size_t>(terminal.columns)) finish();
         line += (line.empty() ? "" : " ") + word;
-        used = line.size();
     }
     if (!line.empty()) finish();
 }
@@ -226,6 +223,30 @@ std::string titleLine(const Terminal& terminal, const StatusReport& report) {
            unit + " in the last minute";
 }
 
+/// What fits into a line with the codes of its colours, which take no place.
+std::string cutPainted(const std::string& line, std::size_t columns) {
+    std::string cut;
+    std::string plain;  // up to the next code
+    const auto add = [&] {
+        const std::string fits = cutToColumns(plain, columns);
+        columns = fits.size() < plain.size() ? 0 : columns - mostColumns(fits);
+        cut += fits;
+        plain.clear();
+    };
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        if (line[i] != '\x1b') {
+            plain += line[i];
+            continue;
+        }
+        add();
+        const std::size_t end = std::min(line.find('m', i), line.size() - 1);
+        cut.append(line, i, end - i + 1);
+        i = end;
+    }
+    add();
+    return cut;
+}
+
 /// What is left of the lines for the lists, one for each in turn.
 struct Share {
     std::size_t wanted;
@@ -280,7 +301,7 @@ std::string statusScreen(const StatusReport& report, const Terminal& terminal) {
     }
     std::string text;
     for (std::size_t i = 0; i < std::min(all.size(), lines); ++i)
-        text += (i == 0 ? "" : "\n") + all[i];
+        text += (i == 0 ? "" : "\n") + cutPainted(all[i], static_cast<std::size_t>(terminal.columns));
     return text;
 }
 

@@ -20,7 +20,17 @@ public:
     /// the process however that ends.
     int take();
 
+    enum class Try {
+        kTaken,
+        kBusy,    ///< somebody else has it
+        kFailed,  ///< which has been told
+    };
+    /// Takes the turn when nobody has it, and does not wait.
+    Try tryTake();
+
 private:
+    int open();
+
     Fd lock_;
 };
 

@@ -39,4 +39,7 @@ private:
 std::vector<Holder> foreignHolders(const std::string& processes, const std::vector<Inode>& sockets,
                                    const OwnPrograms& own);
 
+/// The sockets that programs of the package have open.
+std::set<Inode> socketsOfOwn(const std::string& processes, const OwnPrograms& own);
+
 }  // namespace ombrel

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
-#include "linux/veskserviceconf/socket_holders.h"
+#include "linux/common/socket_holders.h"
 
 #include <unistd.h>
 
@@ -128,6 +128,16 @@ std::vector<Holder> foreignHolders(const std::string& processes, const std::vect
         if (!hold.isOwn) foreign.push_back(hold.first);
     }
     return foreign;
+}
+
+std::set<Inode> socketsOfOwn(const std::string& processes, const OwnPrograms& own) {
+    std::set<Inode> sockets;
+    eachEntry(processes, [&](const char* name) {
+        const std::string process = processes + "/" + name;
+        if (processIdOf(name) > 0 && own.owns(linkAt(process + "/exe"), commandLine(process)))
+            sockets.merge(socketsOfProcess(process));
+    });
+    return sockets;
 }
 
 }  // namespace ombrel
