@@ -4,8 +4,6 @@
 // The sub-commands of `ombrel`, one file each (cmd_NAME.cpp). Each adds itself to the tree.
 #pragma once
 
-#include <span>
-
 #include "tools/ombrel/answer.h"
 #include "tools/ombrel/command.h"
 
@@ -28,15 +26,6 @@ void addStatusCommand(Command& root);
 void addStorageCommand(Command& root);
 void addTailCommand(Command& root);
 void addUpgradeCommand(Command& root);
-
-// Those that read their words by themselves.
-int cmdArchive(std::span<char* const> words);
-int cmdJob(std::span<char* const> words);
-int cmdRule(std::span<char* const> words);
-int cmdSettings(std::span<char* const> words);
-
-bool asksForHelp(std::span<char* const> words);
-int showHelp(const char* usage);
 
 /// The whole tree.
 Command ombrelCommands();
