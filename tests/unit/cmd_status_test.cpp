@@ -385,6 +385,15 @@ TEST_F(StatusCommand, DoesNotOpenWhatHasNotChanged) {
     EXPECT_EQ(report.databases[0].rows, 4000);
 }
 
+TEST_F(StatusCommand, TakesADatabaseThatIsJustBegunForAnEmptyOne) {
+    platform.addFile(kSharedDb);
+    EXPECT_EQ(lastMinuteOf(StatusWatch().look())->messages, 0U);
+    EXPECT_THAT(screen(), HasSubstr("empty"));
+    platform.addDatabase(kSharedDb, march(0));
+    EXPECT_EQ(lastMinuteOf(StatusWatch().look())->messages, 0U);
+    EXPECT_EQ(StatusWatch().look().notes, Lines());
+}
+
 TEST_F(StatusCommand, RefusesWrongWords) {
     for (const auto& [words, complaint] : std::vector<std::pair<std::vector<std::string>, std::string>>{
              {{"status", "--every", "3"}, "--every belongs to --watch"},
