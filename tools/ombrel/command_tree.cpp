@@ -13,12 +13,10 @@ Command ombrelCommands() {
     addExportCommand(root);
     addImportCommand(root);
     addJobCommand(root);
-    addOld(root, "rule", "customized receiving rules", cmdRule);
-    addSearchCommand(root);
-    addOld(root, "settings", "show and change the settings", cmdSettings);
     addRetentionCommand(root);
     addRuleCommand(root);
     addScheduleCommand(root);
+    addSearchCommand(root);
     addSettingsCommand(root);
     addStatsCommand(root);
     addStatusCommand(root);
