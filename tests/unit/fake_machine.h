@@ -5,14 +5,13 @@
 // recording platform.
 #pragma once
 
-#include <map>
-#include <set>
-#include "tests/unit/fake_machine_checks.h"
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "tests/unit/fake_machine_checks.h"
 #include "tools/ombrel/follow_watch.h"
 
 namespace ombrel::test {
