@@ -130,6 +130,14 @@ TEST_F(Doctor, NamesJobsThatAreNotAsTheyAreWanted) {
     expectFound(0, "warning\tjob pkg-Ombrel-localarchive\tit runs although it is switched off");
 }
 
+TEST_F(Doctor, SaysThatAPlainUserCannotAskForJobs) {
+    platform.jobs.clear();
+    platform.error.code = 0;
+    platform.calls.onFailure = [this] { platform.error.code = 0x1000 + EACCES; };
+    platform.calls.failEveryCall("VLIBServicectlIsJobRunning");
+    expectFound(0, "cannot tell\tjob pkg-Ombrel-bsd\tthis user must not ask the service manager\task as root\n");
+}
+
 TEST_F(Doctor, OfAMachineThatReceivesNothingWantsNoWriter) {
     platform.jobs.clear();
     platform.removeFile(kRules);

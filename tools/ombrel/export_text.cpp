@@ -125,8 +125,8 @@ std::optional<ExportEnd> tryOnce(const std::string& name, const HeldFile& held, 
 
 }  // namespace
 
-// The pages of one database are asked for by its path: of one that is archived meanwhile it is begun again under the
-// new name.
+// The pages of one database are asked for by its path: of one that is archived meanwhile it is begun again under
+// the new name.
 ExportEnd exportText(const std::string& path, OutputFile& output, ExportProgress& progress) {
     const std::string absolute = std::filesystem::absolute(path);
     HeldFile held;

@@ -119,8 +119,8 @@ Lines databaseLines(const Terminal& terminal, std::vector<DatabaseStatus> databa
         return std::pair(!database.rows || isDue(database), database.lastMinute.value_or(0));
     });
     const bool isWide = terminal.columns >= kWide;
-    std::vector<Column> columns = {
-        {"DATABASE"}, {"ROWS", Align::kRight}, {"SIZE", Align::kRight}, {"SINCE"}, {"LAST MIN", Align::kRight}, {"ARCHIVING"}};
+    std::vector<Column> columns = {{"DATABASE"}, {"ROWS", Align::kRight},     {"SIZE", Align::kRight},
+                                   {"SINCE"},    {"LAST MIN", Align::kRight}, {"ARCHIVING"}};
     if (isWide) columns.insert(columns.begin() + 4, {"LAST DAY"});
     return tableLines(terminal, columns, databases, most, [&](Table& table, const DatabaseStatus& database) {
         std::vector<Cell> cells = {{shortenMiddle(escapeForLine(database.device), nameColumns(terminal))},
@@ -192,8 +192,8 @@ std::string archiveText(const StatusReport& report) {
     const ArchiveStatus& archives = *report.archives;
     const std::string folder = " in " + escapeForLine(archives.folder);
     if (archives.count == 0) return "none" + folder;
-    return groupedNumber(archives.count) + (archives.count == 1 ? " file, " : " files, ") + sizeText(archives.bytes) +
-           ", " + archives.oldestDay + " to " + archives.newestDay + folder;
+    return groupedNumber(archives.count) + (archives.count == 1 ? " file, " : " files, ") +
+           sizeText(archives.bytes) + ", " + archives.oldestDay + " to " + archives.newestDay + folder;
 }
 
 std::string volumeText(const StatusReport& report) {
@@ -281,7 +281,8 @@ std::string statusScreen(const StatusReport& report, const Terminal& terminal) {
 
     std::vector<Lines> parts = {{titleLine(terminal, report)}};
     for (std::size_t i = 0; i < notes; ++i) {
-        const std::string note = cutToColumns(escapeForLine(report.notes[i]), static_cast<std::size_t>(terminal.columns));
+        const std::string note =
+            cutToColumns(escapeForLine(report.notes[i]), static_cast<std::size_t>(terminal.columns));
         parts[0].push_back(painted(terminal, Colour::kYellow, note));
     }
     parts.push_back(receiverLines(terminal, receivers, lists[0].given));
