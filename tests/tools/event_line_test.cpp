@@ -30,6 +30,20 @@ TEST(EventLineReader, ReadsWhatTheEventLogWrites) {
     EXPECT_EQ(event->signal, "KILL");
 }
 
+TEST(EventLineReader, ReadsOverTheBytesOfARemovedArchive) {
+    const test::TemporaryFolder folder;
+    const std::string path = folder.at("events.jsonl");
+    const EventField fields[] = {{"reason", std::string("free_space")}, {"bytes", 5'000'000'000LL}};
+    ASSERT_TRUE(appendEventLine(path, kArchiveRemoved, "/srv/logs/2024-03-03_2024-03-09.DB", fields));
+    std::string line = test::readBytes(path);
+    line.pop_back();
+    EXPECT_TRUE(line.ends_with(",\"reason\":\"free_space\",\"bytes\":5000000000}")) << line;
+    const auto event = readEventLine(line);
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->event, "archive_removed");
+    EXPECT_EQ(event->text, "/srv/logs/2024-03-03_2024-03-09.DB");
+}
+
 struct LineCase {
     const char* name;
     std::string line;

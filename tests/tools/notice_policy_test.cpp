@@ -165,7 +165,8 @@ TEST_F(Notices, OfMoreJobsThanThereCanBeShareOneCause) {
 }
 
 TEST_F(Notices, OfOtherEventsAreNotWritten) {
-    for (const char* event : {"service_started", "service_stopped", "archive_finished", "archive_failed_not", ""})
+    for (const char* event :
+         {"service_started", "service_stopped", "archive_finished", "archive_failed_not", "archive_removed", ""})
         archive(event, "/srv/logs/a.DB", 0);
     EXPECT_THAT(told(), IsEmpty());
 }

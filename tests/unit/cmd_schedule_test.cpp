@@ -231,7 +231,7 @@ TEST_F(ScheduleCommand, LeavesWhatSomebodyIsAtWorkOn) {
     fakeMachine().conversions.clear();
     struct stat status {};
     ASSERT_EQ(::lstat(platform.real(converted).c_str(), &status), 0);
-    platform.now = status.st_ctim.tv_sec + 599;  // it has just got its name
+    platform.now = status.st_mtim.tv_sec + 599;
     EXPECT_EQ(run({"schedule", "run"}), 0);
     EXPECT_TRUE(platform.exists(converted));
     platform.now += 2;

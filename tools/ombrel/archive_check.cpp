@@ -2,11 +2,13 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "tools/ombrel/archive_check.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <vector>
 
 #include "linux/common/path_parts.h"
 #include "linux/common/progress_bar.h"
+#include "linux/common/text_escape.h"
 #include "ombrel/logarchiver.h"
 #include "platform/vesksyslog.h"
 #include "src/platform_handles.h"
@@ -98,9 +100,8 @@ ArchiveFinding checkDatabaseFile(const LogFile& archive) {
 
 /// Reads an entry to its end, where its check sum is compared. Empty, or what is wrong.
 std::string readEntry(const ZipFile& zip, const ZipEntry& entry) {
-    std::string wrong;
-    const ZipStream stream = zip.read(entry, 0, wrong);
-    if (!stream) return wrong;
+    const ZipStream stream(zip_fopen_index(zip.handle(), entry.index, 0));
+    if (!stream) return "the entry " + entry.name + ": " + zip_strerror(zip.handle());
     std::vector<char> buffer(kZipBufferBytes);
     zip_int64_t got = 0;
     do {
@@ -109,9 +110,22 @@ std::string readEntry(const ZipFile& zip, const ZipEntry& entry) {
     return got == 0 ? "" : "the entry " + entry.name + ": " + zip_error_strerror(zip_file_get_error(stream.get()));
 }
 
+/// The reason alone of "cannot read PATH: WHY; ADVICE".
+std::string reasonOf(std::string wrong, const std::string& path) {
+    const std::string shown = escapeForLine(path) + ": ";
+    if (const auto at = wrong.find(shown); at != std::string::npos) wrong.erase(0, at + shown.size());
+    const std::string advice = std::string("; ") + kTestZip;
+    if (wrong.ends_with(advice)) wrong.erase(wrong.size() - advice.size());
+    return wrong;
+}
+
 ArchiveFinding checkZip(const LogFile& archive, const std::function<void(long long)>& onBytes) {
     ZipFile zip;
-    if (const std::string wrong = zip.open(archive.path); !wrong.empty()) return {State::kWrong, wrong, kTestZip};
+    errno = 0;
+    if (const std::string wrong = zip.open(archive.path); !wrong.empty()) {
+        if (errno == EACCES) return {State::kUnknown, reasonOf(wrong, archive.path), "see who may read it"};
+        return {State::kWrong, reasonOf(wrong, archive.path), kTestZip};
+    }
     if (onBytes) zip.tellReads(onBytes);
     for (const ZipEntry& entry : zip.entries()) {
         const std::string wrong = readEntry(zip, entry);

@@ -24,13 +24,9 @@ constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 using Folder = std::shared_ptr<const Fd>;
 
-/// A rename, which is what makes an archive, changes the second of the two.
 bool hasSettled(const struct stat& status, long long now) {
-    const auto isLongAgo = [now](const timespec& time) {
-        const long long distance = now - time.tv_sec;
-        return distance >= kSettledSeconds || distance <= -kSettledSeconds;
-    };
-    return isLongAgo(status.st_mtim) && isLongAgo(status.st_ctim);
+    const long long distance = now - status.st_mtim.tv_sec;
+    return distance >= kSettledSeconds || distance <= -kSettledSeconds;
 }
 
 /// What it is removed after: a database last, since it is the archive where there is one; 0 of what goes with it.

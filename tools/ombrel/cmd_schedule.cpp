@@ -125,6 +125,7 @@ void addScheduleCommand(Command& root) {
         .exitCode(1,
                   "a database could not be archived, an archive not be removed or the time not be recorded; the "
                   "rest was done")
+        .exitCode(71, "no timer or no signals")
         .exitCode(75, "another command was at work for two minutes; nothing was done")
         .example("ombrel schedule run --dry-run")
         .run([words](const Context& context) { return run(context, *words); });

@@ -36,8 +36,7 @@ public:
 
     ExportEnd run(const std::string& path, ExportProgress& progress) {
         HeldDatabase database(path, everything_);
-        if (!database.open())
-            return failed(errno == EACCES ? EX_NOPERM : EX_NOINPUT, path + ": " + std::strerror(errno));
+        if (!database.open()) return failed(errno == EACCES ? EX_NOPERM : EX_NOINPUT, path + ": " + std::strerror(errno));
         const long long total = LogArchiver().DBCountGet(path);
         for (;;) {
             const auto end = database.read([this](LogRow& row) { return take(row); }, 1);
@@ -77,8 +76,7 @@ private:
 
 ExportEnd exportOne(const std::string& path, ExportFormat format, OutputFile& output, ExportProgress& progress) {
     if (format == ExportFormat::kText) return exportText(path, output, progress);
-    return RowExport(format == ExportFormat::kCsv ? RowFormat::kCsv : RowFormat::kJson, output)
-        .run(path, progress);
+    return RowExport(format == ExportFormat::kCsv ? RowFormat::kCsv : RowFormat::kJson, output).run(path, progress);
 }
 
 }  // namespace

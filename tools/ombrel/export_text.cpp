@@ -54,9 +54,12 @@ public:
         while (!done_.wait_for(lock, kBetween, [this] { return isDone_; })) {
             if (const auto scratch = openScratch()) scratch_ = scratch;
             progress.showBytes(scratch_ ? scratch_->bytes : 0);
-            if (stopAsked() && !isEnded) failAllWrites();
-            isEnded = stopAsked();
+            if (stopAsked() && !isEnded) {
+                isEnded = true;
+                failAllWrites(true);
+            }
         }
+        if (isEnded) failAllWrites(false);
         return result_;
     }
 

@@ -11,8 +11,12 @@
 namespace ombrel {
 
 void ScheduleReport::problem(const std::string& what) {
+    failed(complain(1, what), what);
+}
+
+void ScheduleReport::failed(int exitCode, const std::string& what) {
     problems_.push_back(what);
-    (void)complain(1, what);
+    if (exitCode_ == 0) exitCode_ = exitCode;
 }
 
 void ScheduleReport::line(const std::string& text) {
@@ -70,7 +74,7 @@ int ScheduleReport::end(long long now) {
     } else if (!hasLines_ && problems_.empty()) {
         written_ = say("nothing to do\n");
     }
-    return endOfOutput(written_, problems_.empty() ? 0 : 1);
+    return endOfOutput(written_, exitCode_);
 }
 
 }  // namespace ombrel

@@ -21,6 +21,8 @@ public:
 
     /// Something failed; it is complained of here.
     void problem(const std::string& what);
+    /// Something failed and was complained of elsewhere, with this exit code.
+    void failed(int exitCode, const std::string& what);
     void archiving(const Archiving& each);
     /// The removals and what else is told belong to this one.
     void setRetention(Retention retention) { retention_ = std::move(retention); }
@@ -37,6 +39,7 @@ private:
     bool isDry_;
     bool hasLines_ = false;
     bool written_ = true;
+    int exitCode_ = 0;  ///< of the first thing that failed
     std::vector<std::string> problems_;
     std::vector<Archiving> archivings_;
     std::optional<Retention> retention_;

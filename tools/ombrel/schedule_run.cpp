@@ -64,6 +64,9 @@ int runSchedule(const Context& context, const std::function<bool()>& goesOn) {
     const RetentionRead limits = readRetention();
     const long long now = std::time(nullptr);
     ScheduleReport report(context, false);
+    if (!limits.settings) {
+        report.failed(limits.exitCode, "the limits of the retention cannot be read; no archive is removed");
+    }
     archiveEach(
         archiver, archiver.ArchiveCheck(), [&report](const Archiving& each) { report.archiving(each); }, goesOn);
     recordOrTell(report, now);
@@ -74,8 +77,7 @@ int runSchedule(const Context& context, const std::function<bool()>& goesOn) {
             [&report](const Removal& removal, const std::string& wrong) { report.removal(removal, wrong); },
             goesOn);
     }
-    const int code = report.end(now);
-    return code != 0 ? code : limits.exitCode;
+    return report.end(now);
 }
 
 int previewSchedule(const Context& context) {

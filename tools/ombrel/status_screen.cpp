@@ -93,20 +93,22 @@ Lines receiverLines(const Terminal& terminal, std::vector<ReceiverStatus> receiv
         if (receiver.isWanted && receiver.running == false) return 2;
         return receiver.isWanted ? 1 : 0;
     });
-    return tableLines(
-        terminal,
-        {{"RECEIVER"}, {"STATE"}, {"PORT"}, {"MESSAGES", Align::kRight}, {"PER SECOND", Align::kRight}, {"LOST"}},
-        receivers, most, [&](Table& table, const ReceiverStatus& receiver) {
-            const bool isRule = receiver.kind == ReceiverStatus::Kind::kRule;
-            const bool counts = receiver.running.value_or(true);
-            const std::string name = shortenMiddle(escapeForLine(receiverName(receiver)), nameColumns(terminal));
-            table.add({{(isRule ? "  " : "") + name},
-                       stateCell(receiver.running, receiver.isWanted),
-                       {portText(receiver)},
-                       {counts ? numberText(receiver.messages) : ""},
-                       {receiver.perSecond ? numberText(receiver.perSecond) : ""},
-                       counts ? lossCell(lostOf(receiver)) : Cell{}});
-        });
+    const bool hasRates =
+        std::any_of(receivers.begin(), receivers.end(), [](const auto& receiver) { return receiver.perSecond; });
+    std::vector<Column> columns = {{"RECEIVER"}, {"STATE"}, {"PORT"}, {"MESSAGES", Align::kRight}, {"LOST"}};
+    if (hasRates) columns.insert(columns.end() - 1, {"PER SECOND", Align::kRight});
+    return tableLines(terminal, columns, receivers, most, [&](Table& table, const ReceiverStatus& receiver) {
+        const bool isRule = receiver.kind == ReceiverStatus::Kind::kRule;
+        const bool counts = receiver.running.value_or(true);
+        const std::string name = shortenMiddle(escapeForLine(receiverName(receiver)), nameColumns(terminal));
+        std::vector<Cell> cells = {{(isRule ? "  " : "") + name},
+                                   stateCell(receiver.running, receiver.isWanted),
+                                   {portText(receiver)},
+                                   {counts ? numberText(receiver.messages) : ""}};
+        if (hasRates) cells.push_back({receiver.perSecond ? numberText(receiver.perSecond) : ""});
+        cells.push_back(counts ? lossCell(lostOf(receiver)) : Cell{});
+        table.add(std::move(cells));
+    });
 }
 
 std::string minuteText(const DatabaseStatus& database) {
