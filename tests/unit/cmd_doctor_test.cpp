@@ -33,6 +33,7 @@ protected:
         platform.addFolder(kService + "/log");
         platform.addFolder(kService + "/run");
         platform.addShare("logs");
+        platform.now = 1710000000;  // in March 2024
         FakeDatabase working = march(3);
         working.end = platform.now;
         platform.addDatabase(kSharedDb, working);
