@@ -3,6 +3,7 @@
 //
 // Reading the rows of a log database, a page a call. Each call opens the file, reads in one transaction
 // and closes it: between two pages neither a writer nor a mover waits for the reader.
+#include <algorithm>
 #include <climits>
 #include <new>
 #include <optional>
@@ -54,6 +55,11 @@ struct Page {
     long long rows;
     long long offset;
 
+    /// Whoever names the rows that he wants asks for no page behind it.
+    [[nodiscard]] bool isByRow() const {
+        return std::any_of(conditions.begin(), conditions.end(),
+                           [](const auto& condition) { return condition.field == SYSLOG_SQL_FIELD_ROW; });
+    }
     [[nodiscard]] std::string walk() const {
         return path + '\0' + (order.byTime ? 't' : 'a') + (order.descending ? 'd' : 'a') +
                ombrel::conditionsKey(conditions);
@@ -158,7 +164,7 @@ int selectPage(const Page& page, ombrel::RowCallback callback, void* context) {
     if (const int code = ombrel::bindAll(statement, parameters)) return fail(fromSqlite(code));
     ombrel::Delivered delivered;
     if (ombrel::deliverRows(statement, columns, page.rows, callback, context, delivered) < 0) return -1;
-    if (state && delivered.rows > 0 && page.rows > 0) {
+    if (state && delivered.rows > 0 && page.rows > 0 && !page.isByRow()) {
         positions().remember({walk, *state, page.offset + delivered.rows, delivered.lastId, delivered.lastTime});
     }
     return 0;

@@ -4,10 +4,12 @@
 
 #include <sqlite3.h>
 
-#include <algorithm>
 #include <array>
+#include <memory>
+#include <new>
 
 #include "linux/common/severity_text.h"
+#include "linux/vesksyslog/text_finder.h"
 
 namespace ombrel {
 
@@ -69,13 +71,25 @@ std::string_view textOf(sqlite3_value* value) {
     return {text, static_cast<size_t>(sqlite3_value_bytes(value))};
 }
 
-// Bytes that are no ASCII letters are compared as they are, so invalid UTF-8 does no harm.
-void containsFunction(sqlite3_context* context, int /*count*/, sqlite3_value** values) {
-    const std::string_view text = textOf(values[0]);
-    const std::string_view wanted = textOf(values[1]);
-    const auto found = std::search(text.begin(), text.end(), wanted.begin(), wanted.end(),
-                                   [](char a, char b) { return foldCase(a) == foldCase(b); });
-    sqlite3_result_int(context, found != text.end() || wanted.empty() ? 1 : 0);
+// The bytes where they lie: asked for as a text they might be copied for a NUL behind them.
+std::string_view bytesOf(sqlite3_value* value) {
+    const auto size = static_cast<size_t>(sqlite3_value_bytes(value));
+    const auto* bytes = static_cast<const char*>(sqlite3_value_blob(value));
+    return bytes == nullptr ? std::string_view() : std::string_view(bytes, size);
+}
+
+// What is looked for is the same in each row of a statement: it is made ready once.
+void containsFunction(sqlite3_context* context, int /*count*/, sqlite3_value** values) try {
+    const auto* finder = static_cast<const TextFinder*>(sqlite3_get_auxdata(context, 1));
+    if (finder != nullptr) {
+        sqlite3_result_int(context, finder->isIn(bytesOf(values[0])) ? 1 : 0);
+        return;
+    }
+    auto made = std::make_unique<TextFinder>(bytesOf(values[1]));
+    sqlite3_result_int(context, made->isIn(bytesOf(values[0])) ? 1 : 0);
+    sqlite3_set_auxdata(context, 1, made.release(), [](void* kept) { delete static_cast<TextFinder*>(kept); });
+} catch (const std::bad_alloc&) {
+    sqlite3_result_error_nomem(context);
 }
 
 void severityFunction(sqlite3_context* context, int /*count*/, sqlite3_value** values) {

@@ -201,12 +201,11 @@ ImportResult importFile(const ImportOptions& options, const std::string& file, D
 }
 
 bool sayJson(const std::string& file, const ImportResult& result) {
-    const std::string line = "{\"file\":" + quoteJson(file) +
-                             ",\"ok\":" + (result.exitCode == EX_OK ? "true" : "false") +
-                             ",\"rows\":" + std::to_string(result.rows) +
-                             ",\"split_lines\":" + std::to_string(result.splitLines) +
-                             ",\"duration_seconds\":" + secondsText(result.seconds, "%.3f") +
-                             ",\"error\":" + (result.error.empty() ? "null" : quoteJson(result.error)) + "}\n";
+    const std::string line =
+        "{\"file\":" + quoteJson(file) + ",\"ok\":" + (result.exitCode == EX_OK ? "true" : "false") +
+        ",\"rows\":" + std::to_string(result.rows) + ",\"split_lines\":" + std::to_string(result.splitLines) +
+        ",\"duration_seconds\":" + secondsText(result.seconds, "%.3f") +
+        ",\"error\":" + (result.error.empty() ? "null" : quoteJson(result.error)) + "}\n";
     return std::fputs(line.c_str(), stdout) >= 0 && std::fflush(stdout) == 0;
 }
 

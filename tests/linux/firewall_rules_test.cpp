@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "linux/common/error_record.h"
+#include "linux/veskfirewall/firewall_state.h"
 
 namespace ombrel {
 namespace {
@@ -104,6 +105,34 @@ TEST(FirewallRules, DropNothingWhereThePolicyAccepts) {
 TEST(FirewallRules, HaveAnEmptySetWhereNothingIsOpen) {
     EXPECT_THAT(renderRules({}, true), Not(HasSubstr("elements")));
     EXPECT_THAT(renderRules({{}, {{1, 65535}}}, true), HasSubstr("elements = { udp . 1-65535 }"));
+}
+
+TEST(FirewallState, IsWhatWasRendered) {
+    const OpenPorts open = {{{22, 22}, {6514, 6520}}, {{514, 514}}};
+    const auto drops = parseFirewallState(renderRules(open, true));
+    ASSERT_TRUE(drops);
+    EXPECT_TRUE(drops->drops);
+    EXPECT_EQ(drops->open, open);
+    const auto accepts = parseFirewallState(renderRules({}, false));
+    ASSERT_TRUE(accepts);
+    EXPECT_FALSE(accepts->drops);
+    EXPECT_EQ(accepts->open, OpenPorts());
+}
+
+TEST(FirewallState, IsReadAsTheKernelListsIt) {
+    const auto state = parseFirewallState(
+        "table inet ombrel {\n\tset open_ports {\n\t\ttype inet_proto . inet_service\n\t\tflags interval\n"
+        "\t\telements = { tcp . 22, udp . 5514-5515,\n\t\t\t     tcp . 7001 }\n\t}\n\tchain input {\n"
+        "\t\ttype filter hook input priority filter; policy drop;\n\t}\n}\n");
+    ASSERT_TRUE(state);
+    EXPECT_EQ(state->open, (OpenPorts{{{22, 22}, {7001, 7001}}, {{5514, 5515}}}));
+}
+
+TEST(FirewallState, IsNothingOfAnotherTable) {
+    for (const char* text :
+         {"", "table inet ombrel {\n}\n", "set open_ports {\nelements = { icmp . 1 }\n}",
+          "set open_ports {\nelements = { tcp . x }\n}", "set open_ports {\nelements = { tcp }\n}"})
+        EXPECT_FALSE(parseFirewallState(text)) << text;
 }
 
 }  // namespace

@@ -208,6 +208,21 @@ TEST_F(ServicePorts, AreOursWhereASupervisorHoldsTheSameSocket) {
     EXPECT_THAT(udp(), IsEmpty());
 }
 
+TEST_F(ServicePorts, OfOursAreKnownByTheirSockets) {
+    bound("udp", 21);
+    bound("udp6", 22);
+    process(100, places.package + "/sbin/ombrel-receiver", {21, 30});
+    process(101, "/usr/sbin/named", {22});
+    const std::string processes = folder + "/proc";
+    EXPECT_EQ(socketsOfOwn(processes, OwnPrograms(places.package)), (std::set<Inode>{21, 30}));
+    std::vector<SocketRow> rows;
+    EXPECT_EQ(readTakingSockets(processes, Transport::kUdp, rows), 0);
+    std::set<Inode> inodes;
+    for (const SocketRow& row : rows)
+        inodes.insert(row.inode);
+    EXPECT_EQ(inodes, (std::set<Inode>{21, 22}));
+}
+
 TEST_F(ServicePorts, AreShownOnOneLine) {
     bound("udp", 21);
     process(100, "/tmp/evil\n\x1b[2J", {21});

@@ -156,14 +156,18 @@ TEST_F(ImportTest, SaysWhatBecameOfEachFileInJson) {
     options.files.push_back(folder / "\x1b[2Jmissing.log");
     EXPECT_EQ(import("Jul 20 12:00:00 h app: a\n"), EX_NOINPUT);
     const auto line = [this](std::size_t file, const char* rest) {
-        return "\\{\"file\":\"" + folder.path() + (file == 0 ? "/input.log" : "/.u001b.2Jmissing.log") + "\"," + rest;
+        return "\\{\"file\":\"" + folder.path() + (file == 0 ? "/input.log" : "/.u001b.2Jmissing.log") + "\"," +
+               rest;
     };
     EXPECT_THAT(
         answer,
         testing::MatchesRegex(
-            line(0, "\"ok\":true,\"rows\":1,\"split_lines\":0,\"duration_seconds\":[0-9]+\\.[0-9]+,\"error\":null}\n") +
-            line(1, "\"ok\":false,\"rows\":0,\"split_lines\":0,\"duration_seconds\":0\\.000,\"error\":\"cannot "
-                    "read .*: No such file or directory\"}\n")));
+            line(0,
+                 "\"ok\":true,\"rows\":1,\"split_lines\":0,\"duration_seconds\":[0-9]+\\.[0-9]+,\"error\":null}"
+                 "\n") +
+            line(1,
+                 "\"ok\":false,\"rows\":0,\"split_lines\":0,\"duration_seconds\":0\\.000,\"error\":\"cannot "
+                 "read .*: No such file or directory\"}\n")));
     EXPECT_THAT(said, Not(HasSubstr("imported")));
 }
 

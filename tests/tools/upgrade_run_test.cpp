@@ -223,7 +223,8 @@ TEST_F(UpgradeRunTest, SaysInJsonWhatBecameOfEachFile) {
               R"({"type":"file","file":")" + shown +
                   R"(","state":"done","rows":1000,"duration_seconds":T,"old_file":")" + shown +
                   R"(.v1","notice":null,"error":null})"
-                  "\n" R"({"type":"file","file":")" +
+                  "\n"
+                  R"({"type":"file","file":")" +
                   bad + R"(","state":"failed","rows":null,"duration_seconds":T,"old_file":null,"notice":null,)" +
                   R"("error":"cannot convert )" + bad +
                   "\"}\n"
@@ -242,10 +243,13 @@ TEST_F(UpgradeRunTest, SaysInJsonWhatThereIsToDo) {
     EXPECT_EQ(run(), EX_OK);
     EXPECT_THAT(out_, StartsWith(R"({"type":"note","text":")" + folder_.at("new.DB") +
                                  R"( has the current layout already","file":null})"
-                                 "\n" R"({"type":"plan","file":")" +
+                                 "\n"
+                                 R"({"type":"plan","file":")" +
                                  path + R"(","kind":"database","rows":1,"databases":1,"size_bytes":)" + size +
                                  R"(,"needed_bytes":)"));
-    EXPECT_THAT(out_, HasSubstr(R"(,"done_rows":0,"new_file":")" + path + "\"}\n" R"({"type":"volume","folder":")" +
+    EXPECT_THAT(out_, HasSubstr(R"(,"done_rows":0,"new_file":")" + path +
+                                "\"}\n"
+                                R"({"type":"volume","folder":")" +
                                 folder_.path() + R"(","needed_bytes":)"));
     EXPECT_THAT(out_, EndsWith(R"(,"free_bytes":5000000000,"enough":true})"
                                "\n"));

@@ -96,7 +96,8 @@ TEST_P(EventsChosen, AreThoseThatAreAskedFor) {
 
 INSTANTIATE_TEST_SUITE_P(
     Words, EventsChosen,
-    ::testing::Values(EventChoice{"Number", {"-n", "2"}, "11:00 11:30"}, EventChoice{"Since", {"--since", "90m"}, "11:00 11:30"},
+    ::testing::Values(EventChoice{"Number", {"-n", "2"}, "11:00 11:30"},
+                      EventChoice{"Since", {"--since", "90m"}, "11:00 11:30"},
                       EventChoice{"SinceAnInstant", {"--since", "2024-03-09T10:00:00Z"}, "10:00 11:00 11:30"},
                       EventChoice{"Event", {"--event", "archive_failed"}, "10:00"},
                       EventChoice{"NoSuchEvent", {"--event", "junk"}, ""},
@@ -191,9 +192,9 @@ TEST_F(EventsCommand, ShowsWhatStrangersPutThereInASafeWay) {
 }
 
 TEST_F(EventsCommand, FollowsWithTheSameWishes) {
-    fakeStatusMachine().followed = {R"({"time":"2024-03-09T12:00:00Z","event":"archive_failed","text":"x"})", "junk",
-                                    R"({"time":"2024-03-09T12:00:01Z","event":"archive_finished","text":"y"})",
-                                    "junk"};
+    fakeStatusMachine().followed = {
+        R"({"time":"2024-03-09T12:00:00Z","event":"archive_failed","text":"x"})", "junk",
+        R"({"time":"2024-03-09T12:00:01Z","event":"archive_finished","text":"y"})", "junk"};
     EXPECT_EQ(run({"-f", "--failures", "-n", "1"}), 0);
     EXPECT_EQ(out,
               "2024-03-09 11:00:00\tjob_died\tpkg-Ombrel-bsd exit_code=78\n"

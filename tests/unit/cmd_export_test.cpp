@@ -51,7 +51,8 @@ TEST_F(ExportCommand, WritesCsvAndJson) {
         "1970-01-02T00:01:01+00:00,1970-01-02T00:01:01+00:00,err,beta,auth,cron,,,192.0.2.7,"
         "\"two, \"\"quoted\"\"\"\r\n";
     EXPECT_EQ(platform.read("/volume1/out/a.csv"), csv);
-    EXPECT_EQ(command.out, "{\"file\":\"/volume1/out/a.csv\",\"rows\":2,\"bytes\":" + std::to_string(csv.size()) + "}\n");
+    EXPECT_EQ(command.out,
+              "{\"file\":\"/volume1/out/a.csv\",\"rows\":2,\"bytes\":" + std::to_string(csv.size()) + "}\n");
     fakeMachine() = {};
     EXPECT_EQ(command.run({"export", kSecond, "--to", "-", "--format", "ndjson"}), 0);
     EXPECT_EQ(command.out, "") << "all of it went to the output";
@@ -83,21 +84,44 @@ TEST_F(ExportCommand, LeavesNoFileBehindAFailure) {
     const std::string notWritten = std::string("; ") + kOut + " was not written\n";
     const ExportFailure kCases[] = {
         {"no place", {"export", kFirst}, nullptr, 64, "expected --to FILE"},
-        {"two answers", {"export", kFirst, "--to", "-", "--json"}, nullptr, 64, "--json and --to - exclude each other"},
+        {"two answers",
+         {"export", kFirst, "--to", "-", "--json"},
+         nullptr,
+         64,
+         "--json and --to - exclude each other"},
         {"no file", {"export", "/volume1/logs/none.DB", "--to", kOut}, nullptr, 66, "none.DB: No such file"},
-        {"no database", {"export", kFirst, kSecond, "--to", kOut},
-         [](FakePlatform& fake) { fake.database(kSecond)->opens = false; }, 65,
+        {"no database",
+         {"export", kFirst, kSecond, "--to", kOut},
+         [](FakePlatform& fake) { fake.database(kSecond)->opens = false; },
+         65,
          "cannot be read as a log database" + notWritten},
-        {"unreadable rows", {"export", kFirst, "--to", kOut, "--format", "csv"},
-         [](FakePlatform& fake) { fake.failEveryCall("SyslogDBSelect"); }, 65, notWritten},
-        {"no export", {"export", kFirst, "--to", kOut},
-         [](FakePlatform& fake) { fake.failCall("mkstemp"); }, 74, "could not be exported"},
-        {"no room", {"export", kFirst, "--to", kOut},
-         [](FakePlatform& fake) { fake.space["/volume1/out"] = {4096, 1}; }, 74, "too little space at /volume1/out"},
-        {"full", {"export", kFirst, "--to", kOut, "--format", "csv"},
-         [](FakePlatform&) { fakeMachine().outputIsFull = true; }, 74, "No space left on device" + notWritten},
-        {"stopped", {"export", kFirst, "--to", kOut},
-         [](FakePlatform&) { fakeMachine().stopAsked = true; }, 1, "stopped" + notWritten},
+        {"unreadable rows",
+         {"export", kFirst, "--to", kOut, "--format", "csv"},
+         [](FakePlatform& fake) { fake.failEveryCall("SyslogDBSelect"); },
+         65,
+         notWritten},
+        {"no export",
+         {"export", kFirst, "--to", kOut},
+         [](FakePlatform& fake) { fake.failCall("mkstemp"); },
+         74,
+         "could not be exported"},
+        {"no room",
+         {"export", kFirst, "--to", kOut},
+         [](FakePlatform& fake) {
+             fake.space["/volume1/out"] = {4096, 1};
+         },
+         74,
+         "too little space at /volume1/out"},
+        {"full",
+         {"export", kFirst, "--to", kOut, "--format", "csv"},
+         [](FakePlatform&) { fakeMachine().outputIsFull = true; },
+         74,
+         "No space left on device" + notWritten},
+        {"stopped",
+         {"export", kFirst, "--to", kOut},
+         [](FakePlatform&) { fakeMachine().stopAsked = true; },
+         1,
+         "stopped" + notWritten},
     };
     for (const ExportFailure& one : kCases) {
         SCOPED_TRACE(one.name);

@@ -250,12 +250,12 @@ TEST_P(RuleCommandRefuses, InOneLineBeforeAnythingIsDone) {
 std::string seeHelp(const std::string& what, const std::string& verb) {
     return what + "; ombrel rule" + (verb.empty() ? "" : " " + verb) + " --help says more";
 }
-const std::string kVerbs = "list, show, check, add, set, rename, delete, enable or disable";
+const std::string kRuleVerbs = "list, show, check, add, set, rename, delete, enable or disable";
 
 INSTANTIATE_TEST_SUITE_P(
     Words, RuleCommandRefuses,
     ::testing::Values(
-        Refusal{"Nothing", {}, seeHelp("expected a command: " + kVerbs, "")},
+        Refusal{"Nothing", {}, seeHelp("expected a command: " + kRuleVerbs, "")},
         Refusal{"TooMuchToList", {"list", "lamp"}, seeHelp("one word too many: \"lamp\"", "list")},
         Refusal{"NothingToShow", {"show"}, seeHelp("its word NAME is missing", "show")},
         Refusal{"TooMuchToShow", {"show", "lamp", "x"}, seeHelp("one word too many: \"x\"", "show")},
@@ -264,7 +264,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refusal{"NoNewName", {"rename", "lamp"}, seeHelp("its word NEW is missing", "rename")},
         Refusal{"NothingToDelete", {"delete"}, seeHelp("its word NAME is missing", "delete")},
         Refusal{"NothingToDisable", {"disable"}, seeHelp("its word NAME is missing", "disable")},
-        Refusal{"OtherVerb", {"remove", "lamp"}, seeHelp("no command \"remove\"; expected " + kVerbs, "")},
+        Refusal{"OtherVerb", {"remove", "lamp"}, seeHelp("no command \"remove\"; expected " + kRuleVerbs, "")},
         Refusal{"OnlyForce", {"set", "lamp", "--force"}, seeHelp("its word KEY=VALUE is missing", "set")},
         Refusal{"ForceOfRename", {"rename", "lamp", "x", "--force"}, seeHelp("no option \"--force\"", "rename")},
         Refusal{"WordOfAdd", {"add", "roof", "514"}, "\"514\" is not KEY=VALUE"},

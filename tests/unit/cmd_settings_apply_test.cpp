@@ -13,7 +13,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
-constexpr const char* kFile = "/root/settings.txt";
+constexpr const char* kSettingsInput = "/root/settings.txt";
 
 class SettingsApply : public SettingsUpdateTest {
 protected:
@@ -72,13 +72,13 @@ Lines stepsTold(const std::string& text) {
     return steps;
 }
 
-struct DryRun {
+struct PlannedRun {
     std::string name;
     Lines words;
     Lines told;  ///< beside the steps
 };
 
-class SettingsDryRun : public SettingsApply, public ::testing::WithParamInterface<DryRun> {};
+class SettingsDryRun : public SettingsApply, public ::testing::WithParamInterface<PlannedRun> {};
 
 TEST_P(SettingsDryRun, TellsWhatIsDoneThenInTheSameOrder) {
     platform.jobs[kRuleJob] = 1;
@@ -100,22 +100,22 @@ TEST_P(SettingsDryRun, TellsWhatIsDoneThenInTheSameOrder) {
     EXPECT_EQ(stepsTold(told), stepsTaken());
 }
 
-const std::string kArchives = "would archive " + kLocalDb + " (3 rows)";
+const std::string kPlannedArchive = "would archive " + kLocalDb + " (3 rows)";
 
 INSTANTIATE_TEST_SUITE_P(
     Changes, SettingsDryRun,
     ::testing::Values(
-        DryRun{"Nothing", {"server_port=5140"}, {"would start syslog-notify"}},
-        DryRun{"Port",
-               {"server_port=1514"},
-               {"server_port: \"5140\" -> \"1514\"", "would close port 5140/udp", "would open port 1514/udp"}},
-        DryRun{"OneOff", {"bsd_enable=0"}, {"bsd_enable: \"1\" -> \"0\""}},
-        DryRun{"SharedPort",
-               {"server_port=6514", "server_trans=udp", "server_ietf_trans=udp", "server_ietf_ssl=0"},
-               {"would close port 5140/udp", "would close port 6514/tcp", "would open port 6514/udp"}},
-        DryRun{"Storage", {"arch_count=7"}, {kArchives}},
-        DryRun{"LocalArchivingOff", {"localarchive_enable=0"}, {kArchives}},
-        DryRun{"Both", {"arch_count=7", "server_ietf_port=6515", "ietf_enable=0"}, {kArchives}}),
+        PlannedRun{"Nothing", {"server_port=5140"}, {"would start syslog-notify"}},
+        PlannedRun{"Port",
+                   {"server_port=1514"},
+                   {"server_port: \"5140\" -> \"1514\"", "would close port 5140/udp", "would open port 1514/udp"}},
+        PlannedRun{"OneOff", {"bsd_enable=0"}, {"bsd_enable: \"1\" -> \"0\""}},
+        PlannedRun{"SharedPort",
+                   {"server_port=6514", "server_trans=udp", "server_ietf_trans=udp", "server_ietf_ssl=0"},
+                   {"would close port 5140/udp", "would close port 6514/tcp", "would open port 6514/udp"}},
+        PlannedRun{"Storage", {"arch_count=7"}, {kPlannedArchive}},
+        PlannedRun{"LocalArchivingOff", {"localarchive_enable=0"}, {kPlannedArchive}},
+        PlannedRun{"Both", {"arch_count=7", "server_ietf_port=6515", "ietf_enable=0"}, {kPlannedArchive}}),
     CaseName());
 
 TEST_F(SettingsApply, ADryRunAnswersInJson) {
@@ -162,28 +162,29 @@ TEST_F(SettingsApply, ADryRunTellsWhatWouldBeRefused) {
 
 TEST_F(SettingsApply, WhatShowPrintsChangesNothing) {
     EXPECT_EQ(run({"show"}), 0);
-    platform.addFile(kFile, out);
-    EXPECT_EQ(run({"diff", kFile}), 0);
+    platform.addFile(kSettingsInput, out);
+    EXPECT_EQ(run({"diff", kSettingsInput}), 0);
     EXPECT_EQ(out + err, "");
-    EXPECT_EQ(run({"diff", kFile, "--json"}), 0);
+    EXPECT_EQ(run({"diff", kSettingsInput, "--json"}), 0);
     EXPECT_EQ(out, "{\"same\":true,\"changes\":[]}\n");
-    EXPECT_EQ(run({"apply", kFile}), 0);
+    EXPECT_EQ(run({"apply", kSettingsInput}), 0);
     EXPECT_EQ(out + err, "");
     EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), 0);
 }
 
 TEST_F(SettingsApply, AFileIsComparedAndAppliedAsOneChange) {
-    platform.addFile(kFile, "# of the branch office\nserver_port = 1514\n\narch_count=\"7\"\nbsd_enable=\"0\"\n");
-    EXPECT_EQ(run({"diff", kFile}), 1);
+    platform.addFile(kSettingsInput,
+                     "# of the branch office\nserver_port = 1514\n\narch_count=\"7\"\nbsd_enable=\"0\"\n");
+    EXPECT_EQ(run({"diff", kSettingsInput}), 1);
     EXPECT_EQ(out,
               "bsd_enable: \"1\" -> \"0\"\nserver_port: \"5140\" -> \"1514\"\narch_count: \"5000\" -> \"7\"\n");
-    EXPECT_EQ(run({"diff", kFile, "--json"}), 1);
+    EXPECT_EQ(run({"diff", kSettingsInput, "--json"}), 1);
     EXPECT_EQ(out, R"({"same":false,"changes":[{"key":"bsd_enable","old":true,"new":false},)"
                    R"({"key":"server_port","old":5140,"new":1514},{"key":"arch_count","old":5000,"new":7}]})"
                    "\n");
-    EXPECT_EQ(run({"apply", "--dry-run", kFile}), 0);
+    EXPECT_EQ(run({"apply", "--dry-run", kSettingsInput}), 0);
     EXPECT_EQ(platform.calls.count("VLIBServicectlJobStop"), 0);
-    EXPECT_EQ(run({"apply", kFile}), 0);
+    EXPECT_EQ(run({"apply", kSettingsInput}), 0);
     EXPECT_EQ(out, "bsd_enable=\"0\"\nserver_port=\"1514\"\narch_count=\"7\"\n");
     EXPECT_EQ(
         platform.read(kServerConf),
@@ -192,46 +193,48 @@ TEST_F(SettingsApply, AFileIsComparedAndAppliedAsOneChange) {
     EXPECT_EQ(fakeMachine().turnsTaken, 1);
 }
 
-struct WrongFile {
+struct WrongSettingsFile {
     std::string name;
     std::string text;
     std::string complaint;
 };
 
-class SettingsFile : public SettingsApply, public ::testing::WithParamInterface<WrongFile> {};
+class SettingsFile : public SettingsApply, public ::testing::WithParamInterface<WrongSettingsFile> {};
 
 TEST_P(SettingsFile, IsRefusedByLineBeforeAnythingIsDone) {
-    platform.addFile(kFile, GetParam().text);
-    for (const Lines& words : {Lines{"diff", kFile}, Lines{"apply", kFile}}) {
+    platform.addFile(kSettingsInput, GetParam().text);
+    for (const Lines& words : {Lines{"diff", kSettingsInput}, Lines{"apply", kSettingsInput}}) {
         EXPECT_EQ(run(words), 65);
         EXPECT_EQ(out, "");
-        EXPECT_EQ(err, std::string("ombrel: ") + kFile + GetParam().complaint + "\n");
+        EXPECT_EQ(err, std::string("ombrel: ") + kSettingsInput + GetParam().complaint + "\n");
     }
     EXPECT_EQ(fakeMachine().turnsTaken, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Lines, SettingsFile,
-    ::testing::Values(
-        WrongFile{"Key", "arch_count=1\njunk=\"1\"\n", ":2: no setting \"junk\"; ombrel settings show lists them"},
-        WrongFile{"Escape", "\x1b[2J=1\n", ":1: no setting \"\\x1b[2J\"; ombrel settings show lists them"},
-        WrongFile{"NoLine", "# x\n\nserver_port\n", ":3: expected KEY=\"VALUE\""},
-        WrongFile{"Twice", "arch_count=1\n#\narch_count=1\n", ":3: arch_count is given twice, first on line 1"},
-        WrongFile{"Value", "server_port=\"70000\"\n",
-                  ":1: server_port=\"70000\": expected a port from 1 to 65535"}),
+    ::testing::Values(WrongSettingsFile{"Key", "arch_count=1\njunk=\"1\"\n",
+                                        ":2: no setting \"junk\"; ombrel settings show lists them"},
+                      WrongSettingsFile{"Escape", "\x1b[2J=1\n",
+                                        ":1: no setting \"\\x1b[2J\"; ombrel settings show lists them"},
+                      WrongSettingsFile{"NoLine", "# x\n\nserver_port\n", ":3: expected KEY=\"VALUE\""},
+                      WrongSettingsFile{"Twice", "arch_count=1\n#\narch_count=1\n",
+                                        ":3: arch_count is given twice, first on line 1"},
+                      WrongSettingsFile{"Value", "server_port=\"70000\"\n",
+                                        ":1: server_port=\"70000\": expected a port from 1 to 65535"}),
     CaseName());
 
 TEST_F(SettingsApply, AFileThatCannotBeReadIsTold) {
-    EXPECT_EQ(run({"apply", kFile}), 66);
-    EXPECT_EQ(err, std::string("ombrel: ") + kFile + ": No such file or directory\n");
-    platform.addFolder(kFile);
-    EXPECT_EQ(run({"diff", kFile}), 66);
-    EXPECT_EQ(err, std::string("ombrel: ") + kFile + ": Is a directory\n");
+    EXPECT_EQ(run({"apply", kSettingsInput}), 66);
+    EXPECT_EQ(err, std::string("ombrel: ") + kSettingsInput + ": No such file or directory\n");
+    platform.addFolder(kSettingsInput);
+    EXPECT_EQ(run({"diff", kSettingsInput}), 66);
+    EXPECT_EQ(err, std::string("ombrel: ") + kSettingsInput + ": Is a directory\n");
 }
 
 TEST_F(SettingsApply, AFileIsRefusedForSettingsThatCannotBeTogether) {
-    platform.addFile(kFile, "server_ssl=1\n");
-    EXPECT_EQ(run({"apply", kFile}), 64);
+    platform.addFile(kSettingsInput, "server_ssl=1\n");
+    EXPECT_EQ(run({"apply", kSettingsInput}), 64);
     EXPECT_EQ(err, "ombrel: server_ssl=1 needs server_trans=tcp: TLS runs over TCP\n");
 }
 

@@ -45,7 +45,7 @@ protected:
     CommandLineRun command;
 };
 
-const std::string kGood =
+const std::string kGoodSettings =
     "ok\tserver_port\tport 5140/udp is free\t-\n"
     "ok\tserver_ietf_port\tport 6514/tcp is free\t-\n"
     "ok\tserver_ca_file\tkey and certificate are readable, belong together and are valid now\t-\n"
@@ -54,7 +54,7 @@ const std::string kGood =
 
 TEST_F(SettingsCheck, OfAGoodMachineIsGood) {
     EXPECT_EQ(run({"check"}), 0);
-    EXPECT_EQ(command.out, kGood);
+    EXPECT_EQ(command.out, kGoodSettings);
     EXPECT_EQ(command.err, "");
 }
 
@@ -177,13 +177,13 @@ TEST_F(SettingsCheck, WantsRoomForTheWorkingDatabases) {
 
 // ---- changes
 
-struct Refused {
+struct RefusedSettings {
     std::string name;
     Lines words;
     std::string complaint;
 };
 
-class SettingsChangeIsRefused : public SettingsCheck, public ::testing::WithParamInterface<Refused> {};
+class SettingsChangeIsRefused : public SettingsCheck, public ::testing::WithParamInterface<RefusedSettings> {};
 
 TEST_P(SettingsChangeIsRefused, UnlessItIsForced) {
     platform.conflicts = {"1514/udp", "1515/udp"};
@@ -205,26 +205,28 @@ const std::string kTlsRefusal =
 INSTANTIATE_TEST_SUITE_P(
     Changes, SettingsChangeIsRefused,
     ::testing::Values(
-        Refused{"Port",
-                {"server_port=1514", "ietf_enable=0"},
-                "server_port=\"1514\": port 1514/udp is declared by another rule or service or held by another "
-                "program, expected a port that nobody else has declared or holds"},
-        Refused{"Certificate", {"server_ca_key=/k"}, kTlsRefusal},
-        Refused{"CertificateThatIsReadAgain", {"arch_count=7"}, kTlsRefusal},
-        Refused{
+        RefusedSettings{
+            "Port",
+            {"server_port=1514", "ietf_enable=0"},
+            "server_port=\"1514\": port 1514/udp is declared by another rule or service or held by another "
+            "program, expected a port that nobody else has declared or holds"},
+        RefusedSettings{"Certificate", {"server_ca_key=/k"}, kTlsRefusal},
+        RefusedSettings{"CertificateThatIsReadAgain", {"arch_count=7"}, kTlsRefusal},
+        RefusedSettings{
             "Folder",
             {"arch_dest=/none", "ietf_enable=0"},
             "arch_dest=\"/none\": No such file or directory, expected a folder on a local file system that can "
             "be written to"},
-        Refused{"Share",
-                {"server_db_loc=none", "arch_count=7", "ietf_enable=0"},
-                "server_db_loc=\"none\": there is no such share, expected a share on a local file system; ombrel "
-                "storage shares lists them"},
-        Refused{"Several",
-                {"arch_dest=/none", "server_ca_key=/k"},
-                kTlsRefusal +
-                    "; arch_dest=\"/none\": No such file or directory, expected a folder on a local file "
-                    "system that can be written to"}),
+        RefusedSettings{
+            "Share",
+            {"server_db_loc=none", "arch_count=7", "ietf_enable=0"},
+            "server_db_loc=\"none\": there is no such share, expected a share on a local file system; ombrel "
+            "storage shares lists them"},
+        RefusedSettings{"Several",
+                        {"arch_dest=/none", "server_ca_key=/k"},
+                        kTlsRefusal +
+                            "; arch_dest=\"/none\": No such file or directory, expected a folder on a local file "
+                            "system that can be written to"}),
     CaseName());
 
 TEST_F(SettingsCheck, AChangeIsLookedAtOnlyAsFarAsItGoes) {
@@ -266,7 +268,7 @@ TEST_F(SettingsCheck, AWarningStopsNothing) {
 // ---- every call in turn
 
 /// Exit code and the first words of each line that is not "ok".
-std::string outcome(const Lines& words) {
+std::string checkOutcome(const Lines& words) {
     CommandLineRun command;
     const int exitCode = command.runBelow("settings", words);
     std::string text = std::to_string(exitCode);
@@ -295,7 +297,7 @@ std::map<std::string, std::string> checkOutcomes() {
     return outcomes;
 }
 
-const Operation kCheckInTurn = {"SettingsCheck", prepareGoodMachine, [] { return outcome({"check"}); }, "0",
+const Operation kCheckInTurn = {"SettingsCheck", prepareGoodMachine, [] { return checkOutcome({"check"}); }, "0",
                                 checkOutcomes()};
 
 INSTANTIATE_TEST_SUITE_P(SettingsCommands, FailureSweep, ::testing::Values(kCheckInTurn), operationName);

@@ -43,8 +43,8 @@ protected:
         Lines found;
         std::size_t from = 0;
         for (std::size_t end = 0; (end = command.out.find('\n', from)) != std::string::npos; from = end + 1)
-            found.push_back(command.out.substr(command.out.rfind('\t', end) + 1,
-                                               end - command.out.rfind('\t', end) - 1));
+            found.push_back(
+                command.out.substr(command.out.rfind('\t', end) + 1, end - command.out.rfind('\t', end) - 1));
         return found;
     }
 
@@ -176,8 +176,7 @@ TEST_F(TailCommand, ReadsDatabasesThatCameAndWereArchivedMeanwhile) {
                },
                [&](FollowWake& wake) { wake.grown.insert(kDest); }});
     EXPECT_EQ(command.run({"tail", "-f"}), 0);
-    EXPECT_EQ(messages(),
-              Lines({"1", "last of .DB", "first behind .DB", "last of _1.DB", "first behind _2.DB"}));
+    EXPECT_EQ(messages(), Lines({"1", "last of .DB", "first behind .DB", "last of _1.DB", "first behind _2.DB"}));
     EXPECT_EQ(command.err, "ombrel: " + third +
                                ": archived and packed before its rows could be read; ombrel search shows them\n");
 }
@@ -193,7 +192,8 @@ TEST_F(TailCommand, FindsNewHostsAndFollowsTheSettings) {
                    wake.grown.insert(std::string(kDest) + "/router");
                },
                [&](FollowWake& wake) {
-                   addRow(platform.addDatabase("/volume1/other/VESKSYSLOGDB__ARCH.DB", emptyLogs()), 3, "elsewhere");
+                   addRow(platform.addDatabase("/volume1/other/VESKSYSLOGDB__ARCH.DB", emptyLogs()), 3,
+                          "elsewhere");
                    settings({{"arch_by_device", "0"}, {"arch_dest", "/volume1/other"}});
                    wake.settings = true;
                }});

@@ -12,17 +12,17 @@ namespace ombrel::test {
 
 namespace {
 
-constexpr const char* kPath = "/volume1/logs/x.DB";
-constexpr const char* kQuestion = "PRAGMA quick_check(1)";
+constexpr const char* kCheckedDatabase = "/volume1/logs/x.DB";
+constexpr const char* kCheckStatement = "PRAGMA quick_check(1)";
 
 class CheckDatabase : public PlatformTest {
 protected:
     std::string check() {
-        const DatabaseCheck found = checkDatabase(kPath);
+        const DatabaseCheck found = checkDatabase(kCheckedDatabase);
         const char* states[] = {"good", "damaged", "unknown"};
         return states[static_cast<int>(found.state)] + (found.what.empty() ? "" : ": " + found.what);
     }
-    void answer(const std::string& text) { platform.sqlRows[kQuestion] = {{{"quick_check", text}}}; }
+    void answer(const std::string& text) { platform.sqlRows[kCheckStatement] = {{{"quick_check", text}}}; }
     void failWith(const std::string& call, int code) {
         platform.calls.onFailure = [this, code] { platform.error.code = code; };
         platform.failCall(call);
@@ -30,17 +30,17 @@ protected:
 };
 
 TEST_F(CheckDatabase, IsWhatTheDatabaseSaysOfItself) {
-    platform.addDatabase(kPath);
+    platform.addDatabase(kCheckedDatabase);
     answer("ok");
     EXPECT_EQ(check(), "good");
     answer("row 3 missing from index");
     EXPECT_EQ(check(), "damaged: row 3 missing from index");
-    platform.sqlRows[kQuestion] = {};
+    platform.sqlRows[kCheckStatement] = {};
     EXPECT_EQ(check(), "unknown: its check gives no answer");
 }
 
 TEST_F(CheckDatabase, TellsDamageFromWhatCannotBeTold) {
-    platform.addDatabase(kPath);
+    platform.addDatabase(kCheckedDatabase);
     answer("ok");
     failWith("VESKDBConnect", fromSqlite(26));
     EXPECT_EQ(check(), "damaged: it is no database");

@@ -11,7 +11,10 @@
 #include "tools/ombrel/answer.h"
 #include "tools/ombrel/exec_program.h"
 #include "tools/ombrel/folder_listing.h"
+#include "tools/ombrel/interrupt.h"
+#include "tools/ombrel/search_zip.h"
 #include "tools/ombrel/turn.h"
+#include "tools/ombrel/worker_count.h"
 
 namespace ombrel {
 
@@ -82,6 +85,42 @@ int execProgram(const std::string& path, const std::vector<std::string>& words) 
     auto& program = test::fakeMachine().executed.back();
     program.insert(program.end(), words.begin(), words.end());
     return test::fakeMachine().execResult;
+}
+
+struct Interrupt::Watch {};
+
+Interrupt::Interrupt(std::function<void()> onSignal) {
+    if (test::fakeMachine().interruptedBy != 0) onSignal();
+}
+
+Interrupt::~Interrupt() = default;
+
+int Interrupt::signal() const {
+    return test::fakeMachine().interruptedBy;
+}
+
+struct ZipScratch::Folders {};
+
+ZipScratch::ZipScratch() = default;
+ZipScratch::~ZipScratch() = default;
+
+Unpacked ZipScratch::unpack(const std::string& zip, std::size_t number, const std::function<bool()>& /*goesOn*/) {
+    const auto& databases = test::fakeMachine().zipped[zip];
+    test::fakeMachine().unpacked.push_back(zip);
+    Unpacked unpacked;
+    unpacked.isLast = number + 1 >= databases.size();
+    if (number < databases.size()) {
+        unpacked.path = std::make_shared<std::string>(databases[number]);
+        unpacked.bytes = 1;
+    } else {
+        unpacked.error = zip + ": damaged";
+    }
+    return unpacked;
+}
+
+// The recording platform is for one thread.
+unsigned workerCount() {
+    return 1;
 }
 
 int Turn::take() {

@@ -5,13 +5,13 @@
 // recording platform.
 #pragma once
 
-#include <set>
-#include "tests/unit/fake_machine_checks.h"
 #include <functional>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
 
+#include "tests/unit/fake_machine_checks.h"
 #include "tools/ombrel/follow_watch.h"
 
 namespace ombrel::test {
@@ -30,6 +30,10 @@ struct FakeMachine {
     std::vector<std::vector<std::string>> executed;  ///< path and words of the programs that took over
     int execResult = 0;                              ///< the exit code of such a program
 
+    /// What is in ZIP files: the paths of databases, by the path of the file.
+    std::map<std::string, std::vector<std::string>> zipped;
+    std::vector<std::string> unpacked;  ///< paths of ZIP files, in order
+    int interruptedBy = 0;              ///< the signal that comes
     /// What happens while somebody who follows files waits; without it he is asked to stop.
     std::function<FollowWake()> whileWaiting;
     std::set<std::string> watchedFolders;

@@ -62,7 +62,7 @@ std::optional<OpenScratch> openScratch() {
     return std::nullopt;
 }
 
-void failAllWrites() {
+void failAllWrites(bool /*wanted*/) {
 }
 
 void removeScratch(const std::string& path) {

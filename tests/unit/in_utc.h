@@ -19,9 +19,12 @@ public:
         set("UTC0");
     }
     ~InUtc() {
-        if (before_) return set(before_->c_str());
-        (void)::unsetenv("TZ");
-        ::tzset();
+        if (before_) {
+            set(before_->c_str());
+        } else {
+            (void)::unsetenv("TZ");
+            ::tzset();
+        }
     }
     InUtc(const InUtc&) = delete;
     InUtc& operator=(const InUtc&) = delete;

@@ -71,7 +71,8 @@ std::string openOutput(const ExportWords& words, const std::vector<LogFile>& fil
     const std::string folder = folderOf(words.to);
     if (std::string wrong = output.open(words.to, words.force); !wrong.empty()) return wrong;
     if (IsVolumeSpaceEnough(folder, room)) return {};
-    return "too little space at " + folder + ": about " + sizeText(room) + " needed; free some space, or name another folder";
+    return "too little space at " + folder + ": about " + sizeText(room) +
+           " needed; free some space, or name another folder";
 }
 
 int exportTo(const Context& context, const ExportWords& words) {
@@ -81,7 +82,8 @@ int exportTo(const Context& context, const ExportWords& words) {
     if (const int code = findFiles(words.paths, files)) return code;
     if (!takeStopSignals()) return complain(1, std::string("no signals: ") + std::strerror(errno));
     OutputFile output;
-    if (const std::string wrong = openOutput(words, files, output); !wrong.empty()) return complain(EX_IOERR, wrong);
+    if (const std::string wrong = openOutput(words, files, output); !wrong.empty())
+        return complain(EX_IOERR, wrong);
     Progress progress(context.err, "exporting", "");
     const ExportEnd end = exportDatabases(files, formatOf(words), output, progress);
     progress.clear();
@@ -98,12 +100,14 @@ void addExportCommand(Command& root) {
     auto words = std::make_shared<ExportWords>();
     root.add("export", "write all rows of databases to a file")
         .describe(
-            "The databases are put behind each other in the order given, each oldest row first. FILE is there whole or "
-            "not at all. txt is the text export of the archives, byte for byte: date, time, severity, host, facility, "
+            "The databases (those of a ZIP file in their order) are put behind each other in the order given, "
+            "each oldest row first. FILE is there whole or "
+            "not at all. txt is the text export of the archives, byte for byte: date, time, severity, host, "
+            "facility, "
             "program and message between tabs, as they were sent. In csv (RFC 4180) and ndjson (an object a line) "
             "control characters are escaped. Without --format the end of FILE decides (.csv, .ndjson, .jsonl), "
             "otherwise it is txt. With --json the answer is an object with file, rows and bytes.")
-        .words("PATH", words->paths, "a log database", true, WordKind::kPath)
+        .words("PATH", words->paths, "a log database, or a ZIP file with databases in it", true, WordKind::kPath)
         .text("--to", "FILE", words->to, "where to; - is standard output")
         .choice("--format", {&words->format, {"txt", "csv", "ndjson"}}, "what FILE is to be")
         .flag("--force", words->force, "replace FILE when it is there already")

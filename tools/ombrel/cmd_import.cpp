@@ -41,8 +41,10 @@ void addImportCommand(Command& root) {
     auto words = std::make_shared<ImportWords>();
     root.add("import", "store the messages of log files in the working database")
         .describe(
-            "Each line of a file is one message, in any format that devices send. It is stored under its own time, "
-            "while the receivers and the log writer may go on. Importing a file again stores its messages again. A "
+            "Each line of a file is one message, in any format that devices send. It is stored under its own "
+            "time, "
+            "while the receivers and the log writer may go on. Importing a file again stores its messages again. "
+            "A "
             "file that fails does not stop the others. With --json a line for each file: file, ok, rows, "
             "split_lines, duration_seconds and error, which is null when ok.")
         .words("FILE", words->files, "a log file; - is standard input", true, WordKind::kPath)

@@ -50,7 +50,8 @@ int stats(const Context& context, const StatsWords& words) {
     const LogFiles found = findLogFiles(archiver, placesOf(words.in));
     const StatsBy by = statsByOf(words.by);
     Progress progress(context.err, "counting", "rows");
-    StatsResult result = countFiles(filesBetween(found.files, filter), {by, filter, !words.filter.regex.empty()}, progress);
+    StatsResult result =
+        countFiles(filesBetween(found.files, filter), {by, filter, !words.filter.regex.empty()}, progress);
     const int exitCode = complainOf(result.failed, complainOf(found.notes, 0));
     const StatsAnswer answer = statsAnswer(std::move(result), by, words.by, static_cast<std::size_t>(words.limit));
     return endOfOutput(say(statsText(answer, context)), exitCode);
@@ -63,10 +64,13 @@ void addStatsCommand(Command& root) {
     Command& command = root.add("stats", "count rows by host, program, severity, hour or day");
     command
         .describe(
-            "Counts are shown largest first, hours and days in their order. Elsewhere than on a terminal each line "
-            "is a name and a number with a tab between them. Of more than 100,000 names those with the fewest rows "
+            "Counts are shown largest first, hours and days in their order. Elsewhere than on a terminal each "
+            "line "
+            "is a name and a number with a tab between them. Of more than 100,000 names those with the fewest "
+            "rows "
             "are summed as others.")
-        .choice("--by", {&words->by, {"host", "program", "severity", "hour", "day"}}, "what rows have in common (host)")
+        .choice("--by", {&words->by, {"host", "program", "severity", "hour", "day"}},
+                "what rows have in common (host)")
         .choice("--in", {&words->in, {"live", "archives", "all"}},
                 "the databases that are written to now, the archives, or both (all)")
         .number("--limit", "N", {&words->limit, 1, INT_MAX},

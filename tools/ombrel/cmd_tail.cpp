@@ -72,7 +72,8 @@ void addTailCommand(Command& root) {
     Command& command = root.add("tail", "show the last rows, and with -f those that come");
     command
         .describe(
-            "The last rows of all working databases, oldest first. With -f it goes on with each row that is stored, "
+            "The last rows of all working databases, oldest first. With -f it goes on with each row that is "
+            "stored, "
             "also while databases are archived and new ones begin, until Ctrl-C, which is exit code 0. Rows are "
             "stored a moment after they came, at the latest after system_flush_timeout seconds.")
         .optionalWord("TEXT", words->filter.text, "in the message, in any case of letters")

@@ -25,7 +25,8 @@ struct UpgradeWords {
 
 int upgrade(const Context& context, const UpgradeWords& words) {
     if (words.all == !words.paths.empty()) {
-        return complain(EX_USAGE, "expected either --all or the paths of databases; ombrel upgrade --help says more");
+        return complain(EX_USAGE,
+                        "expected either --all or the paths of databases; ombrel upgrade --help says more");
     }
     std::vector<std::string> passed;
     if (words.all) passed.emplace_back("--all");
@@ -44,9 +45,11 @@ void addUpgradeCommand(Command& root) {
     auto words = std::make_shared<UpgradeWords>();
     root.add("upgrade", "convert databases of the old layout")
         .describe(
-            "Converts log databases of the old layout (version 1) to the current one, row by row. The old file stays "
+            "Converts log databases of the old layout (version 1) to the current one, row by row. The old file "
+            "stays "
             "beside the new one as NAME.v1. May be ended at any moment: run again, it goes on where it was. With "
-            "--json an object a line; its member \"type\" is \"file\", \"plan\", \"volume\", \"note\" or \"summary\", and "
+            "--json an object a line; its member \"type\" is \"file\", \"plan\", \"volume\", \"note\" or "
+            "\"summary\", and "
             "ombrel-upgrade --help lists the members of each.")
         .words("PATH", words->paths, "a database; with --zip also a ZIP file with databases in it", false,
                WordKind::kPath)

@@ -16,6 +16,7 @@ Command ombrelCommands() {
     addRetentionCommand(root);
     addRuleCommand(root);
     addScheduleCommand(root);
+    addSearchCommand(root);
     addSettingsCommand(root);
     addStatsCommand(root);
     addStatusCommand(root);

@@ -150,7 +150,7 @@ Findings checkFirewall() {
     }
     if (keptOut.empty()) return {{kOk, name, "it lets in all declared ports", ""}};
     return {{kWrong, name, "it keeps out declared ports: " + keptOut,
-             "restart a receiver, such as by ombrel job restart pkg-Ombrel-bsd: it takes them up"}};
+             "ombrel job restart pkg-Ombrel-custrule takes them up"}};
 }
 
 Findings checkPermissions(const SettingsRecord* record) {

@@ -115,7 +115,8 @@ EventHistory readEventHistory(const std::string& path, const EventQuery& query,
     std::array<OpenedFile, 2> files;
     const std::array<std::string, 2> paths = {path, path + ".1"};
     for (std::size_t i = 0; i < files.size(); ++i) {
-        if (const int error = openFile(paths[i], files[i]); error != 0 && history.error == 0) history.error = error;
+        if (const int error = openFile(paths[i], files[i]); error != 0 && history.error == 0)
+            history.error = error;
     }
     if (files[0].file && files[0].inode == files[1].inode) files[1].file.reset();
     for (OpenedFile& opened : files) {

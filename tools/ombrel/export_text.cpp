@@ -54,9 +54,12 @@ public:
         while (!done_.wait_for(lock, kBetween, [this] { return isDone_; })) {
             if (const auto scratch = openScratch()) scratch_ = scratch;
             progress.showBytes(scratch_ ? scratch_->bytes : 0);
-            if (stopAsked() && !isEnded) failAllWrites();
-            isEnded = stopAsked();
+            if (stopAsked() && !isEnded) {
+                isEnded = true;
+                failAllWrites(true);
+            }
         }
+        if (isEnded) failAllWrites(false);
         return result_;
     }
 
@@ -125,8 +128,8 @@ std::optional<ExportEnd> tryOnce(const std::string& name, const HeldFile& held, 
 
 }  // namespace
 
-// The pages of one database are asked for by its path: of one that is archived meanwhile it is begun again under the
-// new name.
+// The pages of one database are asked for by its path: of one that is archived meanwhile it is begun again under
+// the new name.
 ExportEnd exportText(const std::string& path, OutputFile& output, ExportProgress& progress) {
     const std::string absolute = std::filesystem::absolute(path);
     HeldFile held;

@@ -86,7 +86,7 @@ private:
 
     Fd folders_;
     FileWatch settings_;
-    std::map<int, std::string> names_;                     // of the folders, by watch
+    std::map<int, std::string> names_;                      // of the folders, by watch
     std::pair<std::uint32_t, std::string> movedFrom_ = {};  // the two events of a move follow each other
 };
 

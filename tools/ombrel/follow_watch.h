@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// What somebody who follows files as they grow waits for: changes of files in folders, a change of the settings, and
-// to be asked to end.
+// What somebody who follows files as they grow waits for: changes of files in folders, a change of the settings,
+// and to be asked to end.
 #pragma once
 
 #include <memory>
@@ -14,9 +14,9 @@
 namespace ombrel {
 
 struct FollowWake {
-    bool stop = false;      ///< asked to end, or nobody reads the output any more
-    bool settings = false;  ///< the settings may have changed
-    bool missed = false;    ///< more happened than could be kept: anything may have changed
+    bool stop = false;              ///< asked to end, or nobody reads the output any more
+    bool settings = false;          ///< the settings may have changed
+    bool missed = false;            ///< more happened than could be kept: anything may have changed
     std::set<std::string> grown;    ///< folders with a file that was written to
     std::set<std::string> entries;  ///< folders with a file that came or went
     /// Files that were given another name, from one watched folder to another, in the order in which it happened.
@@ -30,8 +30,8 @@ public:
     FollowWatch& operator=(const FollowWatch&) = delete;
     virtual ~FollowWatch() = default;
 
-    /// From now on, also when it was asked for already. Of a folder that is not there yet the nearest one above it is
-    /// watched. False with errno set.
+    /// From now on, also when it was asked for already. Of a folder that is not there yet the nearest one above it
+    /// is watched. False with errno set.
     virtual bool watch(const std::string& folder) = 0;
     /// Waits, without a limit, until something has happened.
     virtual FollowWake wait() = 0;

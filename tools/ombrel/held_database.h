@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// One database that is read to its end whatever becomes of it. When it is archived in between, the rest of it is read
-// under the name that it has got, and once that is gone as well, from the file itself, which is held open.
+// One database that is read to its end whatever becomes of it. When it is archived in between, the rest of it is
+// read under the name that it has got, and once that is gone as well, from the file itself, which is held open.
 #pragma once
 
 #include <memory>
@@ -29,9 +29,7 @@ public:
     /// stretches (0: all that there are). kEnd: there are no more now, see isFinished().
     LogReader::End read(const LogReader::Sink& sink, unsigned stretches = 0);
     /// Rows looked at by read(), wanted or not, as near as ids tell.
-    [[nodiscard]] unsigned long long rowsPassed() const {
-        return passed_ + (reader_ ? reader_->rowsPassed() : 0);
-    }
+    [[nodiscard]] unsigned long long rowsPassed() const { return passed_ + (reader_ ? reader_->rowsPassed() : 0); }
 
     /// Whether it was moved away, or removed, and read to its end: no further row comes.
     [[nodiscard]] bool isFinished() const { return isFinished_; }
@@ -56,7 +54,7 @@ private:
     HeldFile file_;
     std::unique_ptr<TemporaryCopy> copy_;
     std::optional<LogReader> reader_;
-    long long position_ = 0;  // the id up to which rows are done with, while there is no reader
+    long long position_ = 0;         // the id up to which rows are done with, while there is no reader
     unsigned long long passed_ = 0;  // by readers before this one
     bool isFinished_ = false;
     std::string error_;

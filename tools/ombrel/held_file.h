@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 // SPDX-FileCopyrightText: the Ombrel authors
 //
-// A file that is held open, so that it can be found again whatever it is called later, and read even when it has no
-// name any more.
+// A file that is held open, so that it can be found again whatever it is called later, and read even when it has
+// no name any more.
 #pragma once
 
 #include <optional>

@@ -121,8 +121,9 @@ public:
         if (!timer || signals_.fd() < 0) return errno;
         Screen screen;
         enum { kTimer, kSignals, kKeys, kCount };
-        std::array<pollfd, kCount> waiting = {
-            {{timer.get(), POLLIN, 0}, {signals_.fd(), POLLIN, 0}, {::isatty(STDIN_FILENO) == 1 ? STDIN_FILENO : -1, POLLIN, 0}}};
+        std::array<pollfd, kCount> waiting = {{{timer.get(), POLLIN, 0},
+                                               {signals_.fd(), POLLIN, 0},
+                                               {::isatty(STDIN_FILENO) == 1 ? STDIN_FILENO : -1, POLLIN, 0}}};
         view_.look();
         bool goesOn = draw();
         while (goesOn) {

@@ -44,6 +44,9 @@ public:
     [[nodiscard]] bool matches(const LogRow& row) const;
     [[nodiscard]] bool matchesMessage(const std::string& message) const;
 
+    /// Whether some of the rows that the database gives may not be wanted.
+    [[nodiscard]] bool hasPattern() const { return pattern_ != nullptr; }
+
     /// Seconds since the epoch, both inclusive; unbounded without a value.
     [[nodiscard]] std::optional<long long> since() const { return since_; }
     [[nodiscard]] std::optional<long long> until() const { return until_; }

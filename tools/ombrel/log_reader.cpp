@@ -22,7 +22,7 @@ using Condition = _SYSLOG_SQL_COND_tag;
 // The first stretch is short, for the first rows to be seen soon; each one is twice as long as that before it.
 constexpr long long kFirstStretch = 8'192;
 constexpr long long kMostOfWorking = 50'000;
-constexpr long long kMostOfArchive = 500'000;
+constexpr long long kMostOfArchive = 200'000;
 // What is taken out of the database at once.
 constexpr std::size_t kBatchRows = 1'900;
 constexpr std::size_t kBatchBytes = 4UL << 20;
@@ -66,6 +66,7 @@ struct LogReader::Stretch {
 
 struct LogReader::Batch {
     std::vector<Record> rows;
+    std::size_t mostRows = 0;
     std::size_t bytes = 0;
     bool isFull = false;
     bool outOfMemory = false;
@@ -83,7 +84,7 @@ int collect(Record& row, void* context) {
         batch.outOfMemory = true;
         return -1;
     }
-    batch.isFull = batch.rows.size() >= kBatchRows || batch.bytes >= kBatchBytes;
+    batch.isFull = batch.rows.size() >= batch.mostRows || batch.bytes >= kBatchBytes;
     return batch.isFull ? -1 : 0;
 }
 
@@ -94,7 +95,8 @@ LogReader::LogReader(std::string path, const LogFilter& filter, ReadOrder order)
       filter_(filter),
       order_(order),
       isWorking_(!daysOfName(nameOf(path_))),
-      stretchIds_(kFirstStretch) {
+      stretchIds_(kFirstStretch),
+      batchRows_(kBatchRows) {
 }
 
 void LogReader::startBehind(long long id) {
@@ -103,6 +105,10 @@ void LogReader::startBehind(long long id) {
 
 void LogReader::startBefore(long long id) {
     below_ = id;
+}
+
+void LogReader::takeAtMost(std::size_t rows) {
+    batchRows_ = std::clamp<std::size_t>(rows, 1, kBatchRows);
 }
 
 bool LogReader::isSameFile() {
@@ -203,7 +209,7 @@ bool LogReader::readBatch(const Stretch& stretch, Batch& batch) {
     std::list<Condition> conditions = filter_.conditions();
     conditions.push_front(rowCondition(SYSLOG_SQL_AT_MOST, stretch.last));
     conditions.push_front(rowCondition(SYSLOG_SQL_AT_LEAST, stretch.first));
-    _SYSLOG_SQL_LIMIT_tag limit = {static_cast<long long>(kBatchRows), 0};
+    _SYSLOG_SQL_LIMIT_tag limit = {static_cast<long long>(batchRows_), 0};
     _SYSLOG_SQL_ORDER_tag order = {order_ == ReadOrder::kNewestFirst ? 1 : 0, 0};
     const int result = SyslogDBSelect(path_, conditions, &limit, &order, collect<Batch>, &batch, false);
     if (batch.outOfMemory) error_ = path_ + ": out of memory";
@@ -287,6 +293,7 @@ LogReader::End LogReader::read(const Sink& sink, unsigned stretches) {
         const auto stretch = nextStretch();
         if (!stretch) return endOrFailure();
         Batch batch;
+        batch.mostRows = batchRows_;
         if (!readBatch(*stretch, batch)) return endOrFailure();
         if (deliver(batch, *stretch, sink) == End::kStopped) return End::kStopped;
     }

@@ -32,6 +32,8 @@ public:
     /// Only rows with ids above, or below, this one.
     void startBehind(long long id);
     void startBefore(long long id);
+    /// Takes no more rows than this out of the database at once: for those who want few of them.
+    void takeAtMost(std::size_t rows);
 
     /// Is told each wanted row, which it may take away; false ends the reading behind this row.
     using Sink = std::function<bool(LogRow& row)>;
@@ -93,6 +95,7 @@ private:
     bool isWorking_ = false;
     int version_ = 0;  // of the layout; 0 before the first reading
     long long stretchIds_ = 0;
+    std::size_t batchRows_ = 0;
     std::array<Keys, 4> keys_;  // by table type
     bool hasKeys_ = false;
 };

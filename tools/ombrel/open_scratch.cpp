@@ -43,12 +43,15 @@ std::optional<OpenScratch> openScratch() {
     return std::nullopt;
 }
 
-void failAllWrites() {
+// Only the soft limit is changed, which can be raised again.
+void failAllWrites(bool wanted) {
+    static rlim_t usual = RLIM_INFINITY;
     (void)std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit{};
     if (::getrlimit(RLIMIT_FSIZE, &limit) != 0) return;
-    limit.rlim_cur = 0;
-    (void)::setrlimit(RLIMIT_FSIZE, &limit);  // else it is waited for
+    if (wanted) usual = limit.rlim_cur;
+    limit.rlim_cur = wanted ? 0 : usual;
+    (void)::setrlimit(RLIMIT_FSIZE, &limit);  // else the end of the export is waited for
 }
 
 void removeScratch(const std::string& path) {

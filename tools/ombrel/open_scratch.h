@@ -17,8 +17,8 @@ struct OpenScratch {
 /// The file that is open now; nothing when there is none.
 std::optional<OpenScratch> openScratch();
 
-/// Has every write to a file fail from now on, so that the export ends.
-void failAllWrites();
+/// Has every write of this process to a file fail, so that the export ends, or lets them go on again.
+void failAllWrites(bool wanted);
 void removeScratch(const std::string& path);
 
 }  // namespace ombrel

@@ -19,7 +19,8 @@ public:
     /// Takes away what was not put in its place.
     ~OutputFile();
 
-    /// Nothing, or what is wrong: "PATH: WHY". `replace`: what stands there may be replaced, if it is a regular file.
+    /// Nothing, or what is wrong: "PATH: WHY". `replace`: what stands there may be replaced, if it is a regular
+    /// file.
     std::string open(const std::string& path, bool replace);
     /// Standard output: each write goes there at once.
     void openStandardOutput();

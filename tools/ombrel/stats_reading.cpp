@@ -13,8 +13,8 @@
 #include "ombrel/logarchiver.h"
 #include "platform/vesksyslog.h"
 #include "src/fixed_paths.h"
-#include "tools/ombrel/log_reader.h"
 #include "tools/ombrel/held_database.h"
+#include "tools/ombrel/log_reader.h"
 
 namespace ombrel {
 
@@ -59,13 +59,15 @@ std::optional<std::vector<Question>> questionsOf(std::string path, StatsBy by) {
     std::vector<Question> questions;
     if (by == StatsBy::kSeverity) {
         for (int severity = 0; severity <= 7; ++severity)
-            questions.push_back({severityName(severity), {SYSLOG_SQL_FIELD_SEVERITY, SYSLOG_SQL_EQUAL, {}, severity}});
+            questions.push_back(
+                {severityName(severity), {SYSLOG_SQL_FIELD_SEVERITY, SYSLOG_SQL_EQUAL, {}, severity}});
         return questions;
     }
     if (by != StatsBy::kHost && by != StatsBy::kProgram) return std::nullopt;
     const bool isHost = by == StatsBy::kHost;
     std::map<unsigned long long, std::string> keys;
-    if (SyslogDBExtkeyMapGet(path, isHost ? SYSLOG_EXTKEY_HOST : SYSLOG_EXTKEY_PROGRAM, keys) != 0) return std::nullopt;
+    if (SyslogDBExtkeyMapGet(path, isHost ? SYSLOG_EXTKEY_HOST : SYSLOG_EXTKEY_PROGRAM, keys) != 0)
+        return std::nullopt;
     for (const auto& [id, name] : keys) {
         const auto field = isHost ? SYSLOG_SQL_FIELD_HOST : SYSLOG_SQL_FIELD_PROGRAM;
         questions.push_back({name, {field, SYSLOG_SQL_EQUAL, name, 0}});
@@ -84,14 +86,16 @@ std::optional<std::string> onlyDayOf(const std::string& path) {
     return day;
 }
 
-/// Asks for one name after the other, unless it turns out that reading the rows takes less. Rows without any of the
-/// names are called "none".
+/// Asks for one name after the other, unless it turns out that reading the rows takes less. Rows without any of
+/// the names are called "none".
 std::optional<NameCounts> countByAsking(std::string path, const std::vector<Question>& questions,
                                         const LogFilter& filter, long long rows) {
     NameCounts counts;
     const double reading = std::max(static_cast<double>(rows) / kRowsReadASecond, kShortestReading);
     const auto begun = Clock::now();
-    const auto ask = [&path](Conditions conditions) { return SyslogDBSelectCount(path, conditions, nullptr, nullptr); };
+    const auto ask = [&path](Conditions conditions) {
+        return SyslogDBSelectCount(path, conditions, nullptr, nullptr);
+    };
     const int all = ask(filter.conditions());
     long long named = 0;
     if (all < 0) return std::nullopt;
@@ -141,7 +145,8 @@ StatsBy statsByOf(std::string_view word) {
     return word == "day" ? StatsBy::kDay : StatsBy::kHost;
 }
 
-// A working database changes while it is asked, and may be archived: it is read once, from its beginning to its end.
+// A working database changes while it is asked, and may be archived: it is read once, from its beginning to its
+// end.
 std::optional<std::string> countDatabase(const std::string& path, bool isWorking, const StatsWanted& wanted,
                                          NameCounts& counts, std::atomic<unsigned long long>& passed,
                                          const std::atomic<bool>& stop) {

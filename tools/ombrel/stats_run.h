@@ -14,7 +14,7 @@ namespace ombrel {
 
 struct StatsResult {
     NameCounts counts;
-    std::size_t read = 0;              ///< files that were counted
+    std::size_t read = 0;             ///< files that were counted
     std::vector<std::string> failed;  ///< "PATH: WHY", in the order of the files
 };
 

@@ -78,10 +78,11 @@ std::string chartText(const StatsAnswer& answer, const Terminal& terminal) {
     const std::size_t width = std::clamp(columns > used ? columns - used : 0, kShortestBar, kLongestBar);
     Table table({{head}, {"ROWS", Align::kRight}, {"SHARE", Align::kRight}, {""}});
     const auto add = [&](const std::string& name, unsigned long long rows, Colour colour) {
-        table.add({{shortenMiddle(escapeForLine(name), kLongestName), colour == Colour::kCyan ? Colour::kPlain : colour},
-                   {groupedNumber(rows)},
-                   {shareText(rows, answer.rows), Colour::kDim},
-                   {barOf(rows, most, width), colour}});
+        table.add(
+            {{shortenMiddle(escapeForLine(name), kLongestName), colour == Colour::kCyan ? Colour::kPlain : colour},
+             {groupedNumber(rows)},
+             {shareText(rows, answer.rows), Colour::kDim},
+             {barOf(rows, most, width), colour}});
     };
     for (const auto& [name, rows] : answer.counts)
         add(name, rows, colourOf(answer.by, name));

@@ -22,8 +22,8 @@ struct StatsAnswer {
     std::size_t filesFailed = 0;
 };
 
-/// Largest first, but hours and days in their order. Of more than `limit` (0: none) names the largest ones stay, of
-/// hours and days the last ones.
+/// Largest first, but hours and days in their order. Of more than `limit` (0: none) names the largest ones stay,
+/// of hours and days the last ones.
 StatsAnswer statsAnswer(StatsResult result, StatsBy by, std::string byWord, std::size_t limit);
 
 std::string statsText(const StatsAnswer& answer, const Context& context);

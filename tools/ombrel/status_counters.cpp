@@ -21,7 +21,8 @@ std::optional<unsigned long long> numberOf(std::string_view line) {
 /// Whether it counts that of a destination: the field before the number.
 bool isDropped(std::string_view line) {
     const std::size_t last = line.rfind(';');
-    return line.starts_with("dst.") && last != std::string_view::npos && line.substr(0, last).ends_with(";dropped");
+    return line.starts_with("dst.") && last != std::string_view::npos &&
+           line.substr(0, last).ends_with(";dropped");
 }
 
 }  // namespace

@@ -28,17 +28,17 @@ long long secondsOf(const _SYSLOG_LOG_DATA_tag& row) {
 
 }  // namespace
 
-/// Pages of rows, newest first. Those that were received before, but entered late, stand between others: only a page
-/// that holds nothing of the last minute is the last one.
+/// Pages of rows, newest first. Those that were received before, but entered late, stand between others: only a
+/// page that holds nothing of the last minute is the last one.
 struct MinutePage {
     MinuteCount& count;
-    long long oldest;                   // what was received before is not counted
-    unsigned long long known;           // rows up to this id were counted at the look before
-    unsigned long long lowest;          // of the ids so far; while rows are added pages overlap
+    long long oldest;           // what was received before is not counted
+    unsigned long long known;   // rows up to this id were counted at the look before
+    unsigned long long lowest;  // of the ids so far; while rows are added pages overlap
     unsigned long long newest = 0;
     long long newestReceived = 0;
-    unsigned long long rows = 0;        // of this page
-    unsigned long long counted = 0;     // likewise
+    unsigned long long rows = 0;     // of this page
+    unsigned long long counted = 0;  // likewise
     bool isThrough = false;
 
     /// False when all from here on is known, or nobody wants to know.

@@ -8,6 +8,7 @@
 #include <ctime>
 
 #include "tools/ombrel/event_history.h"
+#include "tools/ombrel/job_names.h"
 #include "tools/ombrel/machine_places.h"
 #include "tools/ombrel/settings_file.h"
 #include "tools/ombrel/status_machine.h"
@@ -38,6 +39,29 @@ void lookAtEvents(StatusReport& report) {
     }
 }
 
+/// The jobs that nobody switches by name: that of the rules is needed where a rule is on, the log writer by
+/// whoever receives.
+void wantJobs(StatusReport& report) {
+    for (JobStatus& job : report.jobs) {
+        const std::string_view name = job.name;
+        if (name != kWriterJob && name != kCustomRuleJob) continue;
+        job.isWanted = std::any_of(report.receivers.begin(), report.receivers.end(), [&](const auto& receiver) {
+            const bool isMeant = name == kWriterJob || receiver.kind == ReceiverStatus::Kind::kRule;
+            return isMeant && (receiver.isWanted || receiver.running.value_or(false));
+        });
+    }
+}
+
+/// The settings know the last run of the schedule; of what was archived otherwise there is but the event.
+long long lastArchived(const SettingsRecord& settings, const StatusReport& report) {
+    long long last = settings.arch_last_time;
+    if (!report.events) return last;
+    for (const EventRecord& event : *report.events) {
+        if (event.line.event == "archive_finished") last = std::max(last, event.time);
+    }
+    return last;
+}
+
 }  // namespace
 
 StatusReport StatusWatch::look() {
@@ -50,16 +74,12 @@ StatusReport StatusWatch::look() {
         receivers_.lookAtReceivers(*settings.record, report);
         databases_.look(*settings.record, report);
         lookAtVolume(settings.record->arch_dest, report);
-        report.lastArchived = settings.record->arch_last_time;
     } else {
         report.notes.push_back(settings.complaint);
     }
-    // The log writer is needed by whoever receives.
-    const bool receives = std::any_of(report.receivers.begin(), report.receivers.end(), [](const auto& receiver) {
-        return receiver.isWanted || receiver.running.value_or(false);
-    });
-    report.jobs.front().isWanted = receives;
+    wantJobs(report);
     lookAtEvents(report);
+    if (settings.record) report.lastArchived = lastArchived(*settings.record, report);
     return report;
 }
 

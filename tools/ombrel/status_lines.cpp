@@ -28,12 +28,11 @@ std::string line(std::initializer_list<std::string> cells) {
 std::string receiverLine(const ReceiverStatus& receiver) {
     const bool isRule = receiver.kind == ReceiverStatus::Kind::kRule;
     const bool counts = receiver.running.value_or(true);
-    return line({isRule ? "rule" : "receiver", receiverName(receiver),
-                 stateText(receiver.running, receiver.isWanted), receiver.port ? std::to_string(*receiver.port) : "",
-                 receiver.transport, receiver.port ? (receiver.tls ? "tls" : "plain") : "",
-                 counts ? numberText(receiver.messages) : "",
-                 receiver.perSecond ? numberText(receiver.perSecond) : "",
-                 counts ? numberText(lostOf(receiver)) : ""});
+    return line(
+        {isRule ? "rule" : "receiver", receiverName(receiver), stateText(receiver.running, receiver.isWanted),
+         receiver.port ? std::to_string(*receiver.port) : "", receiver.transport,
+         receiver.port ? (receiver.tls ? "tls" : "plain") : "", counts ? numberText(receiver.messages) : "",
+         receiver.perSecond ? numberText(receiver.perSecond) : "", counts ? numberText(lostOf(receiver)) : ""});
 }
 
 std::string databaseLine(const DatabaseStatus& database) {

@@ -24,11 +24,10 @@ struct NamedReceiver {
     const char* process;
     const char* job;
 };
-constexpr std::array<NamedReceiver, 4> kReceivers = {
-    {{ReceiverStatus::Kind::kRfc3164, "bsd", kBsdJob},
-     {ReceiverStatus::Kind::kRfc5424, "ietf", kIetfJob},
-     {ReceiverStatus::Kind::kLocal, "local", kLocalArchiveJob},
-     {ReceiverStatus::Kind::kRules, "custrule", kCustomRuleJob}}};
+constexpr std::array<NamedReceiver, 4> kReceivers = {{{ReceiverStatus::Kind::kRfc3164, "bsd", kBsdJob},
+                                                      {ReceiverStatus::Kind::kRfc5424, "ietf", kIetfJob},
+                                                      {ReceiverStatus::Kind::kLocal, "local", kLocalArchiveJob},
+                                                      {ReceiverStatus::Kind::kRules, "custrule", kCustomRuleJob}}};
 
 /// What was last asked for, of a job that the settings switch.
 bool wasSwitchedOn(const char* job) {
@@ -46,7 +45,8 @@ std::optional<bool> isRunning(const char* job) {
 }
 
 const JobStatus& jobOf(const StatusReport& report, std::string_view name) {
-    return *std::find_if(report.jobs.begin(), report.jobs.end(), [&](const auto& job) { return job.name == name; });
+    return *std::find_if(report.jobs.begin(), report.jobs.end(),
+                         [&](const auto& job) { return job.name == name; });
 }
 
 /// The sockets that take what anybody sends to a port; nothing when the kernel does not say.
@@ -70,7 +70,8 @@ bool isOpen(int port, const std::vector<SocketRow>& open) {
 }
 
 /// Two receivers may share a port, each with a socket of its own; who has which must then be known.
-std::optional<unsigned long long> lostAt(int port, const std::vector<SocketRow>& open, const std::set<Inode>& own) {
+std::optional<unsigned long long> lostAt(int port, const std::vector<SocketRow>& open,
+                                         const std::set<Inode>& own) {
     unsigned long long lost = 0;
     unsigned long long sockets = 0;
     unsigned long long ownSockets = 0;

@@ -31,7 +31,8 @@ std::string farText(const RuleProgress& progress) {
 }  // namespace
 
 long long percentOf(const RuleProgress& progress) {
-    const double share = static_cast<double>(progress.reached) / static_cast<double>(std::max(progress.limit, 1LL));
+    const double share =
+        static_cast<double>(progress.reached) / static_cast<double>(std::max(progress.limit, 1LL));
     return static_cast<long long>(std::clamp(share, 0.0, 1.0) * 100);
 }
 
@@ -73,9 +74,8 @@ std::string dueText(const DatabaseStatus& database) {
     if (database.due != ArchiveRule::kNone) return std::string("due now by ") + ruleName(database.due);
     // What comes first is told first.
     std::vector<RuleProgress> rules = database.rules;
-    std::stable_sort(rules.begin(), rules.end(), [](const RuleProgress& a, const RuleProgress& b) {
-        return percentOf(a) > percentOf(b);
-    });
+    std::stable_sort(rules.begin(), rules.end(),
+                     [](const RuleProgress& a, const RuleProgress& b) { return percentOf(a) > percentOf(b); });
     std::string text;
     for (const RuleProgress& progress : rules)
         text += (text.empty() ? "" : ", ") + farText(progress);

@@ -26,7 +26,8 @@ struct ReceiverStatus {
     std::optional<unsigned long long> messages;       ///< since its job was started
     std::optional<unsigned long long> perSecond;      ///< since the look before
     std::optional<unsigned long long> lostDatagrams;  ///< by the kernel, since its socket was made
-    std::optional<unsigned long long> lostMessages;   ///< that it took and could not keep, since its job was started
+    std::optional<unsigned long long>
+        lostMessages;  ///< that it took and could not keep, since its job was started
 };
 
 struct JobStatus {
@@ -49,8 +50,8 @@ struct DatabaseStatus {
     std::optional<long long> rows;
     std::string firstDay;  ///< YYYY-MM-DD; empty when there are no rows
     std::string lastDay;
-    ArchiveRule due = ArchiveRule::kNone;  ///< the first rule that holds
-    std::vector<RuleProgress> rules;       ///< those that are on; none without rows
+    ArchiveRule due = ArchiveRule::kNone;          ///< the first rule that holds
+    std::vector<RuleProgress> rules;               ///< those that are on; none without rows
     std::optional<unsigned long long> lastMinute;  ///< rows that came in within the last minute
     bool isMoreThan = false;                       ///< they were counted no further
 };
@@ -70,15 +71,15 @@ struct VolumeStatus {
 
 struct StatusReport {
     long long time = 0;  ///< seconds since the epoch
-    int exitCode = 0;  ///< not 0: the settings cannot be read, and what they would tell is missing
+    int exitCode = 0;    ///< not 0: the settings cannot be read, and what they would tell is missing
     std::vector<ReceiverStatus> receivers;
     std::vector<JobStatus> jobs;
     std::vector<DatabaseStatus> databases;
     std::optional<ArchiveStatus> archives;
     std::optional<VolumeStatus> volume;
-    std::optional<long long> lastArchived;             ///< seconds since the epoch; 0 never
-    std::optional<std::vector<EventRecord>> events;    ///< oldest first
-    std::vector<std::string> notes;                    ///< what could not be told, and why
+    std::optional<long long> lastArchived;           ///< seconds since the epoch; 0 never
+    std::optional<std::vector<EventRecord>> events;  ///< oldest first
+    std::vector<std::string> notes;                  ///< what could not be told, and why
 };
 
 /// All databases together; nothing when one of them could not be looked at.

@@ -93,20 +93,22 @@ Lines receiverLines(const Terminal& terminal, std::vector<ReceiverStatus> receiv
         if (receiver.isWanted && receiver.running == false) return 2;
         return receiver.isWanted ? 1 : 0;
     });
-    return tableLines(
-        terminal,
-        {{"RECEIVER"}, {"STATE"}, {"PORT"}, {"MESSAGES", Align::kRight}, {"PER SECOND", Align::kRight}, {"LOST"}},
-        receivers, most, [&](Table& table, const ReceiverStatus& receiver) {
-            const bool isRule = receiver.kind == ReceiverStatus::Kind::kRule;
-            const bool counts = receiver.running.value_or(true);
-            const std::string name = shortenMiddle(escapeForLine(receiverName(receiver)), nameColumns(terminal));
-            table.add({{(isRule ? "  " : "") + name},
-                       stateCell(receiver.running, receiver.isWanted),
-                       {portText(receiver)},
-                       {counts ? numberText(receiver.messages) : ""},
-                       {receiver.perSecond ? numberText(receiver.perSecond) : ""},
-                       counts ? lossCell(lostOf(receiver)) : Cell{}});
-        });
+    const bool hasRates =
+        std::any_of(receivers.begin(), receivers.end(), [](const auto& receiver) { return receiver.perSecond; });
+    std::vector<Column> columns = {{"RECEIVER"}, {"STATE"}, {"PORT"}, {"MESSAGES", Align::kRight}, {"LOST"}};
+    if (hasRates) columns.insert(columns.end() - 1, {"PER SECOND", Align::kRight});
+    return tableLines(terminal, columns, receivers, most, [&](Table& table, const ReceiverStatus& receiver) {
+        const bool isRule = receiver.kind == ReceiverStatus::Kind::kRule;
+        const bool counts = receiver.running.value_or(true);
+        const std::string name = shortenMiddle(escapeForLine(receiverName(receiver)), nameColumns(terminal));
+        std::vector<Cell> cells = {{(isRule ? "  " : "") + name},
+                                   stateCell(receiver.running, receiver.isWanted),
+                                   {portText(receiver)},
+                                   {counts ? numberText(receiver.messages) : ""}};
+        if (hasRates) cells.push_back({receiver.perSecond ? numberText(receiver.perSecond) : ""});
+        cells.push_back(counts ? lossCell(lostOf(receiver)) : Cell{});
+        table.add(std::move(cells));
+    });
 }
 
 std::string minuteText(const DatabaseStatus& database) {
@@ -119,8 +121,8 @@ Lines databaseLines(const Terminal& terminal, std::vector<DatabaseStatus> databa
         return std::pair(!database.rows || isDue(database), database.lastMinute.value_or(0));
     });
     const bool isWide = terminal.columns >= kWide;
-    std::vector<Column> columns = {
-        {"DATABASE"}, {"ROWS", Align::kRight}, {"SIZE", Align::kRight}, {"SINCE"}, {"LAST MIN", Align::kRight}, {"ARCHIVING"}};
+    std::vector<Column> columns = {{"DATABASE"}, {"ROWS", Align::kRight},     {"SIZE", Align::kRight},
+                                   {"SINCE"},    {"LAST MIN", Align::kRight}, {"ARCHIVING"}};
     if (isWide) columns.insert(columns.begin() + 4, {"LAST DAY"});
     return tableLines(terminal, columns, databases, most, [&](Table& table, const DatabaseStatus& database) {
         std::vector<Cell> cells = {{shortenMiddle(escapeForLine(database.device), nameColumns(terminal))},
@@ -192,8 +194,8 @@ std::string archiveText(const StatusReport& report) {
     const ArchiveStatus& archives = *report.archives;
     const std::string folder = " in " + escapeForLine(archives.folder);
     if (archives.count == 0) return "none" + folder;
-    return groupedNumber(archives.count) + (archives.count == 1 ? " file, " : " files, ") + sizeText(archives.bytes) +
-           ", " + archives.oldestDay + " to " + archives.newestDay + folder;
+    return groupedNumber(archives.count) + (archives.count == 1 ? " file, " : " files, ") +
+           sizeText(archives.bytes) + ", " + archives.oldestDay + " to " + archives.newestDay + folder;
 }
 
 std::string volumeText(const StatusReport& report) {
@@ -281,7 +283,8 @@ std::string statusScreen(const StatusReport& report, const Terminal& terminal) {
 
     std::vector<Lines> parts = {{titleLine(terminal, report)}};
     for (std::size_t i = 0; i < notes; ++i) {
-        const std::string note = cutToColumns(escapeForLine(report.notes[i]), static_cast<std::size_t>(terminal.columns));
+        const std::string note =
+            cutToColumns(escapeForLine(report.notes[i]), static_cast<std::size_t>(terminal.columns));
         parts[0].push_back(painted(terminal, Colour::kYellow, note));
     }
     parts.push_back(receiverLines(terminal, receivers, lists[0].given));

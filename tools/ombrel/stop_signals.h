@@ -6,8 +6,8 @@
 
 namespace ombrel {
 
-/// From now on SIGINT, SIGTERM and SIGHUP ask to end; what the parent had ignored stays so. The second one ends the
-/// program at once. Calls that wait come back with EINTR. False with errno set.
+/// From now on SIGINT, SIGTERM and SIGHUP ask to end; what the parent had ignored stays so. The second one ends
+/// the program at once. Calls that wait come back with EINTR. False with errno set.
 bool takeStopSignals();
 bool stopAsked();
 /// Becomes readable when it is asked to end.
