@@ -13,19 +13,18 @@
 #include "ombrel/postprocessor.h"
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/log_filter.h"
-#include "tools/ombrel/reader_threads.h"
 #include "tools/ombrel/row_format.h"
 #include "tools/ombrel/search_files.h"
 #include "tools/ombrel/search_output.h"
 #include "tools/ombrel/settings_file.h"
 #include "tools/ombrel/stop_signals.h"
+#include "tools/ombrel/worker_count.h"
 
 namespace ombrel {
 
 namespace {
 
 constexpr int kInterrupted = 130;  // what shells say of Ctrl-C
-constexpr unsigned kMostThreads = 8;
 
 struct SearchWords {
     FilterWords filter;
@@ -62,7 +61,7 @@ int search(const SearchWords& words, const Context& context) {
     ZipScratch scratch([&volumes](const std::string& path) { return volumes.TranTempDirGet(path); });
     SearchWorld world{filter, scratch, [&files](const auto& identity) { return files.findArchived(identity); },
                       [&files](const std::string& path) { return files.wasThere(path); }};
-    SearchEngine engine(world, files.take(), std::min(readerThreads(), kMostThreads));
+    SearchEngine engine(world, files.take(), workerCount());
     output.run(engine);
     if (stopAsked()) return output.end(kInterrupted);
     if (output.hasComplained()) return output.end(EX_NOINPUT);
