@@ -189,8 +189,7 @@ TEST_F(ScheduleCommand, RemovesTheOldestForWantOfRoom) {
     EXPECT_EQ(fakeMachine().removals, Lines({first + " free_space 10", second + " free_space 10"}));
     platform.space[kDest] = {1, 1};
     EXPECT_EQ(run({"schedule", "run"}), 0);
-    EXPECT_THAT(out,
-                HasSubstr("1073.7 MB of the room that free_gib asks for are missing: what is left is of the"));
+    EXPECT_THAT(out, HasSubstr("1.1 GB of the room that free_gib asks for are missing: what is left is of the"));
     EXPECT_EQ(left().size(), 2U);
     platform.failEveryCall("statfs64", ENOENT);
     EXPECT_EQ(run({"schedule", "run"}), 1);

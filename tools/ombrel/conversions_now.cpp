@@ -34,7 +34,8 @@ std::set<std::string> conversionsNow() {
         const std::string words = wordsOf(::dirfd(processes.get()), entry->d_name);
         const std::string program = words.substr(0, words.find('\0'));
         if (!program.ends_with(kTool) || words.size() <= program.size() + 1) continue;
-        const std::string option = words.substr(program.size() + 1).c_str();
+        const std::size_t second = program.size() + 1;
+        const std::string option = words.substr(second, words.find('\0', second) - second);
         if (option.starts_with(kOption)) paths.insert(option.substr(kOption.size()));
     }
     return paths;
