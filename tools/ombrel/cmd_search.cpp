@@ -4,28 +4,25 @@
 // `ombrel search`.
 #include <sysexits.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <memory>
 
-#include "ombrel/postprocessor.h"
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/log_filter.h"
-#include "tools/ombrel/reader_threads.h"
 #include "tools/ombrel/row_format.h"
 #include "tools/ombrel/search_files.h"
 #include "tools/ombrel/search_output.h"
 #include "tools/ombrel/settings_file.h"
 #include "tools/ombrel/stop_signals.h"
+#include "tools/ombrel/worker_count.h"
 
 namespace ombrel {
 
 namespace {
 
 constexpr int kInterrupted = 130;  // what shells say of Ctrl-C
-constexpr unsigned kMostThreads = 8;
 
 struct SearchWords {
     FilterWords filter;
@@ -58,11 +55,10 @@ int search(const SearchWords& words, const Context& context) {
     SearchOutput output(context, formatOf(words, context), static_cast<unsigned long long>(words.limit));
     for (const std::string& note : files.notes())
         output.complain(note);
-    PostProcessor volumes;
-    ZipScratch scratch([&volumes](const std::string& path) { return volumes.TranTempDirGet(path); });
+    ZipScratch scratch;
     SearchWorld world{filter, scratch, [&files](const auto& identity) { return files.findArchived(identity); },
                       [&files](const std::string& path) { return files.wasThere(path); }};
-    SearchEngine engine(world, files.take(), std::min(readerThreads(), kMostThreads));
+    SearchEngine engine(world, files.take(), workerCount());
     output.run(engine);
     if (stopAsked()) return output.end(kInterrupted);
     if (output.hasComplained()) return output.end(EX_NOINPUT);
