@@ -259,9 +259,8 @@ TEST_F(SearchCommand, GoesOnBehindWhatCannotBeRead) {
     add(kSharedDb, {{kNoon, "a"}});
     platform.addFile(archive("2024-03-03_2024-03-03.DB"), "no database");
     add(archive("2024-03-02_2024-03-02.DB"), {{kNoon - 86'400, "b"}});
-    platform.error.code = 0x0205;
     EXPECT_EQ(found({}), "a b");
-    EXPECT_EQ(err, "ombrel: " + archive("2024-03-03_2024-03-03.DB") + ": it is no log database\n");
+    EXPECT_EQ(err, "ombrel: " + archive("2024-03-03_2024-03-03.DB") + ": it cannot be read\n");
     EXPECT_EQ(run({}), 66);
     EXPECT_EQ(run({"--limit", "1"}), 66);
 }
@@ -270,16 +269,16 @@ TEST_F(SearchCommand, TellsOfEachCallThatFails) {
     add(kSharedDb, {{kNoon, "a"}});
     add(archive("2024-03-02_2024-03-02.DB"), {{kNoon - 86'400, "b"}});
     for (const char* call : {"SyslogDBVersionGet", "SyslogDBExtkeyMapGet", "SyslogDBSelect"}) {
-        for (int nth = 1; nth <= 6; ++nth) {
-            const int before = platform.calls.count(call);
+        const int before = platform.calls.count(call);
+        EXPECT_EQ(run({}), 0);
+        const int calls = platform.calls.count(call) - before;
+        EXPECT_GE(calls, 2) << call;
+        for (int nth = 1; nth <= calls; ++nth) {
             platform.failCall(call, nth);
-            const int result = run({});
-            if (platform.calls.count(call) - before < nth) break;
-            EXPECT_EQ(result, 66) << call << " " << nth;
+            EXPECT_EQ(run({}), 66) << call << " " << nth;
             EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
             EXPECT_THAT(err, ::testing::StartsWith("ombrel: /volume1/logs/"));
         }
-        platform.calls.clear();
     }
 }
 

@@ -13,6 +13,7 @@
 #include "tools/ombrel/folder_listing.h"
 #include "tools/ombrel/search_zip.h"
 #include "tools/ombrel/turn.h"
+#include "tools/ombrel/worker_count.h"
 
 namespace ombrel {
 
@@ -87,6 +88,7 @@ int execProgram(const std::string& path, const std::vector<std::string>& words) 
 
 struct ZipScratch::Folders {};
 
+ZipScratch::ZipScratch() = default;
 ZipScratch::ZipScratch(FolderOf /*volumeScratch*/) {
 }
 ZipScratch::~ZipScratch() = default;
@@ -103,6 +105,11 @@ Unpacked ZipScratch::unpack(const std::string& zip, std::size_t number, const st
         unpacked.error = zip + ": damaged";
     }
     return unpacked;
+}
+
+// The recording platform is for one thread.
+unsigned workerCount() {
+    return 1;
 }
 
 int Turn::take() {

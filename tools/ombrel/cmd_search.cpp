@@ -4,13 +4,11 @@
 // `ombrel search`.
 #include <sysexits.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <memory>
 
-#include "ombrel/postprocessor.h"
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/log_filter.h"
 #include "tools/ombrel/row_format.h"
@@ -57,8 +55,7 @@ int search(const SearchWords& words, const Context& context) {
     SearchOutput output(context, formatOf(words, context), static_cast<unsigned long long>(words.limit));
     for (const std::string& note : files.notes())
         output.complain(note);
-    PostProcessor volumes;
-    ZipScratch scratch([&volumes](const std::string& path) { return volumes.TranTempDirGet(path); });
+    ZipScratch scratch;
     SearchWorld world{filter, scratch, [&files](const auto& identity) { return files.findArchived(identity); },
                       [&files](const std::string& path) { return files.wasThere(path); }};
     SearchEngine engine(world, files.take(), workerCount());

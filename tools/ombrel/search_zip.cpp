@@ -14,6 +14,7 @@
 
 #include "linux/common/path_parts.h"
 #include "linux/common/write_all.h"
+#include "ombrel/postprocessor.h"
 #include "ombrel/utils.h"
 #include "tools/ombrel-upgrade/zip_file.h"
 #include "tools/ombrel/log_files.h"
@@ -75,6 +76,10 @@ std::string writeOut(const ZipFile& zip, const ZipEntry& entry, int file, const 
 }
 
 }  // namespace
+
+ZipScratch::ZipScratch()
+    : ZipScratch([](const std::string& path) { return PostProcessor().TranTempDirGet(path); }) {
+}
 
 ZipScratch::ZipScratch(FolderOf volumeScratch) : folders_(std::make_shared<Folders>()) {
     folders_->volumeScratch = std::move(volumeScratch);
