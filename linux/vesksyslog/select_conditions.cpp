@@ -58,11 +58,12 @@ bool isValid(const _SYSLOG_SQL_COND_tag& condition, bool isNumber) {
            condition.compare == SYSLOG_SQL_CONTAINS;
 }
 
-// The names are looked up once, so that each row compares a number.
+// The names are looked up once, so that each row compares a number. One name has one id at most: rows that an
+// index finds by it come in the order of their own ids.
 std::string keyComparison(const FieldSql& field, _SYSLOG_SQL_COMPARE_tag compare) {
-    const bool negated = compare == SYSLOG_SQL_NOT_EQUAL;
-    return std::string(field.version2) + (negated ? " NOT IN" : " IN") + " (SELECT id FROM " + field.keyTable +
-           " WHERE " + comparison("name", negated ? SYSLOG_SQL_EQUAL : compare) + ")";
+    const char* sign = compare == SYSLOG_SQL_EQUAL ? " = " : compare == SYSLOG_SQL_NOT_EQUAL ? " NOT IN " : " IN ";
+    return std::string(field.version2) + sign + "(SELECT id FROM " + field.keyTable + " WHERE " +
+           comparison("name", compare == SYSLOG_SQL_NOT_EQUAL ? SYSLOG_SQL_EQUAL : compare) + ")";
 }
 
 std::string_view textOf(sqlite3_value* value) {

@@ -75,6 +75,10 @@ wait $sender
 echo
 cat /tmp/changed
 
+say "   At one glance, and some of the failures that devices told of"
+"$OMBREL" status
+"$OMBREL" search --severity err --limit 5 || true
+
 say "3. The senders have ended; what the receivers still hold is stored, and the post-processing awaited"
 stop_jobs
 "$BIN/await-archives" "$LOGS" 60

@@ -34,7 +34,8 @@ add_executable(vesksyslog_test
   log_paging_test.cpp
   log_select_test.cpp
   original_texts_test.cpp
-  text_escape_test.cpp)
+  text_escape_test.cpp
+  text_finder_test.cpp)
 target_link_libraries(vesksyslog_test PRIVATE vesksyslog_objects linux_text veskcore test_databases PkgConfig::SQLITE3
   Threads::Threads GTest::gtest_main GTest::gmock)
 ombrel_discover_tests(vesksyslog_test system)

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "linux/common/error_record.h"
+#include "linux/vesksyslog/row_block.h"
+#include "linux/vesksyslog/select_conditions.h"
 #include "platform/vesksyslog.h"
 #include "tests/linux/child_process.h"
 #include "tests/linux/test_database.h"
@@ -20,8 +22,11 @@ namespace {
 
 using Conditions = std::list<_SYSLOG_SQL_COND_tag>;
 using test::makeDatabase;
+using ::testing::AllOf;
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 std::vector<std::string> numbered(size_t count) {
     std::vector<std::string> texts;
@@ -166,6 +171,40 @@ TEST_F(LogSelect, UsesAHostIndexWithoutChangingTheOrder) {
     execute("CREATE INDEX logs_host_idx ON logs (host)");
     EXPECT_EQ(messages(conditions), before);
     EXPECT_GT(before.size(), 1000U);
+}
+
+// What the planner makes of the conditions: with the index no row of another host is looked at, and with a stretch
+// of ids none beyond it, forwards and backwards without a sort.
+TEST_F(LogSelect, LooksAtTheRowsOfOneHostOrOneStretchAlone) {
+    makeDatabase(path, {"row"});
+    Connection connection;
+    ASSERT_EQ(connection.open(path, OpenMode::kReadWrite), 0);
+    ASSERT_EQ(addConditionFunctions(connection), 0);
+    const Conditions conditions = {{SYSLOG_SQL_FIELD_ROW, SYSLOG_SQL_AT_LEAST, "", 1},
+                                   {SYSLOG_SQL_FIELD_ROW, SYSLOG_SQL_AT_MOST, "", 50'000},
+                                   {SYSLOG_SQL_FIELD_HOST, SYSLOG_SQL_EQUAL, "host7", 0},
+                                   {SYSLOG_SQL_FIELD_MESSAGE, SYSLOG_SQL_CONTAINS, "row", 0}};
+    const auto plan = [&](const char* order) {
+        std::string sql = std::string("EXPLAIN QUERY PLAN ") + kSelectVersion2 + " WHERE 1";
+        Parameters parameters;
+        EXPECT_TRUE(appendConditions(LogLayout::kVersion2, conditions, sql, parameters));
+        sql += std::string(" ORDER BY ") + order + " LIMIT 10";
+        Statement statement;
+        EXPECT_EQ(statement.prepare(connection, sql), 0) << connection.lastMessage();
+        std::string steps;
+        while (statement.step() == Statement::kRow)
+            steps += std::string(statement.columnText(3)) + "; ";
+        return steps;
+    };
+    for (const char* order : {"id", "id DESC"}) {
+        EXPECT_THAT(plan(order), AllOf(HasSubstr("SEARCH logs USING INTEGER PRIMARY KEY (rowid>? AND rowid<?)"),
+                                       Not(HasSubstr("B-TREE"))));
+    }
+    ASSERT_EQ(connection.execute("CREATE INDEX logs_host_idx ON logs (host)"), 0);
+    for (const char* order : {"id", "id DESC"}) {
+        EXPECT_THAT(plan(order), AllOf(HasSubstr("USING INDEX logs_host_idx (host=? AND rowid>? AND rowid<?)"),
+                                       Not(HasSubstr("B-TREE"))));
+    }
 }
 
 TEST_F(LogSelect, CutsACountToTheLargestInt) {

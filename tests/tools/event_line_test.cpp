@@ -86,6 +86,53 @@ INSTANTIATE_TEST_SUITE_P(
                                R"({"event":"job_died","text":")" + std::string(kLongestEventLine, 'x') + "\"}"}),
     nameOf);
 
+TEST(EventLineReader, KeepsTheTimeAndAllOtherMembersInTheirOrder) {
+    const auto event = readEventLine(
+        R"({"time":"2024-03-03T12:30:00+01:00","event":"archive_removed","text":"/x","reason":"age","bytes":5000000000})");
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->time, "2024-03-03T12:30:00+01:00");
+    ASSERT_EQ(event->more.size(), 2U);
+    EXPECT_EQ(event->more[0].first, "reason");
+    EXPECT_EQ(std::get<std::string>(event->more[0].second), "age");
+    EXPECT_EQ(event->more[1].first, "bytes");
+    EXPECT_EQ(std::get<long long>(event->more[1].second), 5'000'000'000);
+}
+
+TEST(EventTime, IsReadWithItsOffset) {
+    EXPECT_EQ(secondsOfEvent("1970-01-01T00:00:00Z"), 0);
+    EXPECT_EQ(secondsOfEvent("2024-03-09T12:00:00Z"), 1709985600);
+    EXPECT_EQ(secondsOfEvent("2024-03-09T13:00:00+01:00"), 1709985600);
+    EXPECT_EQ(secondsOfEvent("2024-03-09T06:30:00-05:30"), 1709985600);
+    EXPECT_EQ(secondsOfEvent("2024-02-29T00:00:00+00:00"), 1709164800);
+    EXPECT_EQ(secondsOfEvent("2016-12-31T23:59:60Z"), 1483228800) << "a leap second";
+}
+
+TEST(EventTime, IsNothingElse) {
+    for (const char* text : {"",
+                             "junk",
+                             "today",
+                             "2024-03-09",
+                             "2024-03-09T12:00:00",
+                             "2024-03-09 12:00:00Z",
+                             "2024-03-09T12:00:00z",
+                             "2024-02-30T12:00:00Z",
+                             "2024-13-01T12:00:00Z",
+                             "2024-00-01T12:00:00Z",
+                             "2024-03-00T12:00:00Z",
+                             "2024-03-09T24:00:00Z",
+                             "2024-03-09T12:60:00Z",
+                             "2024-03-09T12:00:61Z",
+                             "2024-03-09T12:00:00+1:00",
+                             "2024-03-09T12:00:00+01:60",
+                             "2024-03-09T12:00:00+24:00",
+                             "2024-03-09T12:00:00+0100",
+                             "2024-03-09T12:00:00Zx",
+                             "+024-03-09T12:00:00Z",
+                             "2024-+3-09T12:00:00Z",
+                             "2024-03-09T12:00:00+-1:00"})
+        EXPECT_FALSE(secondsOfEvent(text)) << text;
+}
+
 TEST(EventLineReader, ReadsOverMembersThatItDoesNotKnow) {
     const auto event =
         readEventLine(R"( { "more" : -5 , "event" : "job_died" , "host" : "a" , "exit_code":300 } )");

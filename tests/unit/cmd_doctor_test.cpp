@@ -33,6 +33,7 @@ protected:
         platform.addFolder(kService + "/log");
         platform.addFolder(kService + "/run");
         platform.addShare("logs");
+        platform.now = 1710000000;  // in March 2024
         FakeDatabase working = march(3);
         working.end = platform.now;
         platform.addDatabase(kSharedDb, working);
@@ -128,6 +129,12 @@ TEST_F(Doctor, NamesJobsThatAreNotAsTheyAreWanted) {
     expectFound(0, "ok\tjob pkg-Ombrel-ietf\tit is off\t-\n");
     platform.jobs["pkg-Ombrel-localarchive"] = 1;
     expectFound(0, "warning\tjob pkg-Ombrel-localarchive\tit runs although it is switched off");
+}
+
+TEST_F(Doctor, SaysThatAPlainUserCannotSeeJobs) {
+    machine().isRoot = false;
+    platform.jobs.clear();
+    expectFound(0, "cannot tell\tjob pkg-Ombrel-bsd\twhether it runs is not for this user to see\task as root\n");
 }
 
 TEST_F(Doctor, OfAMachineThatReceivesNothingWantsNoWriter) {

@@ -2,7 +2,6 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // `ombrel search` on the recording platform.
-#include <csignal>
 #include <ctime>
 
 #include "tests/unit/archiver_test.h"
@@ -251,7 +250,7 @@ TEST_F(SearchCommand, FindsNothing) {
 
 TEST_F(SearchCommand, EndsByASignal) {
     add(kSharedDb, {{kNoon, "a"}});
-    fakeMachine().interruptedBy = SIGINT;
+    fakeMachine().stopAsked = true;
     EXPECT_EQ(run({}), 130);
     EXPECT_EQ(out + err, "");
 }

@@ -129,6 +129,21 @@ TEST_F(SettingsCheck, TriesPortsThatNobodyHas) {
     expectFound(0, "ok\tserver_port\tport 5140/udp is held by this package\t-");
 }
 
+TEST_F(SettingsCheck, APlainUserCannotTellWhoHoldsAPort) {
+    const std::string unknown =
+        "cannot tell\tserver_port\tport 5140/udp is held by a program that this user cannot look at\task as root";
+    machine().isRoot = false;
+    machine().bindErrors["5140/udp"] = EADDRINUSE;
+    expectFound(0, unknown);
+    platform.conflicts = {"5140/udp"};
+    machine().ports["5140/udp"].holders = {"bound by a process that cannot be looked at, or by the kernel"};
+    expectFound(0, unknown);
+    machine().ports["5140/udp"].declarers = {"declared as [web] of web.sc (Web)"};
+    EXPECT_EQ(run({"check"}), 1);
+    machine().tlsFault = "cannot read it";
+    expectFound(1, "cannot tell\tserver_ca_file\tcannot read it\task as root");
+}
+
 TEST_F(SettingsCheck, LooksAtTheCertificateByItsUse) {
     machine().tlsFault = "server_ca_key=\"/etc/ssl/ombrel.key\" is bad";
     expectFound(1,

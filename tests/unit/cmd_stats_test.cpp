@@ -114,7 +114,7 @@ TEST(StatsChart, ShowsBarsOnATerminal) {
     context.out.columns = 62;
     EXPECT_EQ(statsText(statsAnswer(std::move(result), StatsBy::kHost, "host", 0), context),
               "HOST          ROWS   SHARE  \n"
-              "alpha        1,200  79.9 %  ################################\n"
+              "alpha        1,200  79.9 %  #################################\n"
               "be\\x1b[2Jta    300  20.0 %  ########\n"
               "-                1   0.1 %  #\n");
     StatsResult bySeverity;

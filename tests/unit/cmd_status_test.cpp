@@ -107,7 +107,7 @@ _ARCH     4,000  0.0 MB  2024-03-03         3  count 80 %, age in 23 h
 
 Jobs up     pkg-Ombrel-syslog pkg-Ombrel-bsd pkg-Ombrel-custrule syslog-notify
 Jobs down   pkg-Ombrel-ietf
-Jobs off    pkg-Ombrel-localarchive
+Jobs off    pkg-Ombrel-localarchive pkg-Ombrel-schedule
 Archives    2 files, 0.5 MB, 2024-01-01 to 2024-02-29 in /volume1/logs
 Volume      12.0 GB of 48.0 GB free (25 %)
 Archived    2024-03-08 12:13:20
@@ -133,7 +133,7 @@ _ARCH     4,000  0.0 MB  2024-03-03  2024-03-09         3  count 80 %, age in 23
 
 Jobs up     pkg-Ombrel-syslog pkg-Ombrel-bsd pkg-Ombrel-custrule syslog-notify
 Jobs down   pkg-Ombrel-ietf
-Jobs off    pkg-Ombrel-localarchive
+Jobs off    pkg-Ombrel-localarchive pkg-Ombrel-schedule
 Archives    2 files, 0.5 MB, 2024-01-01 to 2024-02-29 in /volume1/logs
 Volume      12.0 GB of 48.0 GB free (25 %)
 Archived    2024-03-08 12:13:20
@@ -158,6 +158,7 @@ job	pkg-Ombrel-bsd	running
 job	pkg-Ombrel-ietf	down
 job	pkg-Ombrel-localarchive	off
 job	pkg-Ombrel-custrule	running
+job	pkg-Ombrel-schedule	off
 job	syslog-notify	running
 database	_ARCH	/volume1/logs/VESKSYSLOGDB__ARCH.DB	4000	19	2024-03-03	2024-03-09	3	count 80 %, age in 23 h
 archives	/volume1/logs	2	500000	2024-01-01	2024-02-29
@@ -181,7 +182,7 @@ TEST_F(StatusCommand, GivesOneObject) {
         R"({"kind":"rule","name":"door","wanted":false,"running":false,"port":2514,"transport":"udp","tls":false,"format":"BSD","messages":null,"messages_per_second":null,"lost_datagrams":null,"lost_messages":null}],)"
         R"("jobs":[{"name":"pkg-Ombrel-syslog","wanted":true,"running":true},{"name":"pkg-Ombrel-bsd","wanted":true,"running":true},)"
         R"({"name":"pkg-Ombrel-ietf","wanted":true,"running":false},{"name":"pkg-Ombrel-localarchive","wanted":false,"running":false},)"
-        R"({"name":"pkg-Ombrel-custrule","wanted":true,"running":true},{"name":"syslog-notify","wanted":false,"running":true}],)"
+        R"({"name":"pkg-Ombrel-custrule","wanted":true,"running":true},{"name":"pkg-Ombrel-schedule","wanted":false,"running":false},{"name":"syslog-notify","wanted":false,"running":true}],)"
         R"("databases":[{"path":"/volume1/logs/VESKSYSLOGDB__ARCH.DB","device":"_ARCH","rows":4000,"size_bytes":19,)"
         R"("first_day":"2024-03-03","last_day":"2024-03-09","messages_last_minute":3,"messages_last_minute_is_more":false,)"
         R"("due":false,"rule":null,"rules":[{"rule":"count","limit_rows":5000,"reached_rows":4000},)"
@@ -256,6 +257,7 @@ TEST_P(StatusWithout, ShowsTheRestAndSaysWhy) {
     EXPECT_THAT(shown.out, HasSubstr(GetParam().note + "\n"));
     EXPECT_EQ(line.run({"status"}), GetParam().exitCode);
     EXPECT_THAT(line.out, HasSubstr("note\t" + GetParam().note));
+    EXPECT_EQ(line.err, GetParam().exitCode != 0 ? "ombrel: " + GetParam().note + "\n" : "");
     EXPECT_EQ(line.run({"status", "--json"}), GetParam().exitCode);
     EXPECT_EQ(std::count(line.out.begin(), line.out.end(), '\n'), 1);
 }
@@ -381,6 +383,15 @@ TEST_F(StatusCommand, DoesNotOpenWhatHasNotChanged) {
     EXPECT_EQ(platform.calls.count("VLIBCFileEnumSection"), 0);
     EXPECT_EQ(report.databases[0].lastMinute, 1U) << "the others are older by now";
     EXPECT_EQ(report.databases[0].rows, 4000);
+}
+
+TEST_F(StatusCommand, TakesADatabaseThatIsJustBegunForAnEmptyOne) {
+    platform.addFile(kSharedDb);
+    EXPECT_EQ(lastMinuteOf(StatusWatch().look())->messages, 0U);
+    EXPECT_THAT(screen(), HasSubstr("empty"));
+    platform.addDatabase(kSharedDb, march(0));
+    EXPECT_EQ(lastMinuteOf(StatusWatch().look())->messages, 0U);
+    EXPECT_EQ(StatusWatch().look().notes, Lines());
 }
 
 TEST_F(StatusCommand, RefusesWrongWords) {

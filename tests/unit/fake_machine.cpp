@@ -11,10 +11,8 @@
 #include "tools/ombrel/answer.h"
 #include "tools/ombrel/exec_program.h"
 #include "tools/ombrel/folder_listing.h"
-#include "tools/ombrel/interrupt.h"
 #include "tools/ombrel/search_zip.h"
 #include "tools/ombrel/turn.h"
-#include "tools/ombrel/worker_count.h"
 
 namespace ombrel {
 
@@ -87,21 +85,10 @@ int execProgram(const std::string& path, const std::vector<std::string>& words) 
     return test::fakeMachine().execResult;
 }
 
-struct Interrupt::Watch {};
-
-Interrupt::Interrupt(std::function<void()> onSignal) {
-    if (test::fakeMachine().interruptedBy != 0) onSignal();
-}
-
-Interrupt::~Interrupt() = default;
-
-int Interrupt::signal() const {
-    return test::fakeMachine().interruptedBy;
-}
-
 struct ZipScratch::Folders {};
 
-ZipScratch::ZipScratch() = default;
+ZipScratch::ZipScratch(FolderOf /*volumeScratch*/) {
+}
 ZipScratch::~ZipScratch() = default;
 
 Unpacked ZipScratch::unpack(const std::string& zip, std::size_t number, const std::function<bool()>& /*goesOn*/) {
@@ -116,11 +103,6 @@ Unpacked ZipScratch::unpack(const std::string& zip, std::size_t number, const st
         unpacked.error = zip + ": damaged";
     }
     return unpacked;
-}
-
-// The recording platform is for one thread.
-unsigned workerCount() {
-    return 1;
 }
 
 int Turn::take() {

@@ -33,7 +33,6 @@ struct FakeMachine {
     /// What is in ZIP files: the paths of databases, by the path of the file.
     std::map<std::string, std::vector<std::string>> zipped;
     std::vector<std::string> unpacked;  ///< paths of ZIP files, in order
-    int interruptedBy = 0;              ///< the signal that comes
     /// What happens while somebody who follows files waits; without it he is asked to stop.
     std::function<FollowWake()> whileWaiting;
     std::set<std::string> watchedFolders;

@@ -8,7 +8,6 @@
 #include "tests/unit/fake_machine.h"
 #include "tools/ombrel/open_scratch.h"
 #include "tools/ombrel/output_file.h"
-#include "tools/ombrel/reader_threads.h"
 #include "tools/ombrel/stop_signals.h"
 
 namespace ombrel {
@@ -67,10 +66,6 @@ void failAllWrites(bool /*wanted*/) {
 
 void removeScratch(const std::string& path) {
     FakePlatform::current().removeFile(path);
-}
-
-unsigned readerThreads() {
-    return 1;  // the recording platform belongs to one thread
 }
 
 bool takeStopSignals() {

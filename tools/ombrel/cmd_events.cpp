@@ -103,8 +103,11 @@ int showEvents(const EventWords& words, const Context& context) {
     query.most = static_cast<std::size_t>(words.most != 0 ? words.most : query.since ? 0 : kUsualNumber);
 
     EventFollower follower(eventFile());
-    follower.start(std::nullopt);
-    const auto end = words.follow ? std::optional(follower.position()) : std::nullopt;
+    std::optional<EventPosition> end;
+    if (words.follow) {
+        follower.start(std::nullopt);
+        end = follower.position();
+    }
     const EventHistory history = readEventHistory(eventFile(), query, end);
     if (history.error != 0 && history.records.empty()) return complainOfFile(history.error);
     EventPrinter printer(context);

@@ -11,6 +11,7 @@
 
 #include "platform/veskserviceconf.h"
 #include "tools/ombrel/commands.h"
+#include "tools/ombrel/job_names.h"
 #include "tools/ombrel/json_writer.h"
 #include "tools/ombrel/metronome.h"
 #include "tools/ombrel/retention_settings.h"
@@ -23,7 +24,6 @@ namespace ombrel {
 
 namespace {
 
-constexpr const char* kScheduleJob = "pkg-Ombrel-schedule";
 constexpr long long kLongestDistance = 7LL * 86400;
 
 struct Words {

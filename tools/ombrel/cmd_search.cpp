@@ -4,24 +4,28 @@
 // `ombrel search`.
 #include <sysexits.h>
 
-#include <cstdio>
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <memory>
 
+#include "ombrel/postprocessor.h"
 #include "tools/ombrel/commands.h"
-#include "tools/ombrel/interrupt.h"
 #include "tools/ombrel/log_filter.h"
+#include "tools/ombrel/reader_threads.h"
 #include "tools/ombrel/row_format.h"
 #include "tools/ombrel/search_files.h"
 #include "tools/ombrel/search_output.h"
 #include "tools/ombrel/settings_file.h"
-#include "tools/ombrel/worker_count.h"
+#include "tools/ombrel/stop_signals.h"
 
 namespace ombrel {
 
 namespace {
 
-constexpr int kInterrupted = 128;  // and the number of the signal, as shells do
+constexpr int kInterrupted = 130;  // what shells say of Ctrl-C
+constexpr unsigned kMostThreads = 8;
 
 struct SearchWords {
     FilterWords filter;
@@ -49,17 +53,18 @@ int search(const SearchWords& words, const Context& context) {
     const SettingsRead settings = readSettings();
     if (!settings.record) return settings.exitCode;
 
+    if (!takeStopSignals()) return complain(EX_OSERR, std::string("no signals: ") + std::strerror(errno));
     SearchFiles files(placesOf(words.places), filter);
     SearchOutput output(context, formatOf(words, context), static_cast<unsigned long long>(words.limit));
     for (const std::string& note : files.notes())
         output.complain(note);
-    ZipScratch scratch;
+    PostProcessor volumes;
+    ZipScratch scratch([&volumes](const std::string& path) { return volumes.TranTempDirGet(path); });
     SearchWorld world{filter, scratch, [&files](const auto& identity) { return files.findArchived(identity); },
                       [&files](const std::string& path) { return files.wasThere(path); }};
-    const Interrupt interrupt([&world] { world.isStopped = true; });
-    SearchEngine engine(world, files.take(), workerCount());
+    SearchEngine engine(world, files.take(), std::min(readerThreads(), kMostThreads));
     output.run(engine);
-    if (const int signal = interrupt.signal()) return output.end(kInterrupted + signal);
+    if (stopAsked()) return output.end(kInterrupted);
     if (output.hasComplained()) return output.end(EX_NOINPUT);
     return output.end(output.rows() > 0 ? 0 : 1);
 }
@@ -87,7 +92,7 @@ void addSearchCommand(Command& root) {
     command.exitCode(0, "rows were found");
     command.exitCode(1, "none was found");
     command.exitCode(EX_NOINPUT, "something could not be read; what was found elsewhere is shown");
-    command.exitCode(kInterrupted + 2, "ended by Ctrl-C; what was found so far is shown");
+    command.exitCode(kInterrupted, "ended by Ctrl-C; what was found so far is shown");
     command.run([words](const Context& context) { return search(*words, context); });
 }
 

@@ -30,7 +30,7 @@ int complainOfWaiting(int error) {
 int showOnce(const Context& context) {
     StatusWatch watch;
     const StatusReport report = watch.look();
-    if (report.exitCode != 0) (void)complain(report.exitCode, report.notes.back());
+    if (report.exitCode != 0) (void)complain(report.exitCode, report.complaint);
     if (context.json) return endOfOutput(say(statusJson(report)), report.exitCode);
     if (!context.out.isTerminal) return endOfOutput(say(statusLines(report)), report.exitCode);
     Terminal terminal = context.out;

@@ -60,6 +60,8 @@ Finding findingOf(const char* job, Wish wish) {
                 "switch it on by ombrel settings set, or " + tool + "stop " + job};
     }
     if (wish != Wish::kOn) return {kOk, name, "it is off", ""};
+    // Most service managers do not let a plain user ask.
+    if (!isRoot()) return {kUnknown, name, "whether it runs is not for this user to see", "ask as root"};
     return {
         kWrong, name, "it is wanted, but does not run",
         tool + "start " + job + "; /var/packages/Ombrel/target/service/log/" + job + "/current says why it ended"};

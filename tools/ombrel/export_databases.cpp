@@ -11,6 +11,7 @@
 #include "tools/ombrel/export_text.h"
 #include "tools/ombrel/held_database.h"
 #include "tools/ombrel/row_format.h"
+#include "tools/ombrel/search_zip.h"
 #include "tools/ombrel/stop_signals.h"
 
 namespace ombrel {
@@ -18,6 +19,7 @@ namespace ombrel {
 namespace {
 
 constexpr std::size_t kBufferBytes = 256UL << 10;
+constexpr unsigned long long kPacking = 10;           // how much smaller a ZIP file makes a database, about
 constexpr unsigned long long kReserve = 16ULL << 20;  // the log writer goes on meanwhile
 
 ExportEnd failed(int exitCode, const std::string& why) {
@@ -36,7 +38,8 @@ public:
 
     ExportEnd run(const std::string& path, ExportProgress& progress) {
         HeldDatabase database(path, everything_);
-        if (!database.open()) return failed(errno == EACCES ? EX_NOPERM : EX_NOINPUT, path + ": " + std::strerror(errno));
+        if (!database.open())
+            return failed(errno == EACCES ? EX_NOPERM : EX_NOINPUT, path + ": " + std::strerror(errno));
         const long long total = LogArchiver().DBCountGet(path);
         for (;;) {
             const auto end = database.read([this](LogRow& row) { return take(row); }, 1);
@@ -76,7 +79,24 @@ private:
 
 ExportEnd exportOne(const std::string& path, ExportFormat format, OutputFile& output, ExportProgress& progress) {
     if (format == ExportFormat::kText) return exportText(path, output, progress);
-    return RowExport(format == ExportFormat::kCsv ? RowFormat::kCsv : RowFormat::kJson, output).run(path, progress);
+    return RowExport(format == ExportFormat::kCsv ? RowFormat::kCsv : RowFormat::kJson, output)
+        .run(path, progress);
+}
+
+/// All databases of a ZIP file, in the order in which they lie in it.
+ExportEnd exportZip(const std::string& path, ExportFormat format, OutputFile& output, ExportProgress& progress) {
+    ZipScratch scratch;
+    ExportEnd all;
+    for (std::size_t number = 0;; ++number) {
+        const Unpacked unpacked = scratch.unpack(path, number, [] { return !stopAsked(); });
+        if (stopAsked()) return failed(1, "stopped");
+        if (!unpacked.error.empty()) return failed(EX_DATAERR, unpacked.error);
+        if (unpacked.path == nullptr) return all;
+        const ExportEnd one = exportOne(*unpacked.path, format, output, progress);
+        if (one.exitCode != 0) return failed(one.exitCode, path + ": " + one.error);
+        all.rows += one.rows;
+        if (unpacked.isLast) return all;
+    }
 }
 
 }  // namespace
@@ -86,8 +106,9 @@ unsigned long long roomFor(const std::vector<LogFile>& files, ExportFormat forma
     unsigned long long bytes = 0;
     unsigned long long largest = 0;
     for (const LogFile& file : files) {
-        bytes += file.bytes;
-        largest = std::max(largest, file.bytes);
+        const unsigned long long unpacked = file.bytes * (file.kind == LogFile::Kind::kZip ? kPacking : 1);
+        bytes += unpacked;
+        largest = std::max(largest, unpacked);
     }
     if (format == ExportFormat::kNdjson) return bytes * 3 + kReserve;
     return (format == ExportFormat::kCsv ? bytes / 2 * 3 : bytes + largest) + kReserve;
@@ -103,7 +124,9 @@ ExportEnd exportDatabases(const std::vector<LogFile>& files, ExportFormat format
     if (format == ExportFormat::kCsv && !output.write(csvHead())) return cannotWrite();
     for (const LogFile& file : files) {
         progress.begin(file.bytes);
-        const ExportEnd one = exportOne(file.path, format, output, progress);
+        const bool isZip = file.kind == LogFile::Kind::kZip;
+        const ExportEnd one = isZip ? exportZip(file.path, format, output, progress)
+                                    : exportOne(file.path, format, output, progress);
         if (one.exitCode != 0) return one;
         progress.end();
         all.rows += one.rows;

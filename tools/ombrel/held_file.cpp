@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "linux/common/path_parts.h"
 #include "linux/common/write_all.h"
 
 namespace ombrel {
@@ -36,7 +37,20 @@ bool copyAll(int from, int to) {
     }
 }
 
+std::string nameOfDescriptor(int fd) {
+    std::array<char, PATH_MAX> buffer{};
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t length = ::readlink(link.c_str(), buffer.data(), buffer.size());
+    return {buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
 }  // namespace
+
+std::string withoutLinks(const std::string& path) {
+    const Fd folder(::open(folderOf(path).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const std::string name = folder ? nameOfDescriptor(folder.get()) : "";
+    return name.empty() ? path : name + "/" + nameOf(path);
+}
 
 TemporaryCopy::~TemporaryCopy() {
     if (!path_.empty()) (void)::unlink(path_.c_str());  // what is left over is swept away with the others there
@@ -71,12 +85,9 @@ bool HeldFile::isAt(const std::string& path) const {
 }
 
 HeldFile::Name HeldFile::name() const {
-    std::array<char, PATH_MAX> buffer{};
-    const std::string link = "/proc/self/fd/" + std::to_string(fd_.get());
-    const ssize_t length = ::readlink(link.c_str(), buffer.data(), buffer.size());
-    std::string path(buffer.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
+    std::string path = nameOfDescriptor(fd_.get());
     struct stat64 status {};
-    const bool isRemoved = length <= 0 || ::fstat64(fd_.get(), &status) != 0 || status.st_nlink == 0;
+    const bool isRemoved = path.empty() || ::fstat64(fd_.get(), &status) != 0 || status.st_nlink == 0;
     if (isRemoved && path.ends_with(kRemoved)) path.resize(path.size() - kRemoved.size());
     return {path, isRemoved};
 }

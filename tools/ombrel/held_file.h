@@ -13,6 +13,10 @@
 
 namespace ombrel {
 
+/// The path without symbolic links in its folders, which need not have that file (any more); as it is where the
+/// folder cannot be opened.
+std::string withoutLinks(const std::string& path);
+
 /// A file that goes with this object.
 class TemporaryCopy {
 public:

@@ -12,7 +12,8 @@ namespace ombrel {
 
 inline constexpr const char* kWriterJob = "pkg-Ombrel-syslog";
 inline constexpr const char* kNotifyService = "syslog-notify";
-inline constexpr std::array kJobNames = {kWriterJob,       kBsdJob,        kIetfJob,
-                                         kLocalArchiveJob, kCustomRuleJob, kNotifyService};
+inline constexpr const char* kScheduleJob = "pkg-Ombrel-schedule";
+inline constexpr std::array kJobNames = {kWriterJob,     kBsdJob,      kIetfJob,      kLocalArchiveJob,
+                                         kCustomRuleJob, kScheduleJob, kNotifyService};
 
 }  // namespace ombrel

@@ -15,7 +15,6 @@
 #include <vector>
 
 #include "linux/common/folder_stream.h"
-#include "ombrel/postprocessor.h"
 
 namespace ombrel {
 
@@ -81,9 +80,8 @@ std::string temporaryFolder() {
 }  // namespace
 
 // Another run may sweep the folder away before it is locked: then it is made again.
-std::unique_ptr<ScratchPlace> ScratchPlace::make(const std::string& path, std::string& error) {
+std::unique_ptr<ScratchPlace> ScratchPlace::make(std::string scratch, std::string& error) {
     constexpr int kTries = 5;
-    std::string scratch = PostProcessor().TranTempDirGet(path);
     if (!isSafe(scratch)) scratch = temporaryFolder();
     if (!isSafe(scratch)) {
         error = "cannot use the folder " + scratch +

@@ -13,10 +13,10 @@ namespace ombrel {
 
 class ScratchPlace {
 public:
-    /// Makes one in the scratch folder of the volume of `path`, or in that for temporary files where this user may
-    /// not write to the former. First takes away what runs that were killed have left there. Null: `error` says
-    /// why.
-    static std::unique_ptr<ScratchPlace> make(const std::string& path, std::string& error);
+    /// Makes one in the folder `scratch`, or in that for temporary files where this user may not write to the
+    /// former or others could meddle with it. First takes away what runs that were killed have left there. Null:
+    /// `error` says why.
+    static std::unique_ptr<ScratchPlace> make(std::string scratch, std::string& error);
     ~ScratchPlace();
     ScratchPlace(const ScratchPlace&) = delete;
     ScratchPlace& operator=(const ScratchPlace&) = delete;

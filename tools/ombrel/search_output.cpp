@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "tools/ombrel/answer.h"
+#include "tools/ombrel/stop_signals.h"
 
 namespace ombrel {
 
@@ -41,7 +42,7 @@ bool SearchOutput::write(const std::vector<LogRow>& rows) {
 }
 
 void SearchOutput::run(SearchEngine& engine) {
-    for (bool isEnd = false; !isEnd && !isFull();) {
+    for (bool isEnd = false; !isEnd && !isFull() && !stopAsked();) {
         const std::size_t left = limit_ > 0 ? static_cast<std::size_t>(limit_ - rows_) : kRowsAtOnce;
         const SearchEngine::News news = engine.next(std::min(left, kRowsAtOnce), kPatience);
         for (const std::string& error : news.errors)

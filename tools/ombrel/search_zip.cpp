@@ -23,6 +23,7 @@ namespace ombrel {
 
 /// The folders in use, by the folder of the ZIP files: a volume each.
 struct ZipScratch::Folders {
+    FolderOf volumeScratch;
     std::mutex mutex;
     std::map<std::string, std::shared_ptr<ScratchPlace>> byFolder;
     unsigned long long files = 0;
@@ -31,7 +32,7 @@ struct ZipScratch::Folders {
     std::shared_ptr<ScratchPlace> placeFor(const std::string& zip, std::string& name, std::string& error) {
         const std::lock_guard lock(mutex);
         std::shared_ptr<ScratchPlace>& place = byFolder[folderOf(zip)];
-        if (place == nullptr) place = ScratchPlace::make(zip, error);
+        if (place == nullptr) place = ScratchPlace::make(volumeScratch(zip), error);
         const NameDays days = daysOfName(nameOf(zip)).value_or(NameDays{"1970-01-01", "1970-01-01"});
         name = days.first + "_" + days.last + "_" + std::to_string(++files) + ".DB";
         return place;
@@ -75,7 +76,8 @@ std::string writeOut(const ZipFile& zip, const ZipEntry& entry, int file, const 
 
 }  // namespace
 
-ZipScratch::ZipScratch() : folders_(std::make_shared<Folders>()) {
+ZipScratch::ZipScratch(FolderOf volumeScratch) : folders_(std::make_shared<Folders>()) {
+    folders_->volumeScratch = std::move(volumeScratch);
 }
 
 ZipScratch::~ZipScratch() = default;

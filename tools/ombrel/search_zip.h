@@ -23,7 +23,9 @@ struct Unpacked {
 /// Safe for several threads.
 class ZipScratch {
 public:
-    ZipScratch();
+    /// `volumeScratch` tells the scratch folder of a file's volume; empty when there is none.
+    using FolderOf = std::function<std::string(const std::string& path)>;
+    explicit ZipScratch(FolderOf volumeScratch);
     ~ZipScratch();
     ZipScratch(const ZipScratch&) = delete;
     ZipScratch& operator=(const ZipScratch&) = delete;

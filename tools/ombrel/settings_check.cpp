@@ -8,6 +8,7 @@
 
 #include "linux/common/tls_files.h"
 #include "platform/veskcore.h"
+#include "tools/ombrel/machine_files.h"
 #include "tools/ombrel/machine_ports.h"
 #include "tools/ombrel/rule_store.h"
 
@@ -33,9 +34,16 @@ std::optional<PortFault> whyNoReceiverPort(const ReceiverSettings& receiver) {
     return whyNoPort(isBsd ? "syslog_server_ietf" : "syslog_server", receiver.port, protocol);
 }
 
+/// A plain user cannot look at the receivers' own processes.
+Finding hiddenHolder(const ReceiverSettings& receiver) {
+    return {kUnknown, receiver.portKey,
+            "port " + portText(receiver) + " is held by a program that this user cannot look at", "ask as root"};
+}
+
 Finding takenPort(const ReceiverSettings& receiver, const std::string& quoted, const std::string& what) {
     std::string who = what;
     if (const auto users = portUsers(receiver.port, receiver.isUdp)) {
+        if (users->declarers.empty() && !users->holders.empty() && !isRoot()) return hiddenHolder(receiver);
         std::vector<std::string> all = users->declarers;
         all.insert(all.end(), users->holders.begin(), users->holders.end());
         if (!all.empty()) who = "port " + portText(receiver) + " is " + joined(all);
@@ -54,6 +62,7 @@ Finding freePort(const ReceiverSettings& receiver, const std::string& quoted) {
         case EPERM:
             return {kWarning, receiver.portKey, port + " could not be tried: only root may take it", ""};
         case EADDRINUSE:
+            if (!isRoot()) return hiddenHolder(receiver);
             return {receiver.isOn ? kWrong : kWarning, receiver.portKey,
                     quoted + port + " is held by a program that cannot be looked at",
                     "expected a port that nobody else holds"};
@@ -84,6 +93,11 @@ void addFaultsOfValues(Findings& findings, const SettingsRecord& record) {
     }
     for (const SettingsFaultWords& fault : receiverFaults(record))
         findings.push_back({kWrong, fault.key, fault.what, ""});
+}
+
+bool mayRead(const std::string& path) {
+    const auto facts = fileFacts(path);
+    return facts && facts->mayRead;
 }
 
 bool tlsChanges(const SettingsRecord& current, const SettingsRecord& wanted) {
@@ -118,6 +132,7 @@ Finding checkTls(const SettingsRecord& record) {
     const std::string wrong = whatIsWrongWithTlsFiles(record.server_ca_key, record.server_ca_file);
     if (wrong.empty())
         return {kOk, name, "key and certificate are readable, belong together and are valid now", ""};
+    if (!isRoot() && !mayRead(record.server_ca_key)) return {kUnknown, name, wrong, "ask as root"};
     return {isNeeded ? kWrong : kWarning, name, wrong,
             "expected a readable key without password and its certificate, valid now"};
 }

@@ -9,15 +9,14 @@
 #include <mutex>
 #include <thread>
 
-#include "linux/common/day_text.h"
-#include "tools/ombrel/reader_threads.h"
-#include "tools/ombrel/time_words.h"
+#include "tools/ombrel/folder_listing.h"
+#include "tools/ombrel/search_files.h"
+#include "tools/ombrel/search_zip.h"
+#include "tools/ombrel/worker_count.h"
 
 namespace ombrel {
 
 namespace {
-
-constexpr const char* kUnreadableDay = "1970-01-01";  // of archives whose days could not be told
 
 class Counting {
 public:
@@ -26,7 +25,7 @@ public:
     }
 
     void run(Progress& progress) {
-        const std::size_t threads = std::min<std::size_t>(readerThreads(), files_.size());
+        const std::size_t threads = std::min<std::size_t>(workerCount(), files_.size());
         if (threads <= 1) {
             work([this, &progress] { progress.show(passed_, 0); });
             return;
@@ -58,13 +57,34 @@ private:
     void work(const AfterEach& afterEach) {
         NameCounts mine;
         for (std::size_t i = next_++; i < files_.size() && !stop_; i = next_++) {
-            const LogFile& file = files_[i];
-            const bool isWorking = file.kind == LogFile::Kind::kWorking;
-            if (auto why = countDatabase(file.path, isWorking, wanted_, mine, passed_, stop_)) why_[i] = *why;
+            why_[i] = countFile(files_[i], mine).value_or("");
             afterEach();
         }
         const std::lock_guard lock(mutex_);
         counts_.add(mine);
+    }
+
+    std::optional<std::string> countFile(const LogFile& file, NameCounts& counts) {
+        if (file.kind == LogFile::Kind::kZip) return countZip(file.path, counts);
+        const bool isWorking = file.kind == LogFile::Kind::kWorking;
+        auto why = countDatabase(file.path, isWorking, wanted_, counts, passed_, stop_);
+        if (!why || file.kind != LogFile::Kind::kArchive || fileEntry(file.path)) return why;
+        // Packed since it was found, and removed before it was opened.
+        const std::string zip = file.path.substr(0, file.path.rfind('.')) + ".ZIP";
+        return fileEntry(zip) ? countZip(zip, counts) : why;
+    }
+
+    std::optional<std::string> countZip(const std::string& path, NameCounts& counts) {
+        for (std::size_t number = 0; !stop_; ++number) {
+            const Unpacked unpacked = scratch_.unpack(path, number, [this] { return !stop_; });
+            if (!unpacked.error.empty()) return unpacked.error;
+            if (unpacked.path == nullptr) break;
+            if (countDatabase(*unpacked.path, false, wanted_, counts, passed_, stop_)) {
+                return path + ": a database in it is damaged: see what `unzip -t` says of it";
+            }
+            if (unpacked.isLast) break;
+        }
+        return std::nullopt;
     }
 
     void workAside() {
@@ -93,6 +113,7 @@ private:
     std::atomic<std::size_t> next_{0};
     std::atomic<unsigned long long> passed_{0};
     std::atomic<bool> stop_{false};
+    ZipScratch scratch_;
     std::vector<std::string> why_;  // a place for each file, which one thread writes
     std::mutex mutex_;              // for what follows
     std::condition_variable done_;
@@ -103,14 +124,9 @@ private:
 
 }  // namespace
 
-// A day more at both ends: the zone may have been another one when the file got its name.
 std::vector<LogFile> filesBetween(std::vector<LogFile> files, const LogFilter& filter) {
-    const std::string first = filter.since() ? localDay(*filter.since() - kDaySeconds) : "";
-    const std::string last = filter.until() ? localDay(*filter.until() + kDaySeconds) : "";
-    std::erase_if(files, [&](const LogFile& file) {
-        if (file.firstDay.empty() || file.firstDay == kUnreadableDay) return false;
-        return (!first.empty() && file.lastDay < first) || (!last.empty() && file.firstDay > last);
-    });
+    std::erase_if(files,
+                  [&filter](const LogFile& file) { return !mayHold(file, filter.since(), filter.until()); });
     return files;
 }
 

@@ -8,6 +8,7 @@
 
 #include "platform/vesksyslog.h"
 #include "src/fixed_paths.h"
+#include "tools/ombrel/folder_listing.h"
 #include "tools/ombrel/status_machine.h"
 
 namespace ombrel {
@@ -133,16 +134,18 @@ void DatabaseWatch::probe(Known& known, StatusReport& report) {
         status.lastDay = db.DBInfoEndStrGet();
     }
     (void)db.DBDiscon();
-    // One that the log writer has just made is no database yet.
-    if (known.file.bytes == 0) status.rows = 0;
     if (status.rows && *status.rows < 0) status.rows.reset();
+    // One that the log writer has just made is no database yet, and one that was just archived is none any more.
+    if (known.file.bytes == 0 || (!status.rows && !fileEntry(status.path))) status.rows = 0;
     if (!status.rows) report.notes.push_back(status.path + " cannot be read as a log database");
     if (status.rows.value_or(0) == 0) status.firstDay = status.lastDay = "";
-    if (status.rows && known.minute.look(status.path, report.time)) {
-        status.lastMinute = 0;
-    } else if (status.rows && *status.rows > 0) {
+    if (status.rows.value_or(0) == 0) {
+        known.minute.pass(report.time);
+    } else if (!known.minute.look(status.path, report.time)) {
         report.notes.push_back("the newest rows of " + status.path + " cannot be read");
+        return;
     }
+    if (status.rows) status.lastMinute = known.minute.messages();
 }
 
 void DatabaseWatch::lookAtDatabase(const LogFile& file, StatusReport& report) {

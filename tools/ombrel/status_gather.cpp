@@ -75,6 +75,7 @@ StatusReport StatusWatch::look() {
         databases_.look(*settings.record, report);
         lookAtVolume(settings.record->arch_dest, report);
     } else {
+        report.complaint = settings.complaint;
         report.notes.push_back(settings.complaint);
     }
     wantJobs(report);

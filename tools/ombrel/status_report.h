@@ -70,8 +70,9 @@ struct VolumeStatus {
 };
 
 struct StatusReport {
-    long long time = 0;  ///< seconds since the epoch
-    int exitCode = 0;    ///< not 0: the settings cannot be read, and what they would tell is missing
+    long long time = 0;     ///< seconds since the epoch
+    int exitCode = 0;       ///< not 0: the settings cannot be read, and what they would tell is missing
+    std::string complaint;  ///< likewise: why
     std::vector<ReceiverStatus> receivers;
     std::vector<JobStatus> jobs;
     std::vector<DatabaseStatus> databases;

@@ -133,7 +133,8 @@ void TailFollow::readGrown(const FollowWake& wake) {
     }
 }
 
-bool TailFollow::isKnownArchive(const std::string& path) {
+bool TailFollow::isKnownArchive(const std::string& given) {
+    const std::string path = withoutLinks(given);
     if (finished_.erase(path) > 0) return true;
     return std::any_of(databases_.begin(), databases_.end(), [&path](const auto& entry) {
         return entry.second->isAt(path) || entry.second->nameNow() == path;
@@ -159,7 +160,12 @@ void TailFollow::takeWake(const FollowWake& wake) {
     // While it is being written it may lack keys: the settings stay as they are until it is whole.
     if (wake.settings) (void)archiver_.ConfigLoad(kSettingsFile);
     if (!wake.settings && !wake.missed && wake.entries.empty()) return;
-    for (const std::string& path : find()) {
+    // All of them: one that was found before its folder was watched may have grown in between.
+    (void)find();
+    std::vector<std::string> paths;
+    for (const auto& [path, database] : databases_)
+        paths.push_back(path);
+    for (const std::string& path : paths) {
         if (!isStopped_) readAt(path);
     }
 }
