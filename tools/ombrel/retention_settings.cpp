@@ -137,6 +137,7 @@ bool writeRetention(const RetentionSettings& settings) {
 
 std::vector<std::string> retentionLines(const RetentionSettings& settings) {
     std::vector<std::string> lines;
+    lines.reserve(kFields.size());
     for (const Field& field : kFields)
         lines.push_back(std::string(field.key) + "=\"" + field.print(settings) + "\"");
     return lines;
