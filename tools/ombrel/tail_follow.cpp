@@ -118,7 +118,7 @@ void TailFollow::readAt(const std::string& path) {
     const auto found = databases_.find(path);
     if (found == databases_.end() || readOne(*found->second) || isStopped_) return;
     if (finished_.size() >= kMostNames) finished_.clear();
-    finished_.insert(found->second->nameNow());
+    if (announced_.erase(path) == 0) finished_.insert(found->second->nameNow());
     databases_.erase(found);
 }
 
@@ -135,10 +135,16 @@ void TailFollow::readGrown(const FollowWake& wake) {
 
 bool TailFollow::isKnownArchive(const std::string& given) {
     const std::string path = withoutLinks(given);
-    if (finished_.erase(path) > 0) return true;
-    return std::any_of(databases_.begin(), databases_.end(), [&path](const auto& entry) {
+    if (const auto found = finished_.find(path); found != finished_.end()) {
+        finished_.erase(found);
+        return true;
+    }
+    const auto held = std::find_if(databases_.begin(), databases_.end(), [&path](const auto& entry) {
         return entry.second->isAt(path) || entry.second->nameNow() == path;
     });
+    if (held == databases_.end()) return false;
+    announced_.insert(held->first);
+    return true;
 }
 
 /// One that came and was archived while others were read and printed.

@@ -53,8 +53,10 @@ private:
     const LogFilter& filter_;
     FollowWatch* watch_;
     Print print_;
-    Databases databases_;               // by path
-    std::set<std::string> finished_;    // what the archives are called that were read to their end
+    Databases databases_;  // by path
+    // Archives that were read to their end before it was told that they were moved; names are used again.
+    std::multiset<std::string> finished_;
+    std::set<std::string> announced_;   // databases of which that was told before
     std::set<std::string> complaints_;  // said already
     bool isStopped_ = false;
     int exitCode_ = 0;
