@@ -3,6 +3,7 @@
 #include "tools/ombrel/search_output.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 
 #include "tools/ombrel/answer.h"
@@ -38,7 +39,9 @@ bool SearchOutput::write(const std::vector<LogRow>& rows) {
     rows_ += rows.size();
     lastRow_ = Clock::now();
     // Whoever waits for the first rows shall see them while others are looked for.
-    return say(text) && std::fflush(stdout) == 0;
+    if (say(text) && std::fflush(stdout) == 0) return true;
+    isReaderGone_ = errno == EPIPE;
+    return false;
 }
 
 void SearchOutput::run(SearchEngine& engine) {
@@ -61,7 +64,8 @@ void SearchOutput::run(SearchEngine& engine) {
 }
 
 int SearchOutput::end(int exitCode) {
-    return endOfOutput(isWritten_, exitCode);
+    // Whoever has seen enough closes the pipe.
+    return isReaderGone_ ? exitCode : endOfOutput(isWritten_, exitCode);
 }
 
 }  // namespace ombrel

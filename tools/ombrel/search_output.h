@@ -39,6 +39,7 @@ private:
     unsigned long long rows_ = 0;
     bool hasComplained_ = false;
     bool isWritten_ = true;
+    bool isReaderGone_ = false;
     Clock::time_point lastRow_ = Clock::now();
     Progress progress_;
 };
