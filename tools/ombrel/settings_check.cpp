@@ -28,7 +28,7 @@ std::string joined(const std::vector<std::string>& texts) {
 /// Neither receiver's own declaration stands in the way of the other: both are made anew.
 std::optional<PortFault> whyNoReceiverPort(const ReceiverSettings& receiver) {
     const std::string protocol = receiver.isUdp ? "udp" : "tcp";
-    const auto fault = whyNoPort(receiver.section, receiver.port, protocol);
+    auto fault = whyNoPort(receiver.section, receiver.port, protocol);
     if (!fault || !fault->isTaken) return fault;
     const bool isBsd = std::string_view(receiver.section) == "syslog_server";
     return whyNoPort(isBsd ? "syslog_server_ietf" : "syslog_server", receiver.port, protocol);
