@@ -20,7 +20,7 @@ namespace {
 
 using Conditions = std::list<_SYSLOG_SQL_COND_tag>;
 
-constexpr long long kNoon = 1709467200;  // 2024-03-03 12:00 UTC
+constexpr long long kNoonOfMarch = 1709467200;  // 2024-03-03 12:00 UTC
 
 int collectIds(_SYSLOG_LOG_DATA_tag& row, void* context) {
     static_cast<std::vector<std::string>*>(context)->push_back(row.rowId);
@@ -53,7 +53,7 @@ protected:
     void makeRows(int count) {
         std::vector<contract::Row> rows;
         for (int i = 0; i < count; ++i) {
-            rows.push_back({kNoon + i * 7 % 50, i % 8, "host" + std::to_string(i % 5), "user", "p",
+            rows.push_back({kNoonOfMarch + i * 7 % 50, i % 8, "host" + std::to_string(i % 5), "user", "p",
                             std::to_string(i) + (i % 2 == 0 ? " even" : " odd")});
         }
         contract::makeLinuxLogDatabase(path, rows);
@@ -68,7 +68,7 @@ protected:
                 std::to_string(count) +
                 ") INSERT INTO logs(utcsec, rutcsec, utcoff, host, sender, facility, severity, program, msg)"
                 " SELECT " +
-                std::to_string(kNoon) + " + i * 3 % 60, 1, 0, 1 + i % 5, 1, 1, 6, 1, 'added even' FROM n");
+                std::to_string(kNoonOfMarch) + " + i * 3 % 60, 1, 0, 1 + i % 5, 1, 1, 6, 1, 'added even' FROM n");
     }
     std::vector<std::string> page(const Walk& walk, long long rows, long long offset) {
         std::vector<std::string> ids;
