@@ -15,6 +15,7 @@
 #include <tuple>
 #include <utility>
 
+#include "linux/common/tls_files.h"
 #include "receiver/launcher/control_socket.h"
 #include "receiver/launcher/fail.h"
 #include "receiver/launcher/hand_over.h"
@@ -22,7 +23,6 @@
 #include "receiver/launcher/ports.h"
 #include "receiver/launcher/receiver_settings.h"
 #include "receiver/launcher/resources.h"
-#include "linux/common/tls_files.h"
 
 namespace ombrel {
 

@@ -13,11 +13,11 @@
 #include <utility>
 #include <vector>
 
+#include "linux/common/tls_files.h"
 #include "receiver/launcher/fail.h"
 #include "receiver/launcher/log_socket.h"
 #include "receiver/launcher/ports.h"
 #include "receiver/launcher/receiver_files.h"
-#include "linux/common/tls_files.h"
 #include "receiver/rules/rule_sources.h"
 
 namespace ombrel {

@@ -22,6 +22,7 @@ OutputFile::~OutputFile() {
 std::string OutputFile::open(const std::string& path, bool replace) {
     if (FakePlatform::current().exists(path) && !replace) return path + " is there already; --force replaces it";
     path_ = path;
+    replace_ = replace;
     temporary_ = path + ".tmp";
     FakePlatform::current().addFile(temporary_);
     return {};

@@ -134,7 +134,7 @@ class Property {
 public:
     explicit Property(unsigned seed) : random_(seed) {
         today_ = *dayNumber(kToday);
-        for (std::size_t i = pick(0, 25); i > 0; --i) {
+        for (long long i = pick(0, 25); i > 0; --i) {
             const long long last = today_ - pick(0, 40) + 3;
             const std::string first = dayText(last - pick(0, 5));
             all_.push_back({"/srv/" + std::to_string(i), first, dayText(last), int(pick(0, 3)),

@@ -18,6 +18,7 @@ int execProgram(const std::string& path, const std::vector<std::string>& words) 
     std::vector<std::string> texts = {path};
     texts.insert(texts.end(), words.begin(), words.end());
     std::vector<char*> pointers;
+    pointers.reserve(texts.size() + 1);
     for (std::string& text : texts)
         pointers.push_back(text.data());
     pointers.push_back(nullptr);

@@ -115,20 +115,20 @@ unsigned long long roomFor(const std::vector<LogFile>& files, ExportFormat forma
 }
 
 ExportEnd exportDatabases(const std::vector<LogFile>& files, ExportFormat format, OutputFile& output,
-                          Progress& line) {
+                          Progress& progress) {
     unsigned long long total = 0;
     for (const LogFile& file : files)
         total += file.bytes;
-    ExportProgress progress(line, total);
+    ExportProgress overall(progress, total);
     ExportEnd all;
     if (format == ExportFormat::kCsv && !output.write(csvHead())) return cannotWrite();
     for (const LogFile& file : files) {
-        progress.begin(file.bytes);
+        overall.begin(file.bytes);
         const bool isZip = file.kind == LogFile::Kind::kZip;
-        const ExportEnd one = isZip ? exportZip(file.path, format, output, progress)
-                                    : exportOne(file.path, format, output, progress);
+        ExportEnd one =
+            isZip ? exportZip(file.path, format, output, overall) : exportOne(file.path, format, output, overall);
         if (one.exitCode != 0) return one;
-        progress.end();
+        overall.end();
         all.rows += one.rows;
     }
     return all;

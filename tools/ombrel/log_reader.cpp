@@ -145,7 +145,7 @@ bool LogReader::loadKeys() {
             if (isSameFile()) error_ = readError(path_);
             return false;
         }
-        keys_[type] = std::move(keys);
+        keys_[static_cast<std::size_t>(type)] = std::move(keys);
     }
     hasKeys_ = true;
     return isSameFile();
@@ -227,7 +227,7 @@ bool LogReader::readBatch(const Stretch& stretch, Batch& batch) {
 bool LogReader::knowsKeys(const std::vector<Record>& rows) const {
     if (version_ == 1) return true;
     const auto has = [this](_SYSLOG_EXTKEY_TB_TYPE_tag type, const std::string& id) {
-        return keys_[type].contains(static_cast<unsigned long long>(numberOf(id)));
+        return keysOf(type).contains(static_cast<unsigned long long>(numberOf(id)));
     };
     return std::all_of(rows.begin(), rows.end(), [&has](const Record& row) {
         return has(SYSLOG_EXTKEY_HOST, row.hostId) && has(SYSLOG_EXTKEY_PROGRAM, row.programId) &&
@@ -238,8 +238,8 @@ bool LogReader::knowsKeys(const std::vector<Record>& rows) const {
 LogRow LogReader::rowOf(Record& record) const {
     const auto name = [this](_SYSLOG_EXTKEY_TB_TYPE_tag type, std::string& id) {
         if (version_ == 1) return std::move(id);
-        const auto found = keys_[type].find(static_cast<unsigned long long>(numberOf(id)));
-        return found == keys_[type].end() ? std::string() : found->second;
+        const auto found = keysOf(type).find(static_cast<unsigned long long>(numberOf(id)));
+        return found == keysOf(type).end() ? std::string() : found->second;
     };
     LogRow row;
     row.id = numberOf(record.rowId);

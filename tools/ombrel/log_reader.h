@@ -72,6 +72,9 @@ private:
 
     bool begin();
     bool loadKeys();
+    [[nodiscard]] const Keys& keysOf(_SYSLOG_EXTKEY_TB_TYPE_tag type) const {
+        return keys_[static_cast<std::size_t>(type)];
+    }
     bool isHopeless();
     bool knowsKeys(const std::vector<_SYSLOG_LOG_DATA_tag>& rows) const;
     bool isSameFile();

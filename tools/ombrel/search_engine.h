@@ -70,7 +70,7 @@ private:
     LogRow takeNext();
     [[nodiscard]] bool isLow(const Slot& slot) const;
     std::optional<std::size_t> pick();
-    bool makeRoomToUnpack(std::size_t slot, bool isWaitedFor);
+    bool makeRoomToUnpack(std::size_t index, bool isWaitedFor);
     void work();
     void settle(std::size_t index, SearchSource::Step step, std::vector<LogRow> rows);
 

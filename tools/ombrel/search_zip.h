@@ -32,7 +32,7 @@ public:
     ZipScratch& operator=(const ZipScratch&) = delete;
 
     /// Takes the database of that number, from 0, out of the ZIP file, unless `goesOn` becomes false.
-    Unpacked unpack(const std::string& zip, std::size_t number, const std::function<bool()>& goesOn);
+    Unpacked unpack(const std::string& path, std::size_t number, const std::function<bool()>& goesOn);
 
 private:
     struct Folders;

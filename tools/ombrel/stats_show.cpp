@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cmath>
 #include <cstdio>
 
 #include "linux/common/progress_bar.h"
@@ -40,7 +41,7 @@ std::string shareText(unsigned long long rows, unsigned long long all) {
 
 /// One mark at least for what there is at all.
 std::string barOf(unsigned long long rows, unsigned long long most, std::size_t width) {
-    const auto marks = static_cast<std::size_t>(shareDone(rows, most) * static_cast<double>(width) + 0.5);
+    const auto marks = static_cast<std::size_t>(std::lround(shareDone(rows, most) * static_cast<double>(width)));
     return std::string(rows == 0 ? 0 : std::max<std::size_t>(marks, 1), '#');
 }
 

@@ -45,7 +45,7 @@ private:
     void readGrown(const FollowWake& wake);
     void readAt(const std::string& path);
     void readArchived(const std::string& from, const std::string& to);
-    bool isKnownArchive(const std::string& path);
+    bool isKnownArchive(const std::string& given);
     bool readOne(HeldDatabase& database);
     void complainOnce(const std::string& what, int code);
 
