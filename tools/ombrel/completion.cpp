@@ -19,8 +19,8 @@ constexpr Known kCommon[] = {
 
 class Completer {
 public:
-    Completer(const Command& command, const NamesOfKind& namesOfKind, const std::string& typed)
-        : command_(command), namesOfKind_(namesOfKind), typed_(typed) {}
+    Completer(const Command& command, const NamesOfKind& namesOfKind, std::string typed)
+        : command_(command), namesOfKind_(namesOfKind), typed_(std::move(typed)) {}
 
     Completion complete(const Words& before) {
         if (typed_.starts_with("--") && typed_.find('=') != std::string::npos) return valueInWord();
@@ -120,7 +120,7 @@ private:
 
     const Command& command_;
     const NamesOfKind& namesOfKind_;
-    const std::string& typed_;
+    const std::string typed_;
     Completion found_;
 };
 

@@ -205,7 +205,7 @@ std::string timeJson(long long seconds) {
     std::string text = localText(seconds, "%Y-%m-%dT%H:%M:%S%z");
     // "+0100" and no colon is what strftime knows.
     if (text.size() > 5 && (text[text.size() - 5] == '+' || text[text.size() - 5] == '-')) {
-        text.insert(text.size() - 2, ":");
+        text.insert(text.size() - 2, 1, ':');
     }
     return text;
 }
