@@ -2,6 +2,7 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // How the words of a command line are read, and what all commands share: help, tables, JSON, colours.
+#include <future>
 #include <limits>
 
 #include "tests/fake/platform_test.h"
@@ -9,6 +10,7 @@
 #include "tools/ombrel/completion.h"
 #include "tools/ombrel/json_writer.h"
 #include "tools/ombrel/table.h"
+#include "tools/ombrel/waiting.h"
 
 namespace ombrel::test {
 
@@ -248,6 +250,7 @@ TEST(CommandTree, OffersAnExampleAndHelpForEverything) {
     const std::function<void(const Command&, const std::string&)> look = [&](const Command& command,
                                                                              const std::string& name) {
         EXPECT_NE(command.summary(), "") << name;
+        EXPECT_TRUE(!command.action() || command.isHidden() || !command.examples().empty()) << name;
         EXPECT_TRUE(command.action() || !command.commands().empty()) << name;
         for (const CommandOption& option : command.options())
             EXPECT_NE(option.help, "") << name << " " << option.name;
@@ -278,6 +281,32 @@ TEST(JsonWriterText, IsAsciiWithoutAnythingRaw) {
               "\"list\":[1,{},[]]}\n");
     json.beginArray().endArray();
     EXPECT_EQ(json.takeLine(), "[]\n");
+}
+
+/// Runs a call that comes back once its extent was asked that often, which is ten times a second.
+std::string shownWhileWaiting(const Terminal& terminal, int asked) {
+    ::testing::internal::CaptureStderr();
+    std::promise<void> enough;
+    {
+        int count = 0;
+        const Waiting waiting(terminal, "moving", [&]() -> Waiting::Extent {
+            if (++count == asked) enough.set_value();
+            return {50, 100};
+        });
+        if (terminal.isTerminal) enough.get_future().wait();
+    }
+    return ::testing::internal::GetCapturedStderr();
+}
+
+TEST(WaitingLine, IsShownAfterASecondAndTakenAwayAtTheEnd) {
+    const std::string shown = shownWhileWaiting({true, false, 80, 24}, 12);
+    EXPECT_THAT(shown, ::testing::StartsWith("\r\x1b[Kmoving [############............]  50 % 0.0 MB"));
+    EXPECT_THAT(shown, ::testing::EndsWith("left\r\x1b[K"));
+}
+
+TEST(WaitingLine, IsNotShownForWhatIsQuickOrWhereNobodyLooks) {
+    EXPECT_EQ(shownWhileWaiting({true, false, 80, 24}, 1), "");
+    EXPECT_EQ(shownWhileWaiting({}, 1), "");
 }
 
 Table sampleTable() {

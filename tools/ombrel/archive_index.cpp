@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "linux/common/path_parts.h"
 #include "linux/common/text_escape.h"
 #include "ombrel/postprocessor.h"
 #include "platform/vesksyslog.h"
@@ -17,6 +18,7 @@
 #include "tools/ombrel/json_writer.h"
 #include "tools/ombrel/log_files.h"
 #include "tools/ombrel/turn.h"
+#include "tools/ombrel/waiting.h"
 
 namespace ombrel {
 
@@ -48,6 +50,11 @@ int refuse(const std::string& path) {
     return 0;
 }
 
+bool addIndex(const Context& context, PostProcessor& processor, const std::string& path) {
+    const Waiting waiting(context.err, "adding the index to " + nameOf(path));
+    return processor.DBIndexAdd(path) == 0;
+}
+
 int answer(const Context& context, const std::string& path, bool isAdded) {
     if (context.json) {
         return endOfOutput(
@@ -65,7 +72,7 @@ int addHostIndex(const Context& context, const std::string& path) {
     if (hasIndex(path)) return answer(context, path, false);
     PostProcessor processor;
     VLIBCErrSetEx(0, "", 0);
-    if (processor.DBIndexAdd(path) == 0) return answer(context, path, true);
+    if (addIndex(context, processor, path)) return answer(context, path, true);
     const std::string why = errorText(VLIBCErrGet());
     return complain(1, path + " got no index" + (why.empty() ? "" : " (" + why + ")") +
                            "; see whether the file and its folder may be written and have room");

@@ -83,7 +83,7 @@ void describeRun(Command& command) {
 void addRun(Command& group) {
     auto words = std::make_shared<ArchiveRunWords>();
     Command& run =
-        group.add("run", "Archive the databases that are due, all of them, or those that are named.")
+        group.add("run", "archive the databases that are due, all of them, or those that are named")
             .flag("--due", words->due, "those that are due by the rules; so it is without words")
             .flag("--all", words->all, "all that hold rows, whatever the rules say")
             .words("DB", words->databases, "names or paths of working databases", false, WordKind::kPath)
@@ -94,18 +94,18 @@ void addRun(Command& group) {
 }
 
 void addQuestions(Command& group) {
-    group.add("list", "List the archives, the newest first.")
+    group.add("list", "list the archives, the newest first")
         .describe("The rows of an archive in a ZIP file are not counted.")
         .example("ombrel archive list --json")
         .run(listArchives);
-    group.add("due", "Tell which working databases are due to be archived, and when the others will be.")
+    group.add("due", "tell which working databases are due to be archived, and when the others will be")
         .describe(
             "The rules are tried in the order count (arch_count), age (arch_time), size (arch_size); the first "
             "that holds decides.")
         .example("ombrel archive due")
         .run(showDue);
     auto paths = std::make_shared<std::vector<std::string>>();
-    group.add("verify", "Read archives from end to end and compare them with what they say of themselves.")
+    group.add("verify", "read archives from end to end and compare them with what they say of themselves")
         .describe(
             "A database has to be whole, to hold as many rows as its information record says and only rows of "
             "the days in its name; the entries of a ZIP file have to have their check sums.")
@@ -143,7 +143,7 @@ int runArchiving(const Context& context, const ArchiveRunWords& words) {
 
 void addArchiveCommand(Command& root) {
     auto words = std::make_shared<ArchiveRunWords>();
-    Command& group = root.add("archive", "Archive the databases that are due, or look after the archives.");
+    Command& group = root.add("archive", "archive the databases that are due, or look after the archives");
     group.flag("--all", words->all, "all databases that hold rows, and not only those that are due")
         .example("ombrel archive")
         .example("ombrel archive --all")
@@ -152,7 +152,7 @@ void addArchiveCommand(Command& root) {
     addRun(group);
     addQuestions(group);
     auto path = std::make_shared<std::string>();
-    group.add("index", "Add an index on the hosts to an archive, which makes searching by host fast.")
+    group.add("index", "add an index on the hosts to an archive, which makes searching by host fast")
         .word("PATH", *path, "the archive, a database", WordKind::kPath)
         .exitCode(65, "it is no log database")
         .exitCode(66, "there is no such file")

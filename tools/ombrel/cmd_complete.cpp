@@ -55,7 +55,7 @@ int complete(std::vector<std::string> words) {
 
 void addCompleteCommand(Command& root) {
     auto words = std::make_shared<std::vector<std::string>>();
-    root.add("complete", "What may stand at the end of a command line, for the shells.")
+    root.add("complete", "what may stand at the end of a command line, for the shells")
         .passOn("WORD", *words)
         .hide()
         .run([words](const Context&) { return complete(*words); });

@@ -10,6 +10,7 @@
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/error_text.h"
 #include "tools/ombrel/json_writer.h"
+#include "tools/ombrel/waiting.h"
 
 namespace ombrel {
 
@@ -62,14 +63,19 @@ struct Switch {
 };
 
 constexpr Switch kSwitches[] = {
-    {"start", "Start a job, also at every boot from now on.", "started", VLIBServicectlJobStart, true},
-    {"stop", "Stop a job, until it is started again.", "stopped", VLIBServicectlJobStop, false},
-    {"restart", "Stop a job and start it.", "restarted",
+    {"start", "start a job, also at every boot from now on", "started", VLIBServicectlJobStart, true},
+    {"stop", "stop a job, until it is started again", "stopped", VLIBServicectlJobStop, false},
+    {"restart", "stop a job and start it", "restarted",
      [](const char* job) { return VLIBServicectlRestart(job, 0); }, true},
-    {"reload", "Have a running job read its settings again.", "reloaded", VLIBServicectlJobReload, true}};
+    {"reload", "have a running job read its settings again", "reloaded", VLIBServicectlJobReload, true}};
+
+int wait(const Context& context, const Switch& kind, const std::string& job) {
+    const Waiting waiting(context.err, "waiting for " + escapeForLine(job));
+    return kind.act(job.c_str());
+}
 
 int act(const Context& context, const Switch& kind, const std::string& job) {
-    if (kind.act(job.c_str()) < 0) {
+    if (wait(context, kind, job) < 0) {
         return complain(1, job + " could not be " + kind.done + ": " + reason());
     }
     return context.json ? endOfOutput(say(jobJson(job, kind.isRunning))) : 0;
@@ -78,7 +84,7 @@ int act(const Context& context, const Switch& kind, const std::string& job) {
 }  // namespace
 
 void addJobCommand(Command& root) {
-    Command& group = root.add("job", "Switch a service job and wait until it is up or down.");
+    Command& group = root.add("job", "switch a service job and wait until it is up or down");
     for (const Switch& kind : kSwitches) {
         auto job = std::make_shared<std::string>();
         group.add(kind.name, kind.summary)
@@ -87,7 +93,7 @@ void addJobCommand(Command& root) {
             .run([job, &kind](const Context& context) { return act(context, kind, *job); });
     }
     auto job = std::make_shared<std::string>();
-    group.add("status", "Tell whether a job runs.")
+    group.add("status", "tell whether a job runs")
         .word("NAME", *job, "the job", WordKind::kJob)
         .exitCode(0, "it runs")
         .exitCode(1, "it is stopped, or nothing is known of it")

@@ -105,9 +105,9 @@ int set(const Context& context, const std::vector<std::string>& words) {
 }  // namespace
 
 void addRetentionCommand(Command& root) {
-    Command& group = root.add("retention", "How long archives are kept.");
+    Command& group = root.add("retention", "how long archives are kept");
     auto withPreview = std::make_shared<bool>(false);
-    group.add("show", "Show the limits.")
+    group.add("show", "show the limits")
         .describe(
             "Archives beyond a limit are removed by the schedule, the oldest first. Never removed are those of "
             "today and yesterday, those of the two newest last days that there are, and those that are being "
@@ -116,7 +116,7 @@ void addRetentionCommand(Command& root) {
         .example("ombrel retention show --preview")
         .run([withPreview](const Context& context) { return show(context, *withPreview); });
     auto words = std::make_shared<std::vector<std::string>>();
-    group.add("set", "Change limits.")
+    group.add("set", "change limits")
         .describe(
             "keep_days=N: archives that end more than N days ago go. keep_gib=N: the archives take at most N "
             "GiB. free_gib=N: their volume has at least N GiB free. GiB may be given as a size, such as 500M. "

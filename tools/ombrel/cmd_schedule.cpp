@@ -104,14 +104,13 @@ int show(const Context& context) {
 }  // namespace
 
 void addScheduleCommand(Command& root) {
-    Command& group = root.add("schedule", "Archive what is due and remove what is no longer kept.");
+    Command& group = root.add("schedule", "archive what is due and remove what is no longer kept");
     group
-        .add("show",
-             "Tell whether the schedule's job runs, when its last run was, and how long archives are kept.")
+        .add("show", "tell whether the schedule's job runs, when its last run was, and how long archives are kept")
         .example("ombrel schedule show")
         .run(show);
     auto words = std::make_shared<Words>();
-    group.add("run", "Archive what is due, record the time of the run, and remove what is no longer kept.")
+    group.add("run", "archive what is due, record the time of the run, and remove what is no longer kept")
         .describe("The job " + std::string(kScheduleJob) +
                   " does so every few minutes once it is started: ombrel job "
                   "start " +

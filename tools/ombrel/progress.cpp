@@ -2,7 +2,7 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 #include "tools/ombrel/progress.h"
 
-#include <cstdio>
+#include <unistd.h>
 
 #include "linux/common/progress_bar.h"
 
@@ -12,6 +12,11 @@ namespace {
 
 constexpr auto kFirstShown = std::chrono::seconds(1);
 constexpr auto kBetween = std::chrono::milliseconds(100);
+
+/// Not through stdio: a process that is forked meanwhile would inherit its lock.
+void put(const std::string& text) {
+    (void)!::write(STDERR_FILENO, text.data(), text.size());  // nobody is worse off without it
+}
 
 }  // namespace
 
@@ -30,16 +35,14 @@ void Progress::show(unsigned long long done, unsigned long long total) {
     line += unit_.empty() ? sizeText(done) : groupedNumber(done) + " " + unit_;
     if (total > 0 && share > 0.01 && share < 1) line += ", " + durationText(seconds / share - seconds) + " left";
     const auto columns = static_cast<std::size_t>(terminal_.columns);
-    (void)std::fprintf(stderr, "\r\x1b[K%s", cutToColumns(line, columns > 1 ? columns - 1 : 1).c_str());
-    (void)std::fflush(stderr);
+    put("\r\x1b[K" + cutToColumns(line, columns > 1 ? columns - 1 : 1));
     isShown_ = true;
     shown_ = now;
 }
 
 void Progress::clear() {
     if (!isShown_) return;
-    (void)std::fputs("\r\x1b[K", stderr);
-    (void)std::fflush(stderr);
+    put("\r\x1b[K");
     isShown_ = false;
 }
 

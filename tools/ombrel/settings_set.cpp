@@ -15,6 +15,7 @@
 #include "tools/ombrel/settings_input.h"
 #include "tools/ombrel/settings_plan.h"
 #include "tools/ombrel/turn.h"
+#include "tools/ombrel/waiting.h"
 
 namespace ombrel {
 
@@ -103,6 +104,11 @@ int sayApplied(const Context& context, const SettingsRecord& before, const Setti
     return endOfOutput(say(text));
 }
 
+int apply(const Context& context, SettingsRecord& wanted) {
+    const Waiting waiting(context.err, "applying the settings");
+    return SyslogConfSet(kSettingsFile, wanted);
+}
+
 /// Words that have been found good by themselves.
 int applyChange(const Context& context, const std::vector<std::string>& words, const ApplyOptions& options) {
     Turn turn;
@@ -120,7 +126,7 @@ int applyChange(const Context& context, const std::vector<std::string>& words, c
     if (options.dryRun) return sayPlan(context, planOf(before, wanted), findings, refusal);
     if (refusal != 0) return refuse(findings, refusal);
     VLIBCErrSetEx(0, "", 0);
-    if (SyslogConfSet(kSettingsFile, wanted) < 0) return complainNotApplied(before, wanted, VLIBCErrGet());
+    if (apply(context, wanted) < 0) return complainNotApplied(before, wanted, VLIBCErrGet());
     return sayApplied(context, before, wanted, findings);
 }
 

@@ -19,6 +19,7 @@
 #include "tools/ombrel/rule_store.h"
 #include "tools/ombrel/storage_commands.h"
 #include "tools/ombrel/turn.h"
+#include "tools/ombrel/waiting.h"
 
 namespace ombrel {
 
@@ -75,6 +76,15 @@ int complainNotMoved(int code, const std::string& from, const std::string& to, u
     return complain(1, from + " could not be moved to " + to + reason + kept);
 }
 
+/// To another file system a copy grows under a name of its own until it is whole.
+int move(const Context& context, const std::string& from, const std::string& to, unsigned long long bytes) {
+    const Waiting waiting(context.err, "moving", [&to, bytes]() -> Waiting::Extent {
+        const auto part = fileEntry(to + ".part");
+        return {part ? part->bytes : 0, bytes};
+    });
+    return SyslogDBFileMove(from, to);
+}
+
 }  // namespace
 
 int moveDatabase(const Context& context, const std::string& from, const std::string& to, bool force) {
@@ -85,7 +95,7 @@ int moveDatabase(const Context& context, const std::string& from, const std::str
     if (!entry) return complain(EX_NOINPUT, from + ": " + std::strerror(errno));
     const std::string backup = backupOf(to);
     VLIBCErrSetEx(0, "", 0);
-    const int code = SyslogDBFileMove(from, to);
+    const int code = move(context, from, to, entry->bytes);
     if (code < 0) return complainNotMoved(code, from, to, entry->bytes, backup);
     std::string text = backup.empty() ? "" : "what stood at " + to + " is " + backup + " now\n";
     if (context.json) {
