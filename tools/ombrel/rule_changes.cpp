@@ -5,6 +5,7 @@
 #include <sysexits.h>
 
 #include <algorithm>
+#include <functional>
 #include <vector>
 
 #include "platform/veskcore.h"
@@ -15,6 +16,7 @@
 #include "tools/ombrel/rule_commands.h"
 #include "tools/ombrel/rule_store.h"
 #include "tools/ombrel/turn.h"
+#include "tools/ombrel/waiting.h"
 
 namespace {
 
@@ -116,9 +118,16 @@ int sayChanged(const Context& context, const RuleRecord& before, const RuleRecor
     return ombrel::endOfOutput(ombrel::say(text));
 }
 
+/// Every change ends with a restart of the rules' receiver, which takes its time.
+int awaited(const Context& context, const std::function<int()>& change) {
+    const ombrel::Waiting waiting(context.err, "applying the rule");
+    return change();
+}
+
 int replace(const Context& context, const Kind& kind, const RuleRecord& before, const RuleRecord& wanted) {
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomizedRuleSet(before.name, wanted) >= 0) return sayChanged(context, before, wanted);
+    if (awaited(context, [&] { return VESKCustomizedRuleSet(before.name, wanted); }) >= 0)
+        return sayChanged(context, before, wanted);
     const std::string reason = takeReason();
     return complainFailed(kind, before.name, !areEqual(before, wanted) && isStored(wanted), reason);
 }
@@ -131,7 +140,8 @@ int control(const Context& context, const Kind& kind, const std::string& name, _
     RuleRecord wanted = before;
     wanted.enable = command == CUSTOMIZED_RULE_ENABLE;
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomziedRuleControl(name, command) >= 0) return sayChanged(context, before, wanted);
+    if (awaited(context, [&] { return VESKCustomziedRuleControl(name, command); }) >= 0)
+        return sayChanged(context, before, wanted);
     const std::string reason = takeReason();
     return complainFailed(kind, name, !areEqual(before, wanted) && isStored(wanted), reason);
 }
@@ -150,7 +160,7 @@ int ombrel::addRule(const Context& context, const std::string& name, const Words
         if (const auto refused = refusePort(rule.name, rule)) return *refused;
     }
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomizedRuleAdd(rule) < 0) {
+    if (awaited(context, [&] { return VESKCustomizedRuleAdd(rule); }) < 0) {
         const std::string reason = takeReason();
         return complainFailed(kAdded, rule.name, isStored(rule), reason);
     }
@@ -191,7 +201,7 @@ int ombrel::deleteRule(const Context& context, const std::string& name) {
     RuleRecord rule;
     if (const auto refused = readOrRefuse(name, rule)) return *refused;
     VLIBCErrSetEx(0, "", 0);
-    if (VESKCustomizedRuleDel(rule.name) < 0) {
+    if (awaited(context, [&] { return VESKCustomizedRuleDel(rule.name); }) < 0) {
         const std::string reason = takeReason();
         const auto names = ruleNames();
         const bool gone = names && std::find(names->begin(), names->end(), rule.name) == names->end();
