@@ -112,7 +112,7 @@ unsigned workerCount() {
     return 1;
 }
 
-int Turn::take() {
+int Turn::take(For /*what*/) {
     ++test::fakeMachine().turnsTaken;
     const int result = test::fakeMachine().turnResult;
     return result == 0 ? 0 : complain(result, "no turn");

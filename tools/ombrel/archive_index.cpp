@@ -68,7 +68,7 @@ int answer(const Context& context, const std::string& path, bool isAdded) {
 int addHostIndex(const Context& context, const std::string& path) {
     if (const int code = refuse(path)) return code;
     Turn turn;
-    if (const int code = turn.take()) return code;
+    if (const int code = turn.take(Turn::For::kFiles)) return code;
     if (hasIndex(path)) return answer(context, path, false);
     PostProcessor processor;
     VLIBCErrSetEx(0, "", 0);

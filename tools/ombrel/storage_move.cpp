@@ -90,7 +90,7 @@ int move(const Context& context, const std::string& from, const std::string& to,
 int moveDatabase(const Context& context, const std::string& from, const std::string& to, bool force) {
     if (const int refused = refuseMove(from, to, force)) return refused;
     Turn turn;
-    if (const int refused = turn.take()) return refused;
+    if (const int refused = turn.take(Turn::For::kFiles)) return refused;
     const auto entry = fileEntry(from);  // it may have gone while the others had their turn
     if (!entry) return complain(EX_NOINPUT, from + ": " + std::strerror(errno));
     const std::string backup = backupOf(to);

@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -18,6 +19,7 @@ namespace {
 // A folder that is always there: nothing has to be made or left behind. Not that of the settings itself, whose
 // lock belongs to each single change of a file in it.
 constexpr const char* kFolder = "/var/packages/Ombrel/target/service";
+constexpr const char* kSettingsFolder = "/var/packages/Ombrel/target/service/conf";
 
 int complainNotLocked() {
     return complain(1, std::string(kFolder) + " cannot be locked: " + std::strerror(errno));
@@ -25,7 +27,14 @@ int complainNotLocked() {
 
 }  // namespace
 
-int Turn::open() {
+int Turn::open(For what) {
+    // Without it a change would begin and fail on its way.
+    if (what == For::kService && ::access(kSettingsFolder, W_OK) != 0) {
+        const int code = errno;
+        return complain(code == ENOENT ? EX_CONFIG : EX_NOPERM,
+                        std::string(kSettingsFolder) + " cannot be written to: " + std::strerror(code) +
+                            "; nothing was done: run this as root");
+    }
     lock_ = Fd(::open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (lock_) return 0;
     const int code = errno;
@@ -34,15 +43,15 @@ int Turn::open() {
 }
 
 Turn::Try Turn::tryTake() {
-    if (open() != 0) return Try::kFailed;
+    if (open(For::kService) != 0) return Try::kFailed;
     if (lockWithin(lock_.get(), LOCK_EX, std::chrono::milliseconds(0))) return Try::kTaken;
     if (errno == EWOULDBLOCK) return Try::kBusy;
     (void)complainNotLocked();
     return Try::kFailed;
 }
 
-int Turn::take() {
-    if (const int code = open()) return code;
+int Turn::take(For what) {
+    if (const int code = open(what)) return code;
     if (lockWithin(lock_.get(), LOCK_EX, std::chrono::seconds(kLongestWaitSeconds))) return 0;
     if (errno != EWOULDBLOCK) return complainNotLocked();
     return complain(EX_TEMPFAIL, "another command has been changing settings, rules or archives for " +

@@ -16,20 +16,24 @@ public:
     /// Waits at most that long for the others.
     static constexpr int kLongestWaitSeconds = 120;
 
+    enum class For {
+        kService,  ///< its settings, rules, jobs and databases: who may not write its settings is refused
+        kFiles,    ///< files that the user names
+    };
     /// Takes the turn, or says what is wrong; the exit code, 0 when it is ours. It ends with this object, and with
     /// the process however that ends.
-    int take();
+    int take(For what = For::kService);
 
     enum class Try {
         kTaken,
         kBusy,    ///< somebody else has it
         kFailed,  ///< which has been told
     };
-    /// Takes the turn when nobody has it, and does not wait.
+    /// Takes the turn for the service when nobody has it, and does not wait.
     Try tryTake();
 
 private:
-    int open();
+    int open(For what);
 
     Fd lock_;
 };
