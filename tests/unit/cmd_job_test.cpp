@@ -66,6 +66,28 @@ TEST_F(JobCommandLine, SaysInOneLineWhatFailed) {
     EXPECT_THAT(err, HasSubstr("no command \"begin\"; expected start, stop, restart, reload or status"));
 }
 
+TEST_F(JobCommandLine, NamesTheRightThatAPlainUserLacks) {
+    constexpr const char* kRun = "/var/packages/Ombrel/target/service/run";
+    fakeMachine().checked.isRoot = false;
+    platform.failEveryCall("VLIBServicectlJobStart");
+    struct Case {
+        int code;
+        bool mayRead;
+        int exitCode;
+    };
+    for (const Case& each : {Case{0x1000 + EACCES, true, 77},
+                             {0x1000 + EOPNOTSUPP, false, 77},
+                             {0x1000 + EOPNOTSUPP, true, 1},
+                             {0x1000 + ESRCH, false, 1}}) {
+        fakeMachine().checked.files[kRun] = {FileFacts::Kind::kFolder, 0700, 0, false, each.mayRead, false};
+        platform.calls.onFailure = [this, &each] { platform.error.code = each.code; };
+        EXPECT_EQ(run({"start", "one"}), each.exitCode) << each.code;
+        EXPECT_EQ(err.find("is missing (/var/packages/Ombrel/target/service/run); run this as root") !=
+                      std::string::npos,
+                  each.exitCode == 77);
+    }
+}
+
 }  // namespace
 
 }  // namespace ombrel::test

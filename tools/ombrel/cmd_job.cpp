@@ -2,6 +2,9 @@
 // SPDX-FileCopyrightText: the Ombrel authors
 //
 // `ombrel job`: switches one service job and waits until it is up or down.
+#include <sysexits.h>
+
+#include <cerrno>
 #include <memory>
 
 #include "linux/common/error_record.h"
@@ -10,6 +13,7 @@
 #include "tools/ombrel/commands.h"
 #include "tools/ombrel/error_text.h"
 #include "tools/ombrel/json_writer.h"
+#include "tools/ombrel/machine_files.h"
 #include "tools/ombrel/waiting.h"
 
 namespace ombrel {
@@ -40,6 +44,24 @@ std::string reason() {
     }
 }
 
+constexpr const char* kScanFolder = "/var/packages/Ombrel/target/service/run";
+
+/// Who may not look into the folder of the supervisor's jobs sees none, which is no reason to look for one.
+bool isRightMissing() {
+    if (isRoot()) return false;
+    const int code = VLIBCErrGet();
+    if (code == fromErrno(EACCES) || code == fromErrno(EPERM)) return true;
+    if (code != fromErrno(EOPNOTSUPP)) return false;
+    const auto folder = fileFacts(kScanFolder);
+    return folder && !folder->mayRead;
+}
+
+int complainOf(const std::string& what) {
+    if (!isRightMissing()) return complain(1, what + ": " + reason());
+    return complain(EX_NOPERM, what + ": the right to use the service manager is missing (" + kScanFolder +
+                                   "); run this as root");
+}
+
 std::string jobJson(const std::string& job, bool isRunning) {
     return JsonWriter().beginObject().member("job", job).member("running", isRunning).endObject().takeLine();
 }
@@ -48,7 +70,7 @@ int status(const Context& context, const std::string& job) {
     VLIBCErrSetEx(0, "", 0);
     const bool isRunning = VLIBServicectlIsJobRunning(job.c_str(), 0) != 0;
     if (!isRunning && VLIBCErrGet() != 0) {
-        return complain(1, "nothing is known of " + job + ": " + reason());
+        return complainOf("nothing is known of " + job);
     }
     const std::string text = escapeForLine(job) + (isRunning ? ": running\n" : ": stopped\n");
     return endOfOutput(say(context.json ? jobJson(job, isRunning) : text), isRunning ? 0 : 1);
@@ -76,7 +98,7 @@ int wait(const Context& context, const Switch& kind, const std::string& job) {
 
 int act(const Context& context, const Switch& kind, const std::string& job) {
     if (wait(context, kind, job) < 0) {
-        return complain(1, job + " could not be " + kind.done + ": " + reason());
+        return complainOf(job + " could not be " + kind.done);
     }
     return context.json ? endOfOutput(say(jobJson(job, kind.isRunning))) : 0;
 }
