@@ -25,16 +25,18 @@ int complainNotLocked() {
     return complain(1, std::string(kFolder) + " cannot be locked: " + std::strerror(errno));
 }
 
+int complainNotWritable(int code) {
+    const std::string what =
+        std::string(kSettingsFolder) + " cannot be written to: " + std::strerror(code) + "; nothing was done";
+    if (code == EACCES || code == EPERM) return complain(EX_NOPERM, what + ": run this as root");
+    return complain(code == ENOENT ? EX_CONFIG : EX_IOERR, what);
+}
+
 }  // namespace
 
 int Turn::open(For what) {
     // Without it a change would begin and fail on its way.
-    if (what == For::kService && ::access(kSettingsFolder, W_OK) != 0) {
-        const int code = errno;
-        return complain(code == ENOENT ? EX_CONFIG : EX_NOPERM,
-                        std::string(kSettingsFolder) + " cannot be written to: " + std::strerror(code) +
-                            "; nothing was done: run this as root");
-    }
+    if (what == For::kService && ::access(kSettingsFolder, W_OK) != 0) return complainNotWritable(errno);
     lock_ = Fd(::open(kFolder, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (lock_) return 0;
     const int code = errno;
