@@ -43,4 +43,9 @@ inline int fail(int code, const char* file = __builtin_FILE(), int line = __buil
     return -1;
 }
 
+/// 0 when the code is 0, else as fail() does.
+inline int resultOf(int code, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
+    return code == 0 ? 0 : fail(code, file, line);
+}
+
 }  // namespace ombrel

@@ -46,7 +46,7 @@ int moveFile(const std::string& from, const std::string& to, const struct stat& 
     if (move.result == ombrel::MoveResult::kMoved) return 0;
     if (move.result == ombrel::MoveResult::kFailed) return fail(move.code);
     const int code = ombrel::movePlainFile(from, to, info);
-    return code == 0 ? 0 : fail(code);
+    return ombrel::resultOf(code);
 }
 
 }  // namespace

@@ -66,10 +66,6 @@ const char* reloadOption(const std::string& folder) {
     return signalOption(name);
 }
 
-int report(int code) {
-    return code == 0 ? 0 : fail(code);
-}
-
 }  // namespace
 
 S6Manager::S6Manager(std::string scanFolder, std::chrono::milliseconds longest)
@@ -151,7 +147,7 @@ int S6Manager::start(const std::string& job) {
         (void)makeDownFile(folder);  // the failed start is what the caller has to know
         (void)takeDown(folder, deadlineIn(longest_));
     }
-    return report(code);
+    return resultOf(code);
 }
 
 int S6Manager::stop(const std::string& job) {
@@ -161,7 +157,7 @@ int S6Manager::stop(const std::string& job) {
     State state;
     int code = query(folder, state);
     if (code == 0 && state.supervised) code = takeDown(folder, deadlineIn(longest_));
-    return report(code != 0 ? code : marked);
+    return resultOf(code != 0 ? code : marked);
 }
 
 int S6Manager::restart(const std::string& job) {
@@ -177,7 +173,7 @@ int S6Manager::restart(const std::string& job) {
     code = removeDownFile(folder);
     if (code == 0) code = state.up ? endForRestart(folder, state, deadline) : awaitEndOfLastRun(folder, deadline);
     if (code == 0) code = bringUp(folder, deadline);
-    return report(code);
+    return resultOf(code);
 }
 
 int S6Manager::reload(const std::string& job) {

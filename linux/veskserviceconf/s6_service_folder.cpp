@@ -28,7 +28,7 @@ std::string quoted(const std::string& word) {
     return result + "'";
 }
 
-std::string commandLine(const std::vector<std::string>& command) {
+std::string shellCommand(const std::vector<std::string>& command) {
     std::string line;
     for (const std::string& word : command)
         line += " " + quoted(word);
@@ -52,7 +52,7 @@ std::vector<std::string> commandOf(const JobDefinition& job) {
 std::string runScript(const JobDefinition& job) {
     std::string line = "exec";
     if (job.user != "root") line += " /usr/bin/s6-setuidgid " + quoted(job.user);
-    return script(job, "exec 2>&1\n" + line + commandLine(commandOf(job)) + "\n");
+    return script(job, "exec 2>&1\n" + line + shellCommand(commandOf(job)) + "\n");
 }
 
 /// s6 gives it 5 s; its exit code 125 would keep the job from being started again.

@@ -14,10 +14,6 @@ namespace {
 constexpr const char* kUnit = "org.freedesktop.systemd1.Unit";
 constexpr const char* kService = "org.freedesktop.systemd1.Service";
 
-int report(int code) {
-    return code == 0 ? 0 : fail(code);
-}
-
 bool isUp(const std::string& state) {
     return state == "active" || state == "reloading";
 }
@@ -101,7 +97,7 @@ int SystemdManager::start(const std::string& job) {
     SystemdBus bus;
     Unit unit;
     const int code = find(bus, job, unit);
-    return report(code != 0 ? code : startFound(bus, unit));
+    return resultOf(code != 0 ? code : startFound(bus, unit));
 }
 
 int SystemdManager::stop(const std::string& job) {
@@ -117,7 +113,7 @@ int SystemdManager::stop(const std::string& job) {
         code = bus.runJob("StopUnit", unit.service, result);
         if (code == 0) code = codeOfJob(result);
     }
-    return report(code != 0 ? code : marked);
+    return resultOf(code != 0 ? code : marked);
 }
 
 int SystemdManager::restart(const std::string& job) {
@@ -125,9 +121,9 @@ int SystemdManager::restart(const std::string& job) {
     Unit unit;
     int code = find(bus, job, unit);
     if (code != 0) return fail(code);
-    if (isDown(unit.state)) return report(startFound(bus, unit));
+    if (isDown(unit.state)) return resultOf(startFound(bus, unit));
     code = bus.enable(unit.name);
-    return report(code != 0 ? code : bringUp(bus, "RestartUnit", unit));
+    return resultOf(code != 0 ? code : bringUp(bus, "RestartUnit", unit));
 }
 
 int SystemdManager::reload(const std::string& job) {
@@ -141,7 +137,7 @@ int SystemdManager::reload(const std::string& job) {
     if (!isUp(unit.state)) return fail(fromErrno(ESRCH));
     std::string result;
     code = bus.runJob("ReloadUnit", unit.name, result);
-    return report(code != 0 ? code : codeOfJob(result));
+    return resultOf(code != 0 ? code : codeOfJob(result));
 }
 
 bool SystemdManager::isRunning(const std::string& job) {
@@ -154,7 +150,7 @@ bool SystemdManager::isRunning(const std::string& job) {
 int SystemdManager::reloadDefinitions() {
     SystemdBus bus;
     const int code = bus.open(busAddress_, deadlineIn(longest_));
-    return report(code != 0 ? code : bus.reloadDefinitions());
+    return resultOf(code != 0 ? code : bus.reloadDefinitions());
 }
 
 }  // namespace ombrel

@@ -22,7 +22,7 @@ constexpr const char* kFile = "state";
 constexpr const char* kNewFile = ".state.new";
 constexpr std::string_view kTitle = "ombrel-notify 1 ";
 constexpr std::size_t kLargest = std::size_t{1} << 20;
-constexpr std::size_t kMostSockets = 256;
+constexpr std::size_t kMostKnownSockets = 256;
 /// Any quiet time is over since then, and nothing overflows.
 constexpr long long kLongAgo = -(1LL << 40);
 
@@ -57,7 +57,7 @@ void readLine(const std::string& line, bool isSameBoot, NotifyState& state) {
             state.events = position;
     } else if (kind == "looked") {
         if (!state.sockets) state.sockets.emplace();
-    } else if (kind == "socket" && state.sockets && state.sockets->size() < kMostSockets) {
+    } else if (kind == "socket" && state.sockets && state.sockets->size() < kMostKnownSockets) {
         UdpSocket socket;
         if (words >> socket.port >> socket.inode >> socket.drops) state.sockets->push_back(socket);
     } else if (kind == "destination" || kind == "low") {

@@ -23,7 +23,7 @@ constexpr const char* kOthers =
     " OR name = 'id' AND (type <> 'INTEGER' COLLATE NOCASE OR pk = 0"
     " OR (SELECT max(pk) FROM pragma_table_info('logs')) > 1)";
 
-std::string cannotRead(const std::string& path, int code) {
+std::string cannotReadDatabase(const std::string& path, int code) {
     std::string text = "cannot read " + path + ": " + sqlite3_errstr(code);
     if ((code & 0xff) == SQLITE_BUSY) text += " (another program has it; run this again)";
     return text;
@@ -38,16 +38,16 @@ std::string movedMeanwhile(const std::string& path) {
 std::string OldDatabase::open(const std::string& path) {
     path_ = path;
     rest();
-    if (const int code = connection_.open(path, OpenMode::kReadWrite)) return cannotRead(path, code);
+    if (const int code = connection_.open(path, OpenMode::kReadWrite)) return cannotReadDatabase(path, code);
     return look();
 }
 
 std::string OldDatabase::look() {
     LogLayout layout = LogLayout::kNone;
-    if (const int code = readLogLayout(connection_, layout)) return cannotRead(path_, code);
+    if (const int code = readLogLayout(connection_, layout)) return cannotReadDatabase(path_, code);
     if (layout == LogLayout::kVersion2) return path_ + " has the current layout already";
     if (layout == LogLayout::kNone) return path_ + " is no log database";
-    if (const int code = lookForOthers()) return cannotRead(path_, code);
+    if (const int code = lookForOthers()) return cannotReadDatabase(path_, code);
     // Each page is read once: memory that stays in the processor's cache is faster than more of it.
     (void)connection_.execute("PRAGMA cache_size=-256");
     const std::string columns = kColumns;

@@ -14,13 +14,7 @@ namespace ombrel {
 namespace {
 
 /// Whoever writes to an old database all the time keeps it from being upgraded.
-constexpr int kAttempts = 3;
-
-UpgradeOutcome failed(std::string error) {
-    UpgradeOutcome outcome;
-    outcome.error = std::move(error);
-    return outcome;
-}
+constexpr int kMostTries = 3;
 
 UpgradeOutcome convertAndPlace(OldDatabase& old, const std::string& newPath, bool removeOld, UpgradeWatch& watch,
                                const ConversionOptions& options) {
@@ -30,7 +24,7 @@ UpgradeOutcome convertAndPlace(OldDatabase& old, const std::string& newPath, boo
         std::string error;
         const Placed placed = placeDatabase(old, conversion.oldVersion, newPath, removeOld, error);
         if (placed == Placed::kDone) return conversion.outcome;
-        if (placed == Placed::kFailed || attempts == kAttempts) return failed(std::move(error));
+        if (placed == Placed::kFailed || attempts == kMostTries) return UpgradeOutcome::failed(std::move(error));
     }
 }
 
@@ -51,13 +45,15 @@ UpgradeOutcome upgradeDatabase(const std::string& path, const WorkFolder& work, 
         return outcome;
     }
     OldDatabase old;
-    if (std::string error = old.open(path); !error.empty()) return failed(std::move(error));
+    if (std::string error = old.open(path); !error.empty()) return UpgradeOutcome::failed(std::move(error));
     // An immutable file, or one without the right to write: locked against others it could not be in the end.
-    if (old.connection().isReadOnly()) return failed("cannot replace " + path + ": it may only be read");
+    if (old.connection().isReadOnly())
+        return UpgradeOutcome::failed("cannot replace " + path + ": it may only be read");
     const bool keepsOld = !removeOld || !old.foreignContents().empty();
-    if (std::string error = checkReplaceable(path, !keepsOld); !error.empty()) return failed(std::move(error));
+    if (std::string error = checkReplaceable(path, !keepsOld); !error.empty())
+        return UpgradeOutcome::failed(std::move(error));
     const std::string newPath = newDatabaseFor(path, work);
-    if (newPath.empty()) return failed("cannot read " + path + ": " + std::strerror(errno));
+    if (newPath.empty()) return UpgradeOutcome::failed("cannot read " + path + ": " + std::strerror(errno));
     UpgradeOutcome outcome = convertAndPlace(old, newPath, !keepsOld, watch, options);
     if (outcome.end == UpgradeEnd::kDone && !old.foreignContents().empty()) {
         outcome.notice = keptNameOf(path) + " was kept, since only it holds: " + old.foreignContents();

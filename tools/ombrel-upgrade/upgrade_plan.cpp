@@ -16,7 +16,7 @@ namespace ombrel {
 namespace {
 
 constexpr unsigned long long kMiB = 1024ULL * 1024;
-constexpr unsigned long long kReserve = 64 * kMiB;     // the log writer goes on meanwhile
+constexpr unsigned long long kLeftFree = 64 * kMiB;    // the log writer goes on meanwhile
 constexpr unsigned long long kJournal = 8 * kMiB;      // of the one transaction that is open
 constexpr unsigned long long kEmptyTables = kMiB / 8;  // of a database without rows
 
@@ -39,7 +39,7 @@ public:
         if (removeOld_) taken_ -= static_cast<long long>(need.freed);
     }
     [[nodiscard]] unsigned long long peak() const {
-        return static_cast<unsigned long long>(peak_) + kJournal + kReserve;
+        return static_cast<unsigned long long>(peak_) + kJournal + kLeftFree;
     }
 
 private:

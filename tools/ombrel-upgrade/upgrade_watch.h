@@ -5,6 +5,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 namespace ombrel {
 
@@ -39,6 +40,8 @@ struct UpgradeOutcome {
     std::string error;   ///< kFailed: what failed, on what, what to do about it
     std::string notice;  ///< what the user should know although it is done; mostly empty
     long long rows = 0;  ///< kDone: in the new file
+
+    static UpgradeOutcome failed(std::string error) { return {UpgradeEnd::kFailed, std::move(error), {}, 0}; }
 };
 
 }  // namespace ombrel

@@ -31,10 +31,6 @@ UpgradeOutcome done(long long rows) {
 UpgradeOutcome stopped() {
     return {UpgradeEnd::kStopped, {}, {}, 0};
 }
-UpgradeOutcome failed(std::string error) {
-    return {UpgradeEnd::kFailed, std::move(error), {}, 0};
-}
-
 std::string cannotWrite(const std::string& file) {
     return "cannot write " + file + ": " + std::strerror(errno) + "; " + adviceFor(errno);
 }
@@ -46,24 +42,26 @@ UpgradeOutcome unpackInto(int fd, const std::string& file, const ZipFile& zip, c
     watch.progress(UpgradeStage::kUnpacking, 0, total);
     std::string error;
     const ZipStream stream = zip.read(entry, 0, error);
-    if (!stream) return failed(std::move(error));
+    if (!stream) return UpgradeOutcome::failed(std::move(error));
     std::string buffer(kZipBufferBytes, '\0');
     zip_uint64_t have = 0;
     while (true) {
         if (watch.stopWanted()) return stopped();
         const zip_int64_t count = zip_fread(stream.get(), buffer.data(), buffer.size());
-        if (count < 0) return failed(zip.wrong("unpack", entry, zip_file_strerror(stream.get()), kTestZip));
+        if (count < 0)
+            return UpgradeOutcome::failed(zip.wrong("unpack", entry, zip_file_strerror(stream.get()), kTestZip));
         if (count == 0) break;
         have += static_cast<zip_uint64_t>(count);
         if (have > entry.size) break;
-        if (!writeAll(fd, {buffer.data(), static_cast<std::size_t>(count)})) return failed(cannotWrite(file));
+        if (!writeAll(fd, {buffer.data(), static_cast<std::size_t>(count)}))
+            return UpgradeOutcome::failed(cannotWrite(file));
         watch.progress(UpgradeStage::kUnpacking, static_cast<long long>(have), total);
     }
     if (have != entry.size) {
         const char* why = have > entry.size ? "it is longer than it says" : "it is shorter than it says";
-        return failed(zip.wrong("unpack", entry, why, kTestZip));
+        return UpgradeOutcome::failed(zip.wrong("unpack", entry, why, kTestZip));
     }
-    return ::fsync(fd) == 0 ? done(0) : failed(cannotWrite(file));
+    return ::fsync(fd) == 0 ? done(0) : UpgradeOutcome::failed(cannotWrite(file));
 }
 
 /// Makes `file` of the entry unless it is there: it has its name only when it is whole.
@@ -71,10 +69,10 @@ UpgradeOutcome unpack(const ZipFile& zip, const ZipEntry& entry, const std::stri
     if (::access(file.c_str(), F_OK) == 0) return done(0);
     const std::string part = file + ".part";
     const Fd fd(::open(part.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!fd) return failed(cannotWrite(part));
+    if (!fd) return UpgradeOutcome::failed(cannotWrite(part));
     UpgradeOutcome outcome = unpackInto(fd.get(), part, zip, entry, watch);
     if (outcome.end == UpgradeEnd::kDone && ::rename(part.c_str(), file.c_str()) != 0) {
-        outcome = failed(cannotWrite(file));
+        outcome = UpgradeOutcome::failed(cannotWrite(file));
     }
     if (outcome.end != UpgradeEnd::kDone) (void)::unlink(part.c_str());  // the next run begins it anew
     return outcome;
@@ -97,7 +95,7 @@ UpgradeOutcome convertEntry(const ZipFile& zip, const ZipEntry& entry, const Zip
         error = outcome.error;
     }
     (void)::unlink(file.c_str());  // takes room, and is unpacked again quickly
-    return failed(zip.wrong("convert", entry, error, "the ZIP file is as it was"));
+    return UpgradeOutcome::failed(zip.wrong("convert", entry, error, "the ZIP file is as it was"));
 }
 
 /// Makes the new ZIP file in the work folder.
@@ -116,13 +114,13 @@ UpgradeOutcome makePacked(ZipFile& zip, const std::vector<ZipEntry>& old, const 
     UpgradeOutcome outcome = packZip(zip, replacements, work.packing(), watch);
     if (outcome.end != UpgradeEnd::kDone) return outcome;
     std::string error = work.finish(packed);
-    return error.empty() ? outcome : failed(std::move(error));
+    return error.empty() ? outcome : UpgradeOutcome::failed(std::move(error));
 }
 
 UpgradeOutcome place(const ZipFile& zip, const PackedZip& packed, bool removeOld) {
     const bool keepsOld = !removeOld || packed.hasForeign;
     std::string error = placeFile(zip.path(), packed.path, !keepsOld);
-    if (!error.empty()) return failed(std::move(error));
+    if (!error.empty()) return UpgradeOutcome::failed(std::move(error));
     UpgradeOutcome outcome = done(packed.rows);
     if (packed.hasForeign) {
         outcome.notice =
@@ -140,22 +138,25 @@ UpgradeOutcome makeAndPlace(ZipFile& zip, const std::vector<ZipEntry>& old, cons
         UpgradeOutcome outcome = makePacked(zip, old, work, *packed, watch, options);
         if (outcome.end != UpgradeEnd::kDone) return outcome;
     }
-    if (std::string error = work.removeParts(*packed); !error.empty()) return failed(std::move(error));
-    return zip.hasChanged() ? failed({}) : place(zip, *packed, removeOld);
+    if (std::string error = work.removeParts(*packed); !error.empty())
+        return UpgradeOutcome::failed(std::move(error));
+    return zip.hasChanged() ? UpgradeOutcome::failed({}) : place(zip, *packed, removeOld);
 }
 
 UpgradeOutcome convertAndPlace(ZipFile& zip, const std::vector<ZipEntry>& old, const WorkFolder& folder,
                                bool removeOld, UpgradeWatch& watch, const ConversionOptions& options) {
     if (std::string error = checkReplaceable(zip.path(), removeOld); !error.empty())
-        return failed(std::move(error));
+        return UpgradeOutcome::failed(std::move(error));
     const ZipWork work(folder, zip);
-    if (!work.isOpen()) return failed("cannot read " + escapeForLine(zip.path()) + ": " + std::strerror(errno));
+    if (!work.isOpen())
+        return UpgradeOutcome::failed("cannot read " + escapeForLine(zip.path()) + ": " + std::strerror(errno));
     work.removeStale();
     UpgradeOutcome outcome = makeAndPlace(zip, old, work, removeOld, watch, options);
     // What is wrong with a file that is another one by now is of no use to anybody, and so is what was made of it.
     if (outcome.end != UpgradeEnd::kFailed || !zip.hasChanged()) return outcome;
     work.remove();
-    return failed(escapeForLine(zip.path()) + ": it was changed or moved meanwhile; run ombrel-upgrade again");
+    return UpgradeOutcome::failed(escapeForLine(zip.path()) +
+                                  ": it was changed or moved meanwhile; run ombrel-upgrade again");
 }
 
 }  // namespace
@@ -163,9 +164,9 @@ UpgradeOutcome convertAndPlace(ZipFile& zip, const std::vector<ZipEntry>& old, c
 UpgradeOutcome upgradeZip(const std::string& path, const WorkFolder& work, bool removeOld, UpgradeWatch& watch,
                           const ConversionOptions& options) {
     ZipFile zip;
-    if (std::string error = zip.open(path); !error.empty()) return failed(std::move(error));
+    if (std::string error = zip.open(path); !error.empty()) return UpgradeOutcome::failed(std::move(error));
     const ZipDatabases databases = findOldDatabases(zip);
-    if (!databases.error.empty()) return failed(databases.error);
+    if (!databases.error.empty()) return UpgradeOutcome::failed(databases.error);
     UpgradeOutcome outcome = done(0);
     if (!databases.old.empty()) outcome = convertAndPlace(zip, databases.old, work, removeOld, watch, options);
     if (outcome.notice.empty()) outcome.notice = databases.notice;

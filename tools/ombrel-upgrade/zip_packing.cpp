@@ -19,10 +19,6 @@ namespace {
 
 constexpr zip_uint32_t kLevel = 6;  // of zip, by which the archiver packs; libzip would take twice the time
 
-UpgradeOutcome failed(std::string error) {
-    return {UpgradeEnd::kFailed, std::move(error), {}, 0};
-}
-
 /// The bytes that are packed or copied, and then read back.
 class PackProgress {
 public:
@@ -159,19 +155,19 @@ Comparison compareEntry(const ZipFile& before, const ZipFile& after, const ZipEn
 UpgradeOutcome compareZips(const ZipFile& before, const std::string& target,
                            const std::vector<ZipReplacement>& replacements, PackProgress& progress) {
     ZipFile after;
-    if (std::string error = after.open(target); !error.empty()) return failed(std::move(error));
+    if (std::string error = after.open(target); !error.empty()) return UpgradeOutcome::failed(std::move(error));
     const std::string unequal =
         escapeForLine(before.path()) + ": what was packed anew does not read back as it should";
     const char* advice = "; check the disk, and run ombrel-upgrade again";
     if (before.entries().size() != after.entries().size() || before.comment() != after.comment()) {
-        return failed(unequal + advice);
+        return UpgradeOutcome::failed(unequal + advice);
     }
     for (const ZipEntry& entry : before.entries()) {
         const ZipReplacement* replacement = replacementOf(entry, replacements);
         const Comparison result = compareEntry(before, after, entry, replacement, progress);
         if (result == Comparison::kStopped) return {UpgradeEnd::kStopped, {}, {}, 0};
         if (result == Comparison::kDifferent) {
-            return failed(unequal + ", at the entry " + escapeForLine(entry.name) + advice);
+            return UpgradeOutcome::failed(unequal + ", at the entry " + escapeForLine(entry.name) + advice);
         }
     }
     return {UpgradeEnd::kDone, {}, {}, 0};
@@ -199,17 +195,19 @@ std::string replace(const ZipFile& zip, const ZipReplacement& one, PackProgress&
 UpgradeOutcome writeZip(ZipFile& zip, const std::vector<ZipReplacement>& replacements, const std::string& target,
                         PackProgress& progress) {
     for (const ZipReplacement& one : replacements) {
-        if (std::string error = replace(zip, one, progress); !error.empty()) return failed(std::move(error));
+        if (std::string error = replace(zip, one, progress); !error.empty())
+            return UpgradeOutcome::failed(std::move(error));
     }
     if (zip_register_cancel_callback_with_state(zip.handle(), PackProgress::cancelled, nullptr, &progress) != 0) {
-        return failed(escapeForLine(zip.path()) + ": cannot pack it anew: out of memory");
+        return UpgradeOutcome::failed(escapeForLine(zip.path()) + ": cannot pack it anew: out of memory");
     }
     zip.tellReads([&progress](long long bytes) { progress.packed(bytes); });
     std::string error;
     const int code = zip.writeTo(target, error);
     zip.tellReads(nullptr);
     if (code == ZIP_ER_CANCELLED) return {UpgradeEnd::kStopped, {}, {}, 0};
-    return code == ZIP_ER_OK ? UpgradeOutcome{UpgradeEnd::kDone, {}, {}, 0} : failed(std::move(error));
+    return code == ZIP_ER_OK ? UpgradeOutcome{UpgradeEnd::kDone, {}, {}, 0}
+                             : UpgradeOutcome::failed(std::move(error));
 }
 
 }  // namespace

@@ -22,7 +22,6 @@ namespace {
 
 using State = ArchiveFinding::State;
 
-constexpr const char* kNoDays = "1970-01-01";  // the archiver's name for what it could not read
 constexpr const char* kRestore = "restore it from a backup, or save its rows with `sqlite3 FILE .recover`";
 constexpr const char* kRename = "see which rows it holds and give it a name that fits";
 
@@ -77,7 +76,7 @@ ArchiveFinding judge(const LogFile& archive, int version, const RowFacts& facts)
     }
     if (facts.count == 0) return {State::kGood, "no rows", ""};
     const std::string days = facts.firstDay + " to " + facts.lastDay;
-    const bool isNamed = !archive.firstDay.empty() && archive.lastDay != kNoDays;
+    const bool isNamed = !archive.firstDay.empty() && archive.lastDay != kUnknownDay;
     const bool fits = archive.firstDay == facts.firstDay && archive.lastDay == facts.lastDay;
     if (isNamed && !fits && !facts.hasOtherDays) {
         return {State::kWrong, "its rows are of " + days + ", which is not what its name says", kRename};
@@ -111,7 +110,7 @@ std::string readEntry(const ZipFile& zip, const ZipEntry& entry) {
 }
 
 /// The reason alone of "cannot read PATH: WHY; ADVICE".
-std::string reasonOf(std::string wrong, const std::string& path) {
+std::string reasonAlone(std::string wrong, const std::string& path) {
     const std::string shown = escapeForLine(path) + ": ";
     if (const auto at = wrong.find(shown); at != std::string::npos) wrong.erase(0, at + shown.size());
     const std::string advice = std::string("; ") + kTestZip;
@@ -123,8 +122,8 @@ ArchiveFinding checkZip(const LogFile& archive, const std::function<void(long lo
     ZipFile zip;
     errno = 0;
     if (const std::string wrong = zip.open(archive.path); !wrong.empty()) {
-        if (errno == EACCES) return {State::kUnknown, reasonOf(wrong, archive.path), "see who may read it"};
-        return {State::kWrong, reasonOf(wrong, archive.path), kTestZip};
+        if (errno == EACCES) return {State::kUnknown, reasonAlone(wrong, archive.path), "see who may read it"};
+        return {State::kWrong, reasonAlone(wrong, archive.path), kTestZip};
     }
     if (onBytes) zip.tellReads(onBytes);
     for (const ZipEntry& entry : zip.entries()) {

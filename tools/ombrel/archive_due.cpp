@@ -11,14 +11,13 @@
 #include "tools/ombrel/archive_commands.h"
 #include "tools/ombrel/json_writer.h"
 #include "tools/ombrel/log_files.h"
+#include "tools/ombrel/size_words.h"
 #include "tools/ombrel/table.h"
 #include "tools/ombrel/time_words.h"
 
 namespace ombrel {
 
 namespace {
-
-constexpr long long kMib = 1LL << 20;
 
 std::string number(long long value) {
     return value < 0 ? "-" + groupedNumber(static_cast<unsigned long long>(-value))

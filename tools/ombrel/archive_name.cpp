@@ -9,7 +9,6 @@ namespace ombrel {
 
 namespace {
 
-constexpr std::size_t kDayLength = 10;
 constexpr int kHighestNumber = 1000;  // that the archiver gives
 
 std::optional<int> readNumber(std::string_view digits) {

@@ -16,6 +16,10 @@ namespace ombrel {
 constexpr std::string_view kOldFileSuffix = ".v1";
 constexpr std::array<std::string_view, 5> kArchiveCompanions = {".TXT", "_SYS", "_CON", "_XFER", kOldFileSuffix};
 
+/// The last day of an archive whose days nobody knew.
+constexpr std::string_view kUnknownDay = "1970-01-01";
+constexpr std::size_t kDayLength = kUnknownDay.size();
+
 /// A file of an archive, told from its name alone.
 struct ArchiveName {
     std::string stem;  ///< "2024-03-03_2024-03-09_1": all files of an archive have the same

@@ -93,7 +93,7 @@ void addRun(Command& group) {
     describeRun(run);
 }
 
-void addQuestions(Command& group) {
+void addArchiveQuestions(Command& group) {
     group.add("list", "list the archives, the newest first")
         .describe("The rows of an archive in a ZIP file are not counted.")
         .example("ombrel archive list --json")
@@ -150,7 +150,7 @@ void addArchiveCommand(Command& root) {
         .run([words](const Context& context) { return runArchiving(context, *words); });
     describeRun(group);
     addRun(group);
-    addQuestions(group);
+    addArchiveQuestions(group);
     auto path = std::make_shared<std::string>();
     group.add("index", "add an index on the hosts to an archive, which makes searching by host fast")
         .word("PATH", *path, "the archive, a database", WordKind::kPath)

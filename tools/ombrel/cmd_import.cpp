@@ -13,7 +13,7 @@ namespace ombrel {
 
 namespace {
 
-constexpr const char* kProgram = "/var/packages/Ombrel/target/sbin/ombrel-logwriter";
+constexpr const char* kWriterProgram = "/var/packages/Ombrel/target/sbin/ombrel-logwriter";
 constexpr long long kNoYear = 0;
 
 struct ImportWords {
@@ -32,7 +32,7 @@ int import(const Context& context, const ImportWords& words) {
     for (const std::string& file : words.files) {
         if (file.empty()) return complain(EX_USAGE, "a file has no name; ombrel import --help says more");
     }
-    return execProgram(kProgram, passed);
+    return execProgram(kWriterProgram, passed);
 }
 
 }  // namespace

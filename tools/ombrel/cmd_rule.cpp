@@ -11,33 +11,33 @@ namespace ombrel {
 
 namespace {
 
-struct Words {
+struct RuleWords {
     std::string name;
     std::string newName;
     std::vector<std::string> pairs;
     bool force = false;
 };
-using SharedWords = std::shared_ptr<Words>;
+using SharedRuleWords = std::shared_ptr<RuleWords>;
 
-SharedWords newWords() {
-    return std::make_shared<Words>();
+SharedRuleWords newWords() {
+    return std::make_shared<RuleWords>();
 }
 
 constexpr const char* kKeys = "format=BSD|IETF|RAW, protocol=udp|tcp, port=N, ssl=yes|no, enable=yes|no";
 constexpr const char* kForce = "take the port even if another service has declared it or another program holds it";
-constexpr const char* kUnreadable = "the rules cannot be read";
+constexpr const char* kRulesUnreadable = "the rules cannot be read";
 constexpr const char* kRefused = "refused, nothing was changed";
 
-Command& addNamed(Command& group, const char* verb, const char* summary, const SharedWords& words) {
+Command& addNamed(Command& group, const char* verb, const char* summary, const SharedRuleWords& words) {
     return group.add(verb, summary)
         .word("NAME", words->name, "the rule", WordKind::kRule)
-        .exitCode(78, kUnreadable);
+        .exitCode(78, kRulesUnreadable);
 }
 
-void addQuestions(Command& group) {
+void addRuleQuestions(Command& group) {
     group.add("list", "one line a rule: name, on or off, format, protocol, port")
         .example("ombrel rule list")
-        .exitCode(78, kUnreadable)
+        .exitCode(78, kRulesUnreadable)
         .run([](const Context& context) { return listRules(context); });
     auto shown = newWords();
     addNamed(group, "show", "all values of a rule", shown)
@@ -48,7 +48,7 @@ void addQuestions(Command& group) {
         .optionalWord("NAME", checked->name, "this rule alone", WordKind::kRule)
         .example("ombrel rule check")
         .exitCode(1, "a rule is wrong")
-        .exitCode(78, kUnreadable)
+        .exitCode(78, kRulesUnreadable)
         .run([checked](const Context& context) { return checkRules(context, checked->name); });
 }
 
@@ -62,7 +62,7 @@ void addAdd(Command& group) {
         .example("ombrel rule add printers port=1514")
         .example("ombrel rule add \"edge firewall\" port=6515 format=IETF protocol=tcp ssl=yes")
         .exitCode(64, kRefused)
-        .exitCode(78, kUnreadable)
+        .exitCode(78, kRulesUnreadable)
         .run(
             [words](const Context& context) { return addRule(context, words->name, words->pairs, words->force); });
 }
@@ -105,7 +105,7 @@ void addRuleCommand(Command& root) {
     Command& group = root.add("rule", "customized receiving rules: a port of its own for each");
     group.describe("Every change restarts the receiver of the rules.")
         .example("ombrel rule add printers port=1514");
-    addQuestions(group);
+    addRuleQuestions(group);
     addAdd(group);
     addSet(group);
     addOtherChanges(group);

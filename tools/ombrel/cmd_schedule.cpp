@@ -26,14 +26,14 @@ namespace {
 
 constexpr long long kLongestDistance = 7LL * 86400;
 
-struct Words {
+struct ScheduleWords {
     bool dryRun = false;
     long long every = 0;
     long long notifyFd = -1;
 };
 
 /// Beats until it is asked to end. What fails is told, and tried again at the next beat.
-int beat(const Context& context, const Words& words) {
+int beat(const Context& context, const ScheduleWords& words) {
     Metronome metronome;
     if (!metronome.begin(static_cast<int>(words.every), static_cast<int>(words.notifyFd))) {
         return complain(EX_OSERR, std::string("no timer, signals or readiness: ") + std::strerror(errno));
@@ -49,7 +49,7 @@ int beat(const Context& context, const Words& words) {
     return 0;
 }
 
-int run(const Context& context, const Words& words) {
+int run(const Context& context, const ScheduleWords& words) {
     if (words.dryRun && words.every > 0) {
         return complain(EX_USAGE, "expected --dry-run or --every; ombrel schedule run --help says more");
     }
@@ -90,7 +90,7 @@ std::string showJson(bool isRunning, long long lastRun, const RetentionSettings&
         .takeLine();
 }
 
-int show(const Context& context) {
+int showSchedule(const Context& context) {
     const SettingsRead settings = readSettings();
     if (!settings.record) return settings.exitCode;
     const RetentionRead limits = readRetention();
@@ -108,8 +108,8 @@ void addScheduleCommand(Command& root) {
     group
         .add("show", "tell whether the schedule's job runs, when its last run was, and how long archives are kept")
         .example("ombrel schedule show")
-        .run(show);
-    auto words = std::make_shared<Words>();
+        .run(showSchedule);
+    auto words = std::make_shared<ScheduleWords>();
     group.add("run", "archive what is due, record the time of the run, and remove what is no longer kept")
         .describe("The job " + std::string(kScheduleJob) +
                   " does so every few minutes once it is started: ombrel job "

@@ -31,11 +31,6 @@ struct SearchWords {
     long long limit = 0;
 };
 
-LogPlaces placesOf(const std::string& word) {
-    if (word == "live") return LogPlaces::kWorking;
-    return word == "archives" ? LogPlaces::kArchives : LogPlaces::kAll;
-}
-
 RowFormat formatOf(const SearchWords& words, const Context& context) {
     if (context.json || words.format == "json") return RowFormat::kJson;
     if (words.format == "csv") return RowFormat::kCsv;
@@ -51,7 +46,7 @@ int search(const SearchWords& words, const Context& context) {
     if (!settings.record) return settings.exitCode;
 
     if (!takeStopSignals()) return complain(EX_OSERR, std::string("no signals: ") + std::strerror(errno));
-    SearchFiles files(placesOf(words.places), filter);
+    SearchFiles files(logPlacesOf(words.places), filter);
     SearchOutput output(context, formatOf(words, context), static_cast<unsigned long long>(words.limit));
     for (const std::string& note : files.notes())
         output.complain(note);

@@ -26,11 +26,6 @@ struct StatsWords {
     FilterWords filter;
 };
 
-LogPlaces placesOf(const std::string& word) {
-    if (word == "live") return LogPlaces::kWorking;
-    return word == "archives" ? LogPlaces::kArchives : LogPlaces::kAll;
-}
-
 int complainOf(const std::vector<std::string>& notes, int exitCode) {
     for (const std::string& note : notes) {
         const bool isForbidden = note.ends_with(std::strerror(EACCES));
@@ -47,7 +42,7 @@ int stats(const Context& context, const StatsWords& words) {
     }
     if (const SettingsRead settings = readSettings(); !settings.record) return settings.exitCode;
     LogArchiver archiver;
-    const LogFiles found = findLogFiles(archiver, placesOf(words.in));
+    const LogFiles found = findLogFiles(archiver, logPlacesOf(words.in));
     const StatsBy by = statsByOf(words.by);
     Progress progress(context.err, "counting", "rows");
     StatsResult result =

@@ -11,25 +11,25 @@ namespace ombrel {
 
 namespace {
 
-struct Words {
+struct StorageWords {
     std::string first;
     std::string second;
     bool force = false;
 };
 
-void addQuestions(Command& group) {
+void addStorageQuestions(Command& group) {
     group.add("shares", "the shares that can hold the log database, with their room")
         .describe("Listed are shares on local file systems. The one that the settings name is marked.")
         .example("ombrel storage shares")
         .exitCode(78, "the settings cannot be read")
         .run(listShares);
-    auto share = std::make_shared<Words>();
+    auto share = std::make_shared<StorageWords>();
     group.add("check", "whether a share can hold the log database, and why not")
         .word("SHARE", share->first, "its name")
         .example("ombrel storage check logs")
         .exitCode(1, "it cannot")
         .run([share](const Context& context) { return checkShareCommand(context, share->first); });
-    auto space = std::make_shared<Words>();
+    auto space = std::make_shared<StorageWords>();
     group.add("space", "whether the file system that holds a path has so much room")
         .word("PATH", space->first, "a file or folder", WordKind::kPath)
         .word("BYTES", space->second, "4096, 500M or 10GiB; units are powers of 1024")
@@ -44,8 +44,8 @@ void addQuestions(Command& group) {
 void addStorageCommand(Command& root) {
     Command& group = root.add("storage", "shares, room, and the move of a database file");
     group.example("ombrel storage shares");
-    addQuestions(group);
-    auto move = std::make_shared<Words>();
+    addStorageQuestions(group);
+    auto move = std::make_shared<StorageWords>();
     group.add("move", "move a database file; what stands at TO already is kept as TO_0, TO_1, ...")
         .describe(
             "A working database is refused, since the log writer goes on writing to it: ombrel archive run moves "

@@ -13,7 +13,7 @@ namespace ombrel {
 
 namespace {
 
-constexpr const char* kProgram = "/var/packages/Ombrel/target/sbin/ombrel-upgrade";
+constexpr const char* kUpgradeProgram = "/var/packages/Ombrel/target/sbin/ombrel-upgrade";
 
 struct UpgradeWords {
     bool all = false;
@@ -36,7 +36,7 @@ int upgrade(const Context& context, const UpgradeWords& words) {
     if (context.json) passed.emplace_back("--json");
     passed.emplace_back("--");  // whatever the files are called
     passed.insert(passed.end(), words.paths.begin(), words.paths.end());
-    return execProgram(kProgram, passed);
+    return execProgram(kUpgradeProgram, passed);
 }
 
 }  // namespace

@@ -97,6 +97,13 @@ Command& Command::hide() {
     return *this;
 }
 
+std::string commandName(const std::vector<const Command*>& path) {
+    std::string name;
+    for (const Command* command : path)
+        name += (name.empty() ? "" : " ") + command->name();
+    return name;
+}
+
 std::vector<const Command*> takeCommandPath(const Command& root, std::vector<std::string>& words) {
     std::vector<const Command*> path = {&root};
     auto word = words.begin();

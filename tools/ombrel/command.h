@@ -123,7 +123,10 @@ private:
 /// named. What is left belongs to that one.
 std::vector<const Command*> takeCommandPath(const Command& root, std::vector<std::string>& words);
 
-/// "usage: ..." and all that belongs to it. `path`: the commands from the root to the one in question.
+/// "ombrel archive run". `path`: the commands from the root to the one in question, as in all that follow.
+std::string commandName(const std::vector<const Command*>& path);
+
+/// "usage: ..." and all that belongs to it.
 std::string commandHelp(const std::vector<const Command*>& path);
 
 /// Reads the words (without the program's own name) and runs the command that they name; the exit code. Wrong

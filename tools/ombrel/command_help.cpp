@@ -61,13 +61,6 @@ std::string listed(const char* head, const Entries& entries) {
     return text;
 }
 
-std::string fullName(const std::vector<const Command*>& path) {
-    std::string name;
-    for (const Command* command : path)
-        name += (name.empty() ? "" : " ") + command->name();
-    return name;
-}
-
 std::string wordShown(const CommandWord& word) {
     const bool isMany = std::holds_alternative<std::vector<std::string>*>(word.place);
     const std::string name = word.placeholder + (isMany ? "..." : "");
@@ -76,7 +69,7 @@ std::string wordShown(const CommandWord& word) {
 
 std::string usage(const std::vector<const Command*>& path) {
     const Command& command = *path.back();
-    std::string text = "usage: " + fullName(path);
+    std::string text = "usage: " + commandName(path);
     if (!command.action()) return text + " COMMAND ...\n";
     if (!command.options().empty()) text += " [OPTION...]";
     for (const CommandWord& word : command.wordPlaces())

@@ -25,13 +25,6 @@ struct Common {
     std::string color = "auto";
 };
 
-std::string fullName(const std::vector<const Command*>& path) {
-    std::string name;
-    for (const Command* command : path)
-        name += (name.empty() ? "" : " ") + command->name();
-    return name;
-}
-
 std::string listOf(const Words& words) {
     std::string text;
     for (std::size_t i = 0; i < words.size(); ++i)
@@ -191,7 +184,7 @@ int runCommandLine(const Command& root, const std::vector<std::string>& words) {
     if (asksForHelp(left)) return endOfOutput(say(commandHelp(path)));
     const std::string wrong =
         command.action() ? readWords(command, std::move(left), common) : whatCommand(command, left);
-    if (!wrong.empty()) return complain(EX_USAGE, wrong + "; " + fullName(path) + " --help says more");
+    if (!wrong.empty()) return complain(EX_USAGE, wrong + "; " + commandName(path) + " --help says more");
     return runCommand(command, common);
 }
 

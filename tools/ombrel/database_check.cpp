@@ -11,8 +11,6 @@ namespace ombrel {
 
 namespace {
 
-using State = DatabaseCheck::State;
-
 // Primary result codes of SQLite; the platform keeps the extended ones in the error record.
 constexpr int kCorrupt = 11;
 constexpr int kNotADatabase = 26;
@@ -21,10 +19,10 @@ constexpr int kNotADatabase = 26;
 DatabaseCheck failure(const std::string& what) {
     const int code = VLIBCErrGet();
     const int primary = code >= kErrorFromSqlite ? (code - kErrorFromSqlite) & 0xff : 0;
-    if (primary == kCorrupt) return {State::kDamaged, "its pages contradict each other"};
-    if (primary == kNotADatabase) return {State::kDamaged, "it is no database"};
+    if (primary == kCorrupt) return {DatabaseCheck::State::kDamaged, "its pages contradict each other"};
+    if (primary == kNotADatabase) return {DatabaseCheck::State::kDamaged, "it is no database"};
     const std::string why = errorText(code);
-    return {State::kUnknown, what + (why.empty() ? "" : " (" + why + ")")};
+    return {DatabaseCheck::State::kUnknown, what + (why.empty() ? "" : " (" + why + ")")};
 }
 
 }  // namespace
@@ -41,11 +39,12 @@ DatabaseCheck checkDatabase(const std::string& path) {
         lend(result, [&](VESKDBRESULT** raw) { return VESKDBExecute(connection.get(), kQuestion, raw); });
     if (code < 0 || !result) return failure("it cannot be read");
     int row = 0;
-    if (VESKDBFetchRow(result.get(), &row) < 0) return {State::kUnknown, "its check gives no answer"};
+    if (VESKDBFetchRow(result.get(), &row) < 0)
+        return {DatabaseCheck::State::kUnknown, "its check gives no answer"};
     const char* answer = VESKDBFetchField(result.get(), row, "quick_check");
-    if (answer == nullptr) return {State::kUnknown, "its check gives no answer"};
+    if (answer == nullptr) return {DatabaseCheck::State::kUnknown, "its check gives no answer"};
     if (std::string(answer) == "ok") return {};
-    return {State::kDamaged, answer};
+    return {DatabaseCheck::State::kDamaged, answer};
 }
 
 }  // namespace ombrel

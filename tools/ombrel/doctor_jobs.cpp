@@ -11,6 +11,7 @@
 #include "src/fixed_paths.h"
 #include "src/service_jobs.h"
 #include "tools/ombrel/doctor_checks.h"
+#include "tools/ombrel/job_names.h"
 #include "tools/ombrel/machine_files.h"
 #include "tools/ombrel/machine_ports.h"
 #include "tools/ombrel/rule_checks.h"
@@ -23,8 +24,6 @@ namespace {
 
 using enum FindingState;
 
-constexpr const char* kWriterJob = "pkg-Ombrel-syslog";
-constexpr const char* kNotifyService = "syslog-notify";
 constexpr const char* kWriterPort = "5615/tcp";  // on 127.0.0.1
 
 enum class Wish { kOn, kOff, kNotSaid };

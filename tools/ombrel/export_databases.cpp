@@ -22,13 +22,9 @@ constexpr std::size_t kBufferBytes = 256UL << 10;
 constexpr unsigned long long kPacking = 10;           // how much smaller a ZIP file makes a database, about
 constexpr unsigned long long kReserve = 16ULL << 20;  // the log writer goes on meanwhile
 
-ExportEnd failed(int exitCode, const std::string& why) {
-    return {exitCode, why, 0};
-}
-
 ExportEnd cannotWrite() {
-    if (stopAsked()) return failed(1, "stopped");
-    return failed(EX_IOERR, std::string("cannot write: ") + std::strerror(errno));
+    if (stopAsked()) return ExportEnd::failed(1, "stopped");
+    return ExportEnd::failed(EX_IOERR, std::string("cannot write: ") + std::strerror(errno));
 }
 
 /// Rows of one database, oldest first, behind what is in the output.
@@ -39,13 +35,13 @@ public:
     ExportEnd run(const std::string& path, ExportProgress& progress) {
         HeldDatabase database(path, everything_);
         if (!database.open())
-            return failed(errno == EACCES ? EX_NOPERM : EX_NOINPUT, path + ": " + std::strerror(errno));
+            return ExportEnd::failed(errno == EACCES ? EX_NOPERM : EX_NOINPUT, path + ": " + std::strerror(errno));
         const long long total = LogArchiver().DBCountGet(path);
         for (;;) {
             const auto end = database.read([this](LogRow& row) { return take(row); }, 1);
-            if (end == LogReader::End::kFailed) return failed(EX_DATAERR, database.error());
+            if (end == LogReader::End::kFailed) return ExportEnd::failed(EX_DATAERR, database.error());
             if (!isWritten_) return cannotWrite();
-            if (stopAsked()) return failed(1, "stopped");
+            if (stopAsked()) return ExportEnd::failed(1, "stopped");
             if (end == LogReader::End::kEnd) break;
             if (total > 0) {
                 const double share = static_cast<double>(database.rowsPassed()) / static_cast<double>(total);
@@ -89,11 +85,11 @@ ExportEnd exportZip(const std::string& path, ExportFormat format, OutputFile& ou
     ExportEnd all;
     for (std::size_t number = 0;; ++number) {
         const Unpacked unpacked = scratch.unpack(path, number, [] { return !stopAsked(); });
-        if (stopAsked()) return failed(1, "stopped");
-        if (!unpacked.error.empty()) return failed(EX_DATAERR, unpacked.error);
+        if (stopAsked()) return ExportEnd::failed(1, "stopped");
+        if (!unpacked.error.empty()) return ExportEnd::failed(EX_DATAERR, unpacked.error);
         if (unpacked.path == nullptr) return all;
         const ExportEnd one = exportOne(*unpacked.path, format, output, progress);
-        if (one.exitCode != 0) return failed(one.exitCode, path + ": " + one.error);
+        if (one.exitCode != 0) return ExportEnd::failed(one.exitCode, path + ": " + one.error);
         all.rows += one.rows;
         if (unpacked.isLast) return all;
     }

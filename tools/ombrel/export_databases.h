@@ -20,6 +20,8 @@ struct ExportEnd {
     int exitCode = 0;
     std::string error;  ///< what went wrong
     unsigned long long rows = 0;
+
+    static ExportEnd failed(int exitCode, const std::string& error) { return {exitCode, error, 0}; }
 };
 
 /// In bytes of the databases, which is what is known beforehand.

@@ -28,7 +28,7 @@ namespace ombrel {
 
 namespace {
 
-constexpr int kTries = 20;
+constexpr int kMostTries = 20;
 
 struct TextResult {
     int result = -1;
@@ -94,10 +94,6 @@ std::string whyNot(const std::string& path, const TextResult& text) {
            "; the text is built in the scratch folder of its volume, where --format csv needs none";
 }
 
-ExportEnd failed(int exitCode, const std::string& why) {
-    return {exitCode, why, 0};
-}
-
 /// Exports the file of that name. Nothing: it was given another name meanwhile.
 std::optional<ExportEnd> tryOnce(const std::string& name, const HeldFile& held, OutputFile& output,
                                  ExportProgress& progress) {
@@ -106,13 +102,13 @@ std::optional<ExportEnd> tryOnce(const std::string& name, const HeldFile& held, 
     const int rows = SyslogDBSelectCount(database, allRows, nullptr, nullptr);
     if (rows < 0) {
         if (!held.isAt(name)) return std::nullopt;
-        return failed(EX_DATAERR, name + " cannot be read as a log database");
+        return ExportEnd::failed(EX_DATAERR, name + " cannot be read as a log database");
     }
     const std::string part = output.nameBeside();
     const TextResult text = TextThread(name, part).wait(progress);
     if (stopAsked()) {
         removeScratch(part);
-        return failed(1, "stopped");
+        return ExportEnd::failed(1, "stopped");
     }
     if (!held.isAt(name)) {
         removeScratch(part);
@@ -120,9 +116,10 @@ std::optional<ExportEnd> tryOnce(const std::string& name, const HeldFile& held, 
     }
     if (text.result < 0) {
         removeScratch(part);
-        return failed(text.code == fromErrno(EACCES) ? EX_NOPERM : EX_IOERR, whyNot(name, text));
+        return ExportEnd::failed(text.code == fromErrno(EACCES) ? EX_NOPERM : EX_IOERR, whyNot(name, text));
     }
-    if (!output.takeFile(part)) return failed(EX_IOERR, std::string("cannot write: ") + std::strerror(errno));
+    if (!output.takeFile(part))
+        return ExportEnd::failed(EX_IOERR, std::string("cannot write: ") + std::strerror(errno));
     return ExportEnd{0, "", static_cast<unsigned long long>(rows)};
 }
 
@@ -133,14 +130,14 @@ std::optional<ExportEnd> tryOnce(const std::string& name, const HeldFile& held, 
 ExportEnd exportText(const std::string& path, OutputFile& output, ExportProgress& progress) {
     const std::string absolute = std::filesystem::absolute(path);
     HeldFile held;
-    if (!held.open(absolute)) return failed(EX_NOINPUT, path + ": " + std::strerror(errno));
-    for (int tries = 0; tries < kTries; ++tries) {
+    if (!held.open(absolute)) return ExportEnd::failed(EX_NOINPUT, path + ": " + std::strerror(errno));
+    for (int tries = 0; tries < kMostTries; ++tries) {
         const HeldFile::Name name = held.name();
         if (name.isRemoved) break;
         const std::string now = held.isAt(absolute) ? absolute : name.path;
         if (const auto end = tryOnce(now, held, output, progress)) return *end;
     }
-    return failed(EX_NOINPUT, path + ": it was moved away or packed meanwhile");
+    return ExportEnd::failed(EX_NOINPUT, path + ": it was moved away or packed meanwhile");
 }
 
 }  // namespace ombrel

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "linux/common/path_parts.h"
+#include "tools/ombrel/archive_name.h"
 #include "tools/ombrel/folder_listing.h"
 
 namespace ombrel {
@@ -15,7 +16,6 @@ namespace ombrel {
 namespace {
 
 constexpr std::string_view kWorkingPrefix = "VESKSYSLOGDB_";
-constexpr std::size_t kDayLength = 10;
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
@@ -122,6 +122,11 @@ bool comesBefore(const LogFile& a, const LogFile& b) {
 }
 
 }  // namespace
+
+LogPlaces logPlacesOf(std::string_view word) {
+    if (word == "live") return LogPlaces::kWorking;
+    return word == "archives" ? LogPlaces::kArchives : LogPlaces::kAll;
+}
 
 LogFiles findLogFiles(LogArchiver& archiver, LogPlaces places) {
     LogFiles found;

@@ -31,6 +31,8 @@ struct LogFiles {
 };
 
 enum class LogPlaces { kWorking, kArchives, kAll };
+/// Of the words "live", "archives" and "all".
+LogPlaces logPlacesOf(std::string_view word);
 
 /// Looks through the archiver's folder and its sub-folders (one level; no hidden ones, no symbolic links), and
 /// asks it for the working databases. A file of such a name that it does not know (any more) is a working one as

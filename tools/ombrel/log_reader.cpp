@@ -16,7 +16,7 @@ namespace ombrel {
 
 namespace {
 
-using Record = _SYSLOG_LOG_DATA_tag;
+using RowRecord = _SYSLOG_LOG_DATA_tag;
 using Condition = _SYSLOG_SQL_COND_tag;
 
 // The first stretch is short, for the first rows to be seen soon; each one is twice as long as that before it.
@@ -65,7 +65,7 @@ struct LogReader::Stretch {
 };
 
 struct LogReader::Batch {
-    std::vector<Record> rows;
+    std::vector<RowRecord> rows;
     std::size_t mostRows = 0;
     std::size_t bytes = 0;
     bool isFull = false;
@@ -75,7 +75,7 @@ struct LogReader::Batch {
 namespace {
 
 template <typename Batch>
-int collect(Record& row, void* context) {
+int collect(RowRecord& row, void* context) {
     auto& batch = *static_cast<Batch*>(context);
     batch.bytes += row.message.size();
     try {
@@ -175,7 +175,7 @@ std::optional<long long> LogReader::edgeId(ReadOrder from) {
     _SYSLOG_SQL_LIMIT_tag one = {1, 0};
     _SYSLOG_SQL_ORDER_tag order = {from == ReadOrder::kNewestFirst ? 1 : 0, 0};
     long long id = -1;
-    const auto take = [](Record& row, void* context) {
+    const auto take = [](RowRecord& row, void* context) {
         *static_cast<long long*>(context) = numberOf(row.rowId);
         return 0;
     };
@@ -224,18 +224,18 @@ bool LogReader::readBatch(const Stretch& stretch, Batch& batch) {
     return isSameFile();
 }
 
-bool LogReader::knowsKeys(const std::vector<Record>& rows) const {
+bool LogReader::knowsKeys(const std::vector<RowRecord>& rows) const {
     if (version_ == 1) return true;
     const auto has = [this](_SYSLOG_EXTKEY_TB_TYPE_tag type, const std::string& id) {
         return keysOf(type).contains(static_cast<unsigned long long>(numberOf(id)));
     };
-    return std::all_of(rows.begin(), rows.end(), [&has](const Record& row) {
+    return std::all_of(rows.begin(), rows.end(), [&has](const RowRecord& row) {
         return has(SYSLOG_EXTKEY_HOST, row.hostId) && has(SYSLOG_EXTKEY_PROGRAM, row.programId) &&
                has(SYSLOG_EXTKEY_SENDER, row.senderId) && has(SYSLOG_EXTKEY_FACILITY, row.facilityId);
     });
 }
 
-LogRow LogReader::rowOf(Record& record) const {
+LogRow LogReader::rowOf(RowRecord& record) const {
     const auto name = [this](_SYSLOG_EXTKEY_TB_TYPE_tag type, std::string& id) {
         if (version_ == 1) return std::move(id);
         const auto found = keysOf(type).find(static_cast<unsigned long long>(numberOf(id)));
@@ -270,7 +270,7 @@ void LogReader::passTo(const Stretch& stretch, long long id) {
 }
 
 LogReader::End LogReader::deliver(Batch& batch, const Stretch& stretch, const Sink& sink) {
-    for (Record& record : batch.rows) {
+    for (RowRecord& record : batch.rows) {
         LogRow row = rowOf(record);
         const long long id = row.id;
         if (!filter_.matches(row) || sink(row)) continue;

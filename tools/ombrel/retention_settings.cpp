@@ -20,8 +20,6 @@ namespace ombrel {
 
 namespace {
 
-constexpr unsigned long long kMib = 1ULL << 20;
-constexpr unsigned long long kGib = 1ULL << 30;
 constexpr long long kMostDays = 36500;
 constexpr unsigned long long kMostGib = 1ULL << 30;  // an EiB
 
@@ -60,7 +58,7 @@ bool parseGib(std::string_view text, RetentionSettings& settings) {
     return bytes.has_value();
 }
 
-struct Field {
+struct RetentionField {
     const char* key;
     const char* allowed;
     bool (*parse)(std::string_view, RetentionSettings&);
@@ -68,7 +66,7 @@ struct Field {
 };
 
 constexpr const char* kGibAllowed = "a number of GiB, or a size in whole MiB such as 500M; 0 is off";
-const std::array<Field, 3> kFields = {
+const std::array<RetentionField, 3> kRetentionFields = {
     {{"keep_days", "a number of days from 0 to 36500; 0 is off", parseDays,
       [](const RetentionSettings& settings) { return std::to_string(settings.keepDays); }},
      {"keep_gib", kGibAllowed, parseGib<&RetentionSettings::keepBytes>,
@@ -76,13 +74,13 @@ const std::array<Field, 3> kFields = {
      {"free_gib", kGibAllowed, parseGib<&RetentionSettings::freeBytes>,
       [](const RetentionSettings& settings) { return gibValue(settings.freeBytes); }}}};
 
-const Field* findField(std::string_view key) {
-    const auto found =
-        std::find_if(kFields.begin(), kFields.end(), [key](const Field& field) { return field.key == key; });
-    return found == kFields.end() ? nullptr : &*found;
+const RetentionField* findField(std::string_view key) {
+    const auto found = std::find_if(kRetentionFields.begin(), kRetentionFields.end(),
+                                    [key](const RetentionField& field) { return field.key == key; });
+    return found == kRetentionFields.end() ? nullptr : &*found;
 }
 
-std::string wrongValue(const Field& field, const std::string& value) {
+std::string wrongValue(const RetentionField& field, const std::string& value) {
     return std::string(field.key) + "=\"" + value + "\": expected " + field.allowed;
 }
 
@@ -92,7 +90,7 @@ RetentionRead readRetention() {
     RetentionSettings settings;
     if (VLIBCFileExist(kRetentionFile) == 0) return {settings, 0};
     const std::string file = kRetentionFile;
-    for (const Field& field : kFields) {
+    for (const RetentionField& field : kRetentionFields) {
         std::array<char, 4096> value{};
         VLIBCErrSetEx(0, "", 0);
         const int found = VLIBCFileGetKeyValue(kRetentionFile, field.key, value.data(), value.size() - 1, 0);
@@ -117,7 +115,7 @@ std::optional<std::string> applyRetentionWords(const std::vector<std::string>& w
         const auto equals = word.find('=');
         if (equals == std::string::npos) return "\"" + word + "\" is not KEY=VALUE";
         const std::string key = word.substr(0, equals);
-        const Field* field = findField(key);
+        const RetentionField* field = findField(key);
         if (field == nullptr) return "no limit \"" + key + "\"; expected keep_days, keep_gib or free_gib";
         if (!seen.insert(key).second) return key + " is given twice";
         const std::string value = word.substr(equals + 1);
@@ -129,7 +127,7 @@ std::optional<std::string> applyRetentionWords(const std::vector<std::string>& w
 bool writeRetention(const RetentionSettings& settings) {
     const Hash keys(VLIBCSzHashAlloc(1024));
     if (!keys) return false;
-    for (const Field& field : kFields) {
+    for (const RetentionField& field : kRetentionFields) {
         if (VLIBCSzHashSetValue(keys.get(), field.key, field.print(settings).c_str()) < 0) return false;
     }
     return VLIBCFileSetKeys(kRetentionFile, keys.get(), 0, "%s=\"%s\"\n") >= 0;
@@ -137,8 +135,8 @@ bool writeRetention(const RetentionSettings& settings) {
 
 std::vector<std::string> retentionLines(const RetentionSettings& settings) {
     std::vector<std::string> lines;
-    lines.reserve(kFields.size());
-    for (const Field& field : kFields)
+    lines.reserve(kRetentionFields.size());
+    for (const RetentionField& field : kRetentionFields)
         lines.push_back(std::string(field.key) + "=\"" + field.print(settings) + "\"");
     return lines;
 }

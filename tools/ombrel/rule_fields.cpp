@@ -14,13 +14,11 @@ namespace ombrel {
 
 namespace {
 
-using Record = RuleRecord;
-
-struct Format {
+struct RuleFormat {
     static constexpr const char* kAllowed = "BSD, IETF or RAW";
-    static std::string print(const Record& record) { return record.format; }
+    static std::string print(const RuleRecord& record) { return record.format; }
     /// In any letter case, and kept as it is written.
-    static bool parse(std::string_view text, Record& record) {
+    static bool parse(std::string_view text, RuleRecord& record) {
         for (const std::string_view known : {"BSD", "IETF", "RAW"}) {
             if (text.size() != known.size() || strncasecmp(text.data(), known.data(), known.size()) != 0) continue;
             record.format = text;
@@ -33,29 +31,29 @@ struct Format {
 /// Any other text than udp would be served over TCP, which a misspelt udp does not mean.
 struct Protocol {
     static constexpr const char* kAllowed = "udp or tcp";
-    static std::string print(const Record& record) { return record.protocol; }
-    static bool parse(std::string_view text, Record& record) {
+    static std::string print(const RuleRecord& record) { return record.protocol; }
+    static bool parse(std::string_view text, RuleRecord& record) {
         if (text != "udp" && text != "tcp") return false;
         record.protocol = text;
         return true;
     }
 };
 
-struct Port {
+struct RulePort {
     static constexpr const char* kAllowed = "a port from 1 to 65535";
-    static std::string print(const Record& record) { return std::to_string(record.port); }
-    static bool parse(std::string_view text, Record& record) {
+    static std::string print(const RuleRecord& record) { return std::to_string(record.port); }
+    static bool parse(std::string_view text, RuleRecord& record) {
         const std::optional<int> port = parsePort(text);
         if (port) record.port = *port;
         return port.has_value();
     }
 };
 
-template <bool Record::*kMember>
-struct Switch {
+template <bool RuleRecord::*kMember>
+struct RuleSwitch {
     static constexpr const char* kAllowed = "yes or no";
-    static std::string print(const Record& record) { return record.*kMember ? "yes" : "no"; }
-    static bool parse(std::string_view text, Record& record) {
+    static std::string print(const RuleRecord& record) { return record.*kMember ? "yes" : "no"; }
+    static bool parse(std::string_view text, RuleRecord& record) {
         if (text != "yes" && text != "no") return false;
         record.*kMember = text == "yes";
         return true;
@@ -67,24 +65,24 @@ constexpr RuleField field(const char* name) {
     return {name, Kind::kAllowed, Kind::print, Kind::parse};
 }
 
-constexpr RuleField kFields[] = {
-    field<Format>("format"),
+constexpr RuleField kRuleFields[] = {
+    field<RuleFormat>("format"),
     field<Protocol>("protocol"),
-    field<Port>("port"),
-    field<Switch<&Record::ssl>>("ssl"),
-    field<Switch<&Record::enable>>("enable"),
+    field<RulePort>("port"),
+    field<RuleSwitch<&RuleRecord::ssl>>("ssl"),
+    field<RuleSwitch<&RuleRecord::enable>>("enable"),
 };
 
 }  // namespace
 
 std::span<const RuleField> ruleFields() {
-    return kFields;
+    return kRuleFields;
 }
 
 const RuleField* findRuleField(std::string_view name) {
-    const auto* found = std::find_if(std::begin(kFields), std::end(kFields),
+    const auto* found = std::find_if(std::begin(kRuleFields), std::end(kRuleFields),
                                      [name](const RuleField& field) { return name == field.name; });
-    return found == std::end(kFields) ? nullptr : found;
+    return found == std::end(kRuleFields) ? nullptr : found;
 }
 
 std::optional<std::string> applyRuleWords(const std::vector<std::string>& words, RuleRecord& record) {

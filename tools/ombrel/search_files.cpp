@@ -4,19 +4,13 @@
 
 #include <sys/stat.h>
 
+#include "tools/ombrel/archive_name.h"
 #include "tools/ombrel/time_words.h"
 
 namespace ombrel {
 
-namespace {
-
-// What stands in a name when nobody knew the days.
-constexpr const char* kNoDay = "1970-01-01";
-
-}  // namespace
-
 bool mayHold(const LogFile& file, std::optional<long long> since, std::optional<long long> until) {
-    if (file.firstDay.empty() || file.lastDay.empty() || file.lastDay == kNoDay) return true;
+    if (file.firstDay.empty() || file.lastDay.empty() || file.lastDay == kUnknownDay) return true;
     const auto first = timeOfWords(file.firstDay, 0, DayEnd::kFirstSecond);
     const auto last = timeOfWords(file.lastDay, 0, DayEnd::kLastSecond);
     const bool isBefore = since && last && *last < *since;

@@ -4,19 +4,19 @@
 
 #include <sys/stat.h>
 
+#include "tools/ombrel/archive_name.h"
 #include "tools/ombrel/time_words.h"
 
 namespace ombrel {
 
 namespace {
 
-// Names that say nothing of the rows: days that are none, and the one that stands for "no day is known".
-constexpr const char* kNoDay = "1970-01-01";
 // A file is archived once and put into a ZIP file once; anything beyond that is no archiving.
 constexpr int kMostMoves = 4;
 
+// Names may say nothing of the rows: days that are none, and the one that stands for "no day is known".
 long long newestOf(const LogFile& file) {
-    if (file.lastDay.empty() || file.lastDay == kNoDay) return LLONG_MAX;
+    if (file.lastDay.empty() || file.lastDay == kUnknownDay) return LLONG_MAX;
     return timeOfWords(file.lastDay, 0, DayEnd::kLastSecond).value_or(LLONG_MAX);
 }
 

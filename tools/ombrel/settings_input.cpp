@@ -20,12 +20,13 @@ namespace ombrel {
 namespace {
 
 constexpr std::size_t kMostBytes = 1 << 20;
-constexpr int kLongestValue = 4095;
+constexpr int kLongestSetting = 4095;
 
 /// Reads one value as the product reads its own settings.
 std::optional<std::string> valueOf(const std::string& path, const std::string& key) {
-    std::array<char, kLongestValue + 1> value{};
-    if (VLIBCFileGetKeyValue(path.c_str(), key.c_str(), value.data(), kLongestValue, 0) <= 0) return std::nullopt;
+    std::array<char, kLongestSetting + 1> value{};
+    if (VLIBCFileGetKeyValue(path.c_str(), key.c_str(), value.data(), kLongestSetting, 0) <= 0)
+        return std::nullopt;
     return std::string(value.data());
 }
 

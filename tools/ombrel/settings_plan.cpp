@@ -12,6 +12,7 @@
 #include "platform/veskserviceconf.h"
 #include "src/fixed_paths.h"
 #include "src/service_jobs.h"
+#include "tools/ombrel/job_names.h"
 
 namespace ombrel {
 
@@ -19,8 +20,6 @@ namespace {
 
 using enum SettingsPart;
 
-constexpr const char* kNotifyService = "syslog-notify";
-constexpr const char* kWriterJob = "pkg-Ombrel-syslog";
 constexpr const char* kBsdSection = "syslog_server";
 constexpr const char* kIetfSection = "syslog_server_ietf";
 

@@ -12,6 +12,9 @@
 
 namespace ombrel {
 
+inline constexpr long long kMib = 1LL << 20;
+inline constexpr long long kGib = 1LL << 30;
+
 /// What a size may be, to stand behind "expected".
 inline constexpr const char* kExpectedSize =
     "a size such as 4096, 500M or 10GiB (units K, M, G, T: powers of 1024)";

@@ -20,7 +20,7 @@ constexpr std::size_t kLabelColumns = 12;
 constexpr std::size_t kMostNotes = 3;
 
 template <typename Number>
-std::string numberText(const std::optional<Number>& number) {
+std::string groupedOrUnknown(const std::optional<Number>& number) {
     return number ? groupedNumber(static_cast<unsigned long long>(*number)) : "?";
 }
 
@@ -42,7 +42,7 @@ Cell stateCell(const std::optional<bool>& running, bool isWanted) {
 }
 
 Cell lossCell(const std::optional<unsigned long long>& lost) {
-    return {numberText(lost), lost.value_or(0) > 0 ? Colour::kRed : Colour::kPlain};
+    return {groupedOrUnknown(lost), lost.value_or(0) > 0 ? Colour::kRed : Colour::kPlain};
 }
 
 /// The rows of a table, or as many as fit and how many more there are; its head comes first.
@@ -104,15 +104,15 @@ Lines receiverLines(const Terminal& terminal, std::vector<ReceiverStatus> receiv
         std::vector<Cell> cells = {{(isRule ? "  " : "") + name},
                                    stateCell(receiver.running, receiver.isWanted),
                                    {portText(receiver)},
-                                   {counts ? numberText(receiver.messages) : ""}};
-        if (hasRates) cells.push_back({receiver.perSecond ? numberText(receiver.perSecond) : ""});
+                                   {counts ? groupedOrUnknown(receiver.messages) : ""}};
+        if (hasRates) cells.push_back({receiver.perSecond ? groupedOrUnknown(receiver.perSecond) : ""});
         cells.push_back(counts ? lossCell(lostOf(receiver)) : Cell{});
         table.add(std::move(cells));
     });
 }
 
 std::string minuteText(const DatabaseStatus& database) {
-    return (database.isMoreThan ? ">" : "") + numberText(database.lastMinute);
+    return (database.isMoreThan ? ">" : "") + groupedOrUnknown(database.lastMinute);
 }
 
 Lines databaseLines(const Terminal& terminal, std::vector<DatabaseStatus> databases, std::size_t most) {
@@ -126,7 +126,7 @@ Lines databaseLines(const Terminal& terminal, std::vector<DatabaseStatus> databa
     if (isWide) columns.insert(columns.begin() + 4, {"LAST DAY"});
     return tableLines(terminal, columns, databases, most, [&](Table& table, const DatabaseStatus& database) {
         std::vector<Cell> cells = {{shortenMiddle(escapeForLine(database.device), nameColumns(terminal))},
-                                   {numberText(database.rows)},
+                                   {groupedOrUnknown(database.rows)},
                                    {sizeText(database.bytes)},
                                    {database.firstDay}};
         if (isWide) cells.push_back({database.lastDay});
@@ -250,14 +250,14 @@ std::string cutPainted(const std::string& line, std::size_t columns) {
 }
 
 /// What is left of the lines for the lists, one for each in turn.
-struct Share {
+struct LineShare {
     std::size_t wanted;
     std::size_t given = 0;
 };
-void share(std::size_t lines, std::array<Share, 3>& lists) {
+void share(std::size_t lines, std::array<LineShare, 3>& lists) {
     for (bool isGiven = true; lines > 0 && isGiven;) {
         isGiven = false;
-        for (Share& list : lists) {
+        for (LineShare& list : lists) {
             if (list.given == list.wanted || lines == 0) continue;
             ++list.given;
             --lines;
@@ -274,9 +274,9 @@ std::string statusScreen(const StatusReport& report, const Terminal& terminal) {
     const Lines facts = factLines(terminal, report);
     const std::size_t notes = std::min(report.notes.size(), kMostNotes);
 
-    std::array<Share, 3> lists = {{{receivers.size()}, {report.databases.size()}, {events.size()}}};
+    std::array<LineShare, 3> lists = {{{receivers.size()}, {report.databases.size()}, {events.size()}}};
     std::size_t fixed = 1 + facts.size() + notes;
-    for (const Share& list : lists)
+    for (const LineShare& list : lists)
         fixed += list.wanted > 0 ? 1 : 0;  // its head
     const auto lines = static_cast<std::size_t>(std::max(terminal.lines, 1));
     share(lines > fixed ? lines - fixed : 0, lists);
