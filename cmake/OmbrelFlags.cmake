@@ -20,7 +20,7 @@ find_package(Threads REQUIRED)
 
 add_library(ombrel_flags INTERFACE)
 target_compile_options(ombrel_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wzero-as-null-pointer-constant -Werror)
 target_include_directories(ombrel_flags INTERFACE
   ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 if(OMBREL_SANITIZE)

@@ -9,7 +9,7 @@
 #include "tools/ombrel/archive_due.h"
 #include "tools/ombrel/archive_name.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_archive {
 
 namespace {
 
@@ -343,4 +343,4 @@ TEST(ArchiveNames, AreTakenToTheLetter) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_archive

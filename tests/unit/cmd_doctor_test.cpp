@@ -7,7 +7,7 @@
 #include "tests/unit/rule_file.h"
 #include "tests/unit/settings_update_test.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_doctor {
 
 namespace {
 
@@ -216,4 +216,4 @@ TEST_F(Doctor, NamesDatabasesThatAreNotWhole) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_doctor

@@ -9,7 +9,7 @@
 #include "tests/unit/in_utc.h"
 #include "tools/ombrel/event_history.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_events {
 
 namespace {
 
@@ -214,4 +214,4 @@ TEST_F(EventsCommand, RefusesWrongWords) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_events

@@ -7,7 +7,7 @@
 #include "tests/unit/command_line_run.h"
 #include "tests/unit/log_rows.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_export {
 
 namespace {
 
@@ -139,4 +139,4 @@ TEST_F(ExportCommand, LeavesNoFileBehindAFailure) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_export

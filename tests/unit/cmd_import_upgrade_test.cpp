@@ -4,7 +4,7 @@
 // `ombrel import` and `ombrel upgrade`: what the programs behind them are told.
 #include "tests/unit/command_line_run.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_import_upgrade {
 
 namespace {
 
@@ -72,4 +72,4 @@ TEST(ImportAndUpgrade, SayTheirOwnHelp) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_import_upgrade

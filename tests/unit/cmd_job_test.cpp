@@ -5,7 +5,7 @@
 #include "tests/fake/platform_test.h"
 #include "tests/unit/command_line_run.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_job {
 
 namespace {
 
@@ -90,4 +90,4 @@ TEST_F(JobCommandLine, NamesTheRightThatAPlainUserLacks) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_job

@@ -9,7 +9,7 @@
 #include "tests/unit/rule_file.h"
 #include "tests/unit/sample_settings.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_rule_failures {
 
 namespace {
 
@@ -252,4 +252,4 @@ INSTANTIATE_TEST_SUITE_P(RuleCommands, FailureSweep, ::testing::Values(kAddInTur
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_rule_failures

@@ -6,7 +6,7 @@
 #include "tests/unit/rule_file.h"
 #include "tests/unit/sample_settings.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_rule {
 
 namespace {
 
@@ -383,4 +383,4 @@ TEST_F(RuleCommand, RefusesAChangeOfARuleThatHasOtherFaults) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_rule

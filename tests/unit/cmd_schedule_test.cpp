@@ -10,7 +10,7 @@
 #include "tools/ombrel/retention_settings.h"
 #include "tools/ombrel/time_words.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_schedule {
 
 namespace {
 
@@ -296,4 +296,4 @@ TEST_F(ScheduleCommand, TellsHowItStands) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_schedule

@@ -10,7 +10,7 @@
 #include "tools/ombrel/log_filter.h"
 #include "tools/ombrel/time_words.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_search {
 
 namespace {
 
@@ -319,4 +319,4 @@ TEST_F(SearchCommand, RefusesWrongWords) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_search

@@ -7,7 +7,7 @@
 #include "tests/unit/rule_file.h"
 #include "tests/unit/settings_update_test.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_settings_apply {
 
 namespace {
 
@@ -240,4 +240,4 @@ TEST_F(SettingsApply, AFileIsRefusedForSettingsThatCannotBeTogether) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_settings_apply

@@ -8,7 +8,7 @@
 #include "tests/unit/rule_file.h"
 #include "tests/unit/settings_update_test.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_settings_check {
 
 namespace {
 
@@ -319,4 +319,4 @@ INSTANTIATE_TEST_SUITE_P(SettingsCommands, FailureSweep, ::testing::Values(kChec
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_settings_check

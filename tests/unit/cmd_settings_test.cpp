@@ -6,7 +6,7 @@
 #include "tests/unit/command_line_run.h"
 #include "tests/unit/settings_update_test.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_settings {
 
 namespace {
 
@@ -204,4 +204,4 @@ TEST_F(SettingsCommand, DoesNotTakeAnEarlierErrorForThatOfTheFailure) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_settings

@@ -8,7 +8,7 @@
 #include "tests/unit/log_rows.h"
 #include "tools/ombrel/stats_show.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_stats {
 
 namespace {
 
@@ -127,4 +127,4 @@ TEST(StatsChart, ShowsBarsOnATerminal) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_stats

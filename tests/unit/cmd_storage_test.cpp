@@ -5,7 +5,7 @@
 #include "tests/unit/archiver_test.h"
 #include "tests/unit/command_line_run.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_storage {
 
 namespace {
 
@@ -163,4 +163,4 @@ TEST_F(StorageCommand, MovesAWorkingDatabaseOnlyByForce) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_storage

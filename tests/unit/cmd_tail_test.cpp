@@ -9,7 +9,7 @@
 #include "tests/unit/command_line_run.h"
 #include "tests/unit/log_rows.h"
 
-namespace ombrel::test {
+namespace ombrel::test::cmd_tail {
 
 namespace {
 
@@ -225,4 +225,4 @@ TEST_F(TailCommand, SaysOnceWhatItCannotFollow) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::cmd_tail

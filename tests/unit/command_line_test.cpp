@@ -12,7 +12,7 @@
 #include "tools/ombrel/table.h"
 #include "tools/ombrel/waiting.h"
 
-namespace ombrel::test {
+namespace ombrel::test::command_line {
 
 namespace {
 
@@ -337,4 +337,4 @@ TEST(TableText, IsColouredWithoutLosingItsColumns) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::command_line

@@ -8,7 +8,7 @@
 #include "tests/fake/platform_test.h"
 #include "tools/ombrel/size_words.h"
 
-namespace ombrel::test {
+namespace ombrel::test::database_check {
 
 namespace {
 
@@ -88,4 +88,4 @@ TEST(Size, IsANumberWithAUnit) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::database_check

@@ -8,7 +8,7 @@
 #include "tests/fake/platform_test.h"
 #include "tools/ombrel/commands.h"
 
-namespace ombrel::test {
+namespace ombrel::test::help {
 
 namespace {
 
@@ -40,4 +40,4 @@ TEST(CommandHelp, IsThatOfTheGoldenFile) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::help

@@ -6,7 +6,7 @@
 
 #include "tests/unit/archiver_test.h"
 
-namespace ombrel::test {
+namespace ombrel::test::log_files {
 
 namespace {
 
@@ -82,4 +82,4 @@ TEST_F(LogFilesFound, AreWhateverIsNamed) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::log_files

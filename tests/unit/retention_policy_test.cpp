@@ -15,7 +15,7 @@
 #include "tests/fake/platform_test.h"
 #include "tools/ombrel/archive_name.h"
 
-namespace ombrel::test {
+namespace ombrel::test::retention_policy {
 
 namespace {
 
@@ -213,4 +213,4 @@ TEST(PolicyHolds, WhateverThereIs) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::retention_policy

@@ -8,7 +8,7 @@
 #include "tests/unit/rule_file.h"
 #include "tools/ombrel/rule_table.h"
 
-namespace ombrel::test {
+namespace ombrel::test::rule_checks {
 
 namespace {
 
@@ -126,4 +126,4 @@ TEST(RuleTable, OfNoRulesIsEmpty) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::rule_checks

@@ -7,7 +7,7 @@
 #include "tests/fake/platform_test.h"
 #include "tests/unit/rule_file.h"
 
-namespace ombrel::test {
+namespace ombrel::test::rule_fields {
 
 namespace {
 
@@ -159,4 +159,4 @@ TEST(RuleFields, AreShownSafeForATerminal) {
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::rule_fields

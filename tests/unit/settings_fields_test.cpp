@@ -10,7 +10,7 @@
 #include "tests/unit/sample_settings.h"
 #include "tools/ombrel/settings_change.h"
 
-namespace ombrel::test {
+namespace ombrel::test::settings_fields {
 
 namespace {
 
@@ -268,4 +268,4 @@ INSTANTIATE_TEST_SUITE_P(
 
 }  // namespace
 
-}  // namespace ombrel::test
+}  // namespace ombrel::test::settings_fields

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 
-namespace ombrel {
+namespace ombrel::test::time_words {
 
 namespace {
 
@@ -123,4 +123,4 @@ TEST_F(TimeWords, AreWrittenOfAnyNumber) {
 
 }  // namespace
 
-}  // namespace ombrel
+}  // namespace ombrel::test::time_words
