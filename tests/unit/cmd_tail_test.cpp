@@ -181,6 +181,26 @@ TEST_F(TailCommand, ReadsDatabasesThatCameAndWereArchivedMeanwhile) {
                                ": archived and packed before its rows could be read; ombrel search shows them\n");
 }
 
+TEST_F(TailCommand, ReadsAnArchiveOnceWhoseNameAnotherOneHadBefore) {
+    addRow(platform.addDatabase(kSharedDb, emptyLogs()), 1, "1");
+    const std::string second = "/volume1/logs/1970-01-02_1970-01-02_1.DB";
+    meanwhile({[&](FollowWake& wake) {
+        rename(kSharedDb, kArchive);
+        wake.renamed.emplace_back(kSharedDb, kArchive);
+        for (const char* const message : {"packed", "kept"}) {
+            addRow(platform.addDatabase(kSharedDb, emptyLogs()), 2, message);
+            platform.removeFile(second);
+            rename(kSharedDb, second);
+            wake.renamed.emplace_back(kSharedDb, second);
+        }
+        wake.entries.insert(kDest);
+    }});
+    EXPECT_EQ(command.run({"tail", "-f"}), 0);
+    EXPECT_EQ(messages(), Lines({"1", "kept"}));
+    EXPECT_EQ(command.err, "ombrel: " + second +
+                               ": archived and packed before its rows could be read; ombrel search shows them\n");
+}
+
 TEST_F(TailCommand, FindsNewHostsAndFollowsTheSettings) {
     settings({{"arch_by_device", "1"}});
     meanwhile({[&](FollowWake& wake) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "linux/common/path_parts.h"
 #include "src/fixed_paths.h"
@@ -147,20 +148,27 @@ bool TailFollow::isKnownArchive(const std::string& given) {
     return true;
 }
 
-/// One that came and was archived while others were read and printed.
+/// One that came and was archived while others were read and printed. When it is packed already, its name may be
+/// that of a later one, which is then read in its place, and not again when its own turn comes.
 void TailFollow::readArchived(const std::string& from, const std::string& to) {
     if (isStopped_ || !isWorkingName(nameOf(from)) || isKnownArchive(to)) return;
-    HeldDatabase archive(to, filter_);
-    if (archive.open()) {
-        (void)readOne(archive);
-    } else {
+    const auto isOneOf = [&to](const HeldDatabases& read) {
+        return std::any_of(read.begin(), read.end(), [&to](const auto& one) { return one->isAt(to); });
+    };
+    auto archive = std::make_unique<HeldDatabase>(to, filter_);
+    if (isOneOf(lastLate_) || isOneOf(late_) || !archive->open()) {
         complainOnce(to + ": archived and packed before its rows could be read; ombrel search shows them", 1);
+        return;
     }
+    (void)readOne(*archive);
+    late_.push_back(std::move(archive));
 }
 
 void TailFollow::takeWake(const FollowWake& wake) {
     if (wake.missed) complainOnce("more happened at once than can be followed; rows may be missing", 1);
     readGrown(wake);
+    // The turn of a later one comes now or with the next wake, which takes all that has happened.
+    lastLate_ = std::exchange(late_, {});
     for (const auto& [from, to] : wake.renamed)
         readArchived(from, to);
     // While it is being written it may lack keys: the settings stay as they are until it is whole.

@@ -35,6 +35,7 @@ public:
     [[nodiscard]] int exitCode() const { return exitCode_; }
 
 private:
+    using HeldDatabases = std::vector<std::unique_ptr<HeldDatabase>>;
     using Databases = std::map<std::string, std::unique_ptr<HeldDatabase>>;
 
     /// Opens the databases that are not known yet; their paths.
@@ -56,6 +57,10 @@ private:
     Databases databases_;  // by path
     // Archives that were read to their end before it was told that they were moved; names are used again.
     std::multiset<std::string> finished_;
+    // Archives that were first seen as such, in this wake and the one before; held, so that no other file passes
+    // for them.
+    HeldDatabases late_;
+    HeldDatabases lastLate_;
     std::set<std::string> announced_;   // databases of which that was told before
     std::set<std::string> complaints_;  // said already
     bool isStopped_ = false;
