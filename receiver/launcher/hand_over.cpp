@@ -71,10 +71,15 @@ void HandOver::handOver() {
     if (!atFirst) return;  // it has not begun yet, or is already gone
     lastHeld_ = *atFirst;
     // A sender that goes on and on is no failure. No connection waits for room with fewer lines than these.
-    (void)await(std::min(deadline, Clock::now() + kReading),
-                {true, static_cast<long long>(kFullBatchLines), 5, kReadingStep});
+    const bool isRead = await(std::min(deadline, Clock::now() + kReading),
+                              {true, static_cast<long long>(kFullBatchLines), 5, kReadingStep});
+    const unsigned long long unread = isRead ? 0 : waiting();
     if (!stopReading(deadline)) {
         logLine("ombrel-receiver: syslog-ng does not stop reading before it ends; lines of TCP may be lost");
+    }
+    if (unread != 0) {
+        logLine("ombrel-receiver: lost up to " + std::to_string(unread) +
+                " bytes of senders over TCP that could not be read in time before its end");
     }
     // Twice, since a line may be on its way between the two counters.
     holdsNothing_ = await(deadline, {false, 1, 2, kAnswerStep});
@@ -135,10 +140,13 @@ void HandOver::sayGoodbyeToSenders() const {
     if (!ports.empty()) (void)sayGoodbye(syslogNg_, ports);
 }
 
-bool HandOver::nothingWaits() const {
+/// Bytes that have come and that syslog-ng has not read yet; a connection that it has not taken counts as one.
+unsigned long long HandOver::waiting() const {
     const PortTable table;
-    return std::all_of(heldBack_.begin(), heldBack_.end(),
-                       [&](const Source& source) { return table.waiting(source) == 0; });
+    unsigned long long sum = 0;
+    for (const Source& source : heldBack_)
+        sum += table.waiting(source);
+    return sum;
 }
 
 // Syslog-ng gives no sign when a queue is empty, so it is asked again and again. False when it has ended.
@@ -152,7 +160,7 @@ bool HandOver::await(Deadline deadline, const Wanted& wanted) {
     int quiet = 0;
     while (Clock::now() < deadline) {
         if (wanted.nothingWaits) sayGoodbyeToSenders();
-        const bool read = !wanted.nothingWaits || nothingWaits();
+        const bool read = !wanted.nothingWaits || waiting() == 0;
         const auto now = held(deadline);
         if (!now) return false;
         good = read && *now < wanted.fewerThan ? good + 1 : 0;

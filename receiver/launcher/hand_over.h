@@ -48,7 +48,7 @@ private:
     void end();
     std::optional<long long> held(Deadline deadline) const;
     void sayGoodbyeToSenders() const;
-    bool nothingWaits() const;
+    [[nodiscard]] unsigned long long waiting() const;
     bool pause(Deadline deadline, std::chrono::milliseconds step);
     void standInForWriter(Deadline deadline);
     bool await(Deadline deadline, const Wanted& wanted);
