@@ -145,11 +145,11 @@ void addJob(const JobDefinition& job, const std::string& scanFolder, const std::
     (void)runProgram({"/usr/bin/s6-mkfifodir", folder + "/event"}, kLongest);
     // The first look of the supervisor at its folder comes after it said that it is ready. When that has found the
     // job before anybody listened, nobody would hear of it any more.
-    const ProgramResult taken =
-        runProgram({"/usr/bin/s6-ftrig-listen1", "-t", "10000", folder + "/event", "s", "/bin/sh", "-c",
-                    "s6-svscanctl -a \"$1\" && { ! s6-svok \"$2\" || s6-ftrig-notify \"$2/event\" s; }", "sh",
-                    scanFolder, folder},
-                   kLongest + kLongest);
+    const ProgramResult taken = runProgram(
+        {"/usr/bin/s6-ftrig-listen1", "-t", "10000", folder + "/event", "s", "/bin/sh", "-c",
+         "s6-svscanctl -a \"$1\" && { ! s6-svstat \"$2\" >/dev/null 2>&1 || s6-ftrig-notify \"$2/event\" s; }",
+         "sh", scanFolder, folder},
+        kLongest + kLongest);
     if (taken.error != 0 || taken.exitCode != 0) throw std::runtime_error("no supervisor for " + folder);
 }
 
